@@ -1,0 +1,16 @@
+// How the library's names become visible outside it.
+#pragma once
+
+#if defined(_WIN32)
+#if defined(KR_BUILDING_LIBRARY)
+#define KR_API __declspec(dllexport)
+#elif defined(KR_STATIC_LIBRARY)
+#define KR_API
+#else
+#define KR_API __declspec(dllimport)
+#endif
+#define KR_LOCAL
+#else
+#define KR_API __attribute__((visibility("default")))
+#define KR_LOCAL __attribute__((visibility("hidden")))
+#endif

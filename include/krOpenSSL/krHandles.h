@@ -1,0 +1,46 @@
+// Owning handles for OpenSSL's objects: std::unique_ptr with each type's own free function.
+// Header only; used by the library itself and free for its callers to use.
+#pragma once
+
+#include <openssl/bio.h>
+#include <openssl/bn.h>
+#include <openssl/dh.h>
+#include <openssl/dsa.h>
+#include <openssl/ec.h>
+#include <openssl/engine.h>
+#include <openssl/evp.h>
+#include <openssl/rsa.h>
+#include <openssl/ssl.h>
+#include <openssl/x509.h>
+
+#include <memory>
+
+namespace krOpenSSL {
+
+/// A deleter that calls @p FreeFunction, for OpenSSL's X_free functions.
+template <auto FreeFunction> struct Free {
+  template <class Object> void operator()(Object *object) const noexcept { FreeFunction(object); }
+};
+
+template <class Object, auto FreeFunction> using Handle = std::unique_ptr<Object, Free<FreeFunction>>;
+
+using BIGNUMPtr = Handle<BIGNUM, BN_clear_free>;
+using BIOPtr = Handle<BIO, BIO_free_all>;
+using DHPtr = Handle<DH, DH_free>;
+using DSAPtr = Handle<DSA, DSA_free>;
+using DSAMethodPtr = Handle<DSA_METHOD, DSA_meth_free>;
+using DSASigPtr = Handle<DSA_SIG, DSA_SIG_free>;
+using ECDSASigPtr = Handle<ECDSA_SIG, ECDSA_SIG_free>;
+using ECKeyPtr = Handle<EC_KEY, EC_KEY_free>;
+using ECKeyMethodPtr = Handle<EC_KEY_METHOD, EC_KEY_METHOD_free>;
+using EVPMDCtxPtr = Handle<EVP_MD_CTX, EVP_MD_CTX_free>;
+using EVPPKeyPtr = Handle<EVP_PKEY, EVP_PKEY_free>;
+using EVPPKeyCtxPtr = Handle<EVP_PKEY_CTX, EVP_PKEY_CTX_free>;
+using RSAPtr = Handle<RSA, RSA_free>;
+using RSAMethodPtr = Handle<RSA_METHOD, RSA_meth_free>;
+using SSLPtr = Handle<SSL, SSL_free>;
+using SSLCtxPtr = Handle<SSL_CTX, SSL_CTX_free>;
+using X509Ptr = Handle<X509, X509_free>;
+using X509SigPtr = Handle<X509_SIG, X509_SIG_free>;
+
+} // namespace krOpenSSL

@@ -1,0 +1,49 @@
+// Bringing OpenSSL up and down by reference count, and loading and unloading the library's engine.
+#pragma once
+
+#include <krOpenSSL/krExport.h>
+
+extern "C" {
+
+/// Adds one user of OpenSSL. The first one initialises OpenSSL (error strings loaded, no
+/// configuration file read, no exit handler registered), loads the engine of the current mode with
+/// krOpenSSLEngineLoad, and seeds the random source.
+///
+/// Keys that OpenSSL makes from then on are bound to the engine; keys made earlier are not.
+///
+/// @return 0 on success and on every call that is not the first; 1 when OpenSSL could not be
+///         initialised. The call counts in both cases, so each is to be paired with krOSSLCleanup.
+/// @note Any thread may call it. The count is atomic, and exactly one call does the work; a call
+///       that finds the count already raised returns at once, even while the first is still busy.
+KR_API int krOSSLSetup();
+
+/// Takes one user away. The last one unloads the engine, empties the RSA private-encrypt, DSA and
+/// ECDSA callback slots (the RSA private-decrypt slot keeps its callback), and clears the calling
+/// thread's OpenSSL error queue. OpenSSL itself stays initialised.
+///
+/// An unmatched call takes the count below 0; as many set-ups bring it back without doing anything
+/// else.
+///
+/// @return 0
+/// @note Any thread may call it; callers keep it apart from other use of the library's
+///       cryptography.
+KR_API int krOSSLCleanup();
+
+/// Builds the engine "qvlib", adds it to OpenSSL's list and registers it for RSA, DSA, EC and
+/// random numbers. A later load registers the very engine that the first one listed.
+///
+/// krOSSLSetup calls this. It clears the calling thread's OpenSSL error queue once the engine is
+/// built.
+///
+/// @return 1 when an engine was registered, 0 when none could be built or found
+/// @note Callers keep it apart from other use of the library's cryptography.
+KR_API int krOpenSSLEngineLoad();
+
+/// Unregisters the engine that the last load registered, or does nothing when there is none. Keys
+/// that are bound to it keep working, as does a random method that OpenSSL already took from it.
+///
+/// @return 1
+/// @note Callers keep it apart from other use of the library's cryptography.
+KR_API int krOpenSSLEngineUnload();
+
+} // extern "C"

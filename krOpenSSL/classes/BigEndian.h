@@ -1,0 +1,90 @@
+// Big-endian numbers in byte buffers, and sums of numbers of up to 512 bits in machine words.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace krOpenSSL {
+
+/// Turns a word from the host's byte order to big-endian, or back.
+template <std::unsigned_integral Word> constexpr Word bigEndian(Word word) noexcept {
+  if constexpr (std::endian::native == std::endian::big) {
+    return word;
+  } else if constexpr (sizeof(Word) == sizeof(std::uint32_t)) {
+    return __builtin_bswap32(word);
+  } else {
+    static_assert(sizeof(Word) == sizeof(std::uint64_t));
+    return __builtin_bswap64(word);
+  }
+}
+
+template <std::unsigned_integral Word> Word loadBigEndian(const unsigned char *bytes) noexcept {
+  Word word;
+  std::memcpy(&word, bytes, sizeof word);
+  return bigEndian(word);
+}
+
+template <std::unsigned_integral Word> void storeBigEndian(unsigned char *bytes, Word word) noexcept {
+  word = bigEndian(word);
+  std::memcpy(bytes, &word, sizeof word);
+}
+
+/// Stores two words at once, as wide as the SHA-1 compression loads them: a wide load that follows narrow
+/// stores would wait for them.
+inline void storePair(unsigned char *bytes, std::uint64_t high, std::uint64_t low) noexcept {
+  using Pair [[gnu::vector_size(16)]] = std::uint64_t;
+  const Pair pair{bigEndian(high), bigEndian(low)};
+  std::memcpy(bytes, &pair, sizeof pair);
+}
+
+/// A number of up to 512 bits, least significant word first; what carries out of it is dropped.
+struct Number512 {
+  static constexpr std::size_t kBytes = 64;
+  std::array<std::uint64_t, kBytes / sizeof(std::uint64_t)> words{};
+
+  /// Reads a big-endian number of at most 64 bytes.
+  static Number512 load(const unsigned char *bytes, std::size_t length) noexcept {
+    std::array<unsigned char, kBytes> aligned{};
+    std::copy_n(bytes, length, aligned.end() - length);
+    Number512 number;
+    for (std::size_t i = 0; i < number.words.size(); ++i) {
+      number.words[i] = loadBigEndian<std::uint64_t>(aligned.data() + kBytes - sizeof(std::uint64_t) * (i + 1));
+    }
+    return number;
+  }
+
+  /// Writes the number modulo 2^(8 * length), big-endian; @p length is a multiple of 4, at most 64.
+  void store(unsigned char *bytes, std::size_t length) const noexcept {
+    if (length == kBytes) {
+      for (std::size_t k = 0; k < words.size(); k += 2) {
+        storePair(bytes + kBytes - (k + 2) * sizeof(std::uint64_t), words[k + 1], words[k]);
+      }
+      return;
+    }
+    std::size_t i = 0;
+    for (; length >= sizeof(std::uint64_t); ++i) {
+      length -= sizeof(std::uint64_t);
+      storeBigEndian(bytes + length, words[i]);
+    }
+    if (length != 0) {
+      storeBigEndian(bytes, static_cast<std::uint32_t>(words[i]));
+    }
+  }
+
+  friend Number512 sum(const Number512 &first, const Number512 &second, std::uint64_t carry) noexcept {
+    Number512 result;
+    for (std::size_t i = 0; i < result.words.size(); ++i) {
+      const std::uint64_t word = first.words[i] + second.words[i];
+      result.words[i] = word + carry;
+      carry = static_cast<std::uint64_t>(word < second.words[i]) | static_cast<std::uint64_t>(result.words[i] < word);
+    }
+    return result;
+  }
+};
+
+} // namespace krOpenSSL

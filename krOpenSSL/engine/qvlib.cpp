@@ -1,0 +1,81 @@
+// Construction of the key-delegation engine.
+//
+// Each engine object owns the methods attached to it: a method belongs to its handle until the engine takes
+// it, and goes with the engine from then on. So an engine that is discarded, because its build failed or
+// because OpenSSL's list holds one of the same id, takes nothing from the listed one.
+#include "engine/qvlib.h"
+
+#include "engine/ErrorQueueScope.h"
+#include "engine/qvlibDSA.h"
+#include "engine/qvlibECDSA.h"
+#include "engine/qvlibRSA.h"
+#include "engine/qvlibRand.h"
+#include "state/State.h"
+
+#include <krOpenSSL/krHandles.h>
+
+using namespace krOpenSSL;
+
+namespace {
+
+bool setIdentity(ENGINE *engine) noexcept {
+  return ENGINE_set_id(engine, kQvlibId) != 0 && ENGINE_set_name(engine, "qvlib engine") != 0 &&
+         ENGINE_set_destroy_function(engine, qvlib_destroy) != 0 && ENGINE_set_init_function(engine, qvlib_init) != 0;
+}
+
+// In FIPS mode random numbers are not this engine's business.
+bool attachRandom(ENGINE *engine) noexcept {
+  return state::fipsMode.load(std::memory_order_acquire) != 0 || ENGINE_set_RAND(engine, &qvlib_rand_method) != 0;
+}
+
+/// Hands the method over to the engine; it stays the handle's when the engine refuses it.
+template <class MethodPtr, class Setter>
+typename MethodPtr::pointer attach(ENGINE *engine, MethodPtr method, Setter setter) noexcept {
+  return method && setter(engine, method.get()) != 0 ? method.release() : nullptr;
+}
+
+bool attachRsa(ENGINE *engine) noexcept {
+  RSA_METHOD *method = attach(engine, RSAMethodPtr(RSA_meth_dup(RSA_get_default_method())), ENGINE_set_RSA);
+  return method != nullptr && RSA_meth_set1_name(method, "qvlib RSA method") != 0 &&
+         RSA_meth_set_priv_enc(method, qvlib_RSA_private_encrypt) != 0 &&
+         RSA_meth_set_priv_dec(method, qvlib_RSA_private_decrypt) != 0;
+}
+
+bool attachDsa(ENGINE *engine) noexcept {
+  DSA_METHOD *method = attach(engine, DSAMethodPtr(DSA_meth_dup(DSA_get_default_method())), ENGINE_set_DSA);
+  return method != nullptr && DSA_meth_set1_name(method, "qvlib DSA method") != 0 &&
+         DSA_meth_set_sign(method, qvlib_DSA_do_sign) != 0;
+}
+
+void attachEcKey(ENGINE *engine) noexcept {
+  EC_KEY_METHOD *method = attach(engine, ECKeyMethodPtr(EC_KEY_METHOD_new(EC_KEY_get_default_method())), ENGINE_set_EC);
+  if (method == nullptr) {
+    return;
+  }
+  int (*sign)(int, const unsigned char *, int, unsigned char *, unsigned int *, const BIGNUM *, const BIGNUM *,
+              EC_KEY *) = nullptr;
+  int (*signSetup)(EC_KEY *, BN_CTX *, BIGNUM **, BIGNUM **) = nullptr;
+  EC_KEY_METHOD_get_sign(method, &sign, &signSetup, nullptr);
+  EC_KEY_METHOD_set_sign(method, sign, signSetup, qvlib_ECDSA_do_sign);
+}
+
+} // namespace
+
+int qvlib_bind(ENGINE *engine) noexcept {
+  const ErrorQueueScope errors;
+  if (setIdentity(engine) && attachRandom(engine) && attachRsa(engine) && attachDsa(engine)) {
+    attachEcKey(engine);
+    return 1;
+  }
+  ENGINE_free(engine);
+  return 0;
+}
+
+int qvlib_init(ENGINE * /*engine*/) noexcept { return 1; }
+
+int qvlib_destroy(ENGINE *engine) noexcept {
+  RSA_meth_free(const_cast<RSA_METHOD *>(ENGINE_get_RSA(engine)));
+  DSA_meth_free(const_cast<DSA_METHOD *>(ENGINE_get_DSA(engine)));
+  EC_KEY_METHOD_free(const_cast<EC_KEY_METHOD *>(ENGINE_get_EC(engine)));
+  return 1;
+}

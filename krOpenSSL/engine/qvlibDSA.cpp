@@ -1,0 +1,29 @@
+// DSA signing.
+#include "engine/qvlibDSA.h"
+
+#include "accessors/krAccessors.h"
+#include "accessors/krTraceLog.h"
+#include "engine/CallOut.h"
+#include "engine/ProviderSignature.h"
+#include "engine/exDataIndexes.h"
+#include "state/State.h"
+
+using namespace krOpenSSL;
+
+DSA_SIG *qvlib_DSA_do_sign(const unsigned char *dgst, int dlen, DSA *dsa) noexcept {
+  if (void *ssl = DSA_get_ex_data(dsa, exDataIndex(ExData::dsa)); ssl != nullptr) {
+    return qvlib_DSA_sign_via_provider(static_cast<SSL *>(ssl), dgst, dlen, dsa);
+  }
+  if (const auto callback = state::dsaSign.load(std::memory_order_acquire); callback != nullptr) {
+    return callOut<DSA_SIG *>(nullptr, callback, dgst, dlen, dsa);
+  }
+  DSA_SIG *signature = krDSA_do_sign(dgst, dlen, dsa);
+  if (signature == nullptr) {
+    krTraceLog(kTraceTag, "%s: DSA_do_sign return value is NULL", __func__);
+  }
+  return signature;
+}
+
+DSA_SIG *qvlib_DSA_sign_via_provider(SSL *ssl, const unsigned char *dgst, int dlen, DSA *dsa) noexcept {
+  return signViaProvider<DSA_SIG>(ssl, kDsaOperation, DSA_size(dsa), dgst, dlen, d2i_DSA_SIG);
+}

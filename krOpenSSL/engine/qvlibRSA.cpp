@@ -1,0 +1,34 @@
+// RSA private encryption and decryption.
+#include "engine/qvlibRSA.h"
+
+#include "accessors/krAccessors.h"
+#include "accessors/krTraceLog.h"
+#include "engine/CallOut.h"
+#include "engine/exDataIndexes.h"
+#include "engine/iftProvider.h"
+#include "state/State.h"
+
+using namespace krOpenSSL;
+
+int qvlib_RSA_private_encrypt(int flen, const unsigned char *from, unsigned char *to, RSA *rsa, int padding) noexcept {
+  if (void *ssl = RSA_get_ex_data(rsa, exDataIndex(ExData::rsa)); ssl != nullptr) {
+    std::int32_t length = 0;
+    return ift_provider_private_key_operation_callback(static_cast<SSL *>(ssl), kRsaOperation, RSA_size(rsa), from,
+                                                       flen, to, kProviderCapacity, &length);
+  }
+  if (const auto callback = state::rsaPrivateEncrypt.load(std::memory_order_acquire); callback != nullptr) {
+    return callOut(-1, callback, flen, from, to, rsa, padding);
+  }
+  const int result = krRSA_private_encrypt(RSA_get_default_method(), flen, from, to, rsa, padding);
+  krTraceLog(kTraceTag, "%s: RSA_priv_enc returned: %d", __func__, result);
+  return result;
+}
+
+int qvlib_RSA_private_decrypt(int flen, const unsigned char *from, unsigned char *to, RSA *rsa, int padding) noexcept {
+  if (const auto callback = state::rsaPrivateDecrypt.load(std::memory_order_acquire); callback != nullptr) {
+    return callOut(-1, callback, flen, from, to, rsa, padding);
+  }
+  const int result = krRSA_priv_dec(flen, from, to, rsa, padding);
+  krTraceLog(kTraceTag, "%s: RSA_priv_dec returned: %d", __func__, result);
+  return result;
+}

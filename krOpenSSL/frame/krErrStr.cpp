@@ -1,0 +1,44 @@
+// Texts of OpenSSL's error codes.
+#include <krOpenSSL/krInformation.h>
+
+#include <openssl/err.h>
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+namespace {
+
+constexpr std::size_t kMaxTextLength = 511;
+
+// "error:", eight or more digits, three colons, and "lib(n)" and the like where a name is unknown.
+constexpr std::size_t kFixedTextBytes = 256;
+
+std::size_t lengthOf(const char *text) noexcept { return text != nullptr ? std::strlen(text) : 0; }
+
+// ERR_error_string_n falls back to bare numbers when the text does not fit its buffer.
+std::size_t sufficientBytes(unsigned long code) noexcept {
+  return kFixedTextBytes + lengthOf(ERR_lib_error_string(code)) + lengthOf(ERR_func_error_string(code)) +
+         lengthOf(ERR_reason_error_string(code));
+}
+
+std::string errorText(unsigned long code) {
+  std::string text(sufficientBytes(code), '\0');
+  ERR_error_string_n(code, text.data(), text.size());
+  text.resize(std::min(std::strlen(text.c_str()), kMaxTextLength));
+  return text;
+}
+
+} // namespace
+
+namespace krOpenSSL {
+
+const std::string errStr(unsigned long code) {
+  try {
+    return errorText(code != 0 ? code : ERR_get_error());
+  } catch (const std::bad_alloc &) {
+    return {};
+  }
+}
+
+} // namespace krOpenSSL

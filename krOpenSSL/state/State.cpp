@@ -1,0 +1,22 @@
+// The process-wide words.
+#include "state/State.h"
+
+namespace krOpenSSL::state {
+
+constinit std::atomic<std::int32_t> setupCount{0};
+constinit std::atomic<ENGINE *> activeEngine{nullptr};
+
+constinit std::atomic<int> fipsMode{0};
+constinit std::atomic<int> useOpenSSLFips{0};
+
+constinit std::atomic<RSAPrivateKeyOpCallback> rsaPrivateEncrypt{nullptr};
+constinit std::atomic<RSAPrivateKeyOpCallback> rsaPrivateDecrypt{nullptr};
+constinit std::atomic<DSAPrivateKeyOpCallback> dsaSign{nullptr};
+constinit std::atomic<ECDSAPrivateKeyOpCallback> ecdsaSign{nullptr};
+
+constinit std::atomic<int> rsaIndex{-1};
+constinit std::atomic<int> dsaIndex{-1};
+constinit std::atomic<int> ecdsaIndex{-1};
+constinit std::atomic<int> sslCtxIndex{-1};
+
+} // namespace krOpenSSL::state

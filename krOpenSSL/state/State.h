@@ -1,0 +1,36 @@
+// Every process-wide word of the library. Each has one owner that writes it; all are constant-initialised,
+// so they hold before the first static object is made and after the last is gone.
+#pragma once
+
+#include <krOpenSSL/krDelegation.h>
+
+#include <openssl/engine.h>
+
+#include <atomic>
+#include <cstdint>
+
+namespace krOpenSSL::state {
+
+/// Users of OpenSSL. Written by krOSSLSetup and krOSSLCleanup; not clamped at 0.
+extern std::atomic<std::int32_t> setupCount;
+
+/// The engine that is registered now, or null. Written by the engine load and unload.
+extern std::atomic<ENGINE *> activeEngine;
+
+/// FIPS mode on or off, and whether OpenSSL's engine provides it: 0 or 1. Nothing switches them yet.
+extern std::atomic<int> fipsMode;
+extern std::atomic<int> useOpenSSLFips;
+
+/// The callback slots. Written by their exported setters; krOSSLCleanup empties all but the decrypt slot.
+extern std::atomic<RSAPrivateKeyOpCallback> rsaPrivateEncrypt;
+extern std::atomic<RSAPrivateKeyOpCallback> rsaPrivateDecrypt;
+extern std::atomic<DSAPrivateKeyOpCallback> dsaSign;
+extern std::atomic<ECDSAPrivateKeyOpCallback> ecdsaSign;
+
+/// The ex-data indexes, -1 until made. Written by the engine's exDataIndex.
+extern std::atomic<int> rsaIndex;
+extern std::atomic<int> dsaIndex;
+extern std::atomic<int> ecdsaIndex;
+extern std::atomic<int> sslCtxIndex;
+
+} // namespace krOpenSSL::state
