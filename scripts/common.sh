@@ -39,3 +39,19 @@ ensure_packages() {
     apt-get -qq install --no-install-recommends -y "${missing[@]}" >&2 ||
     die "these packages could not be installed: ${missing[*]}"
 }
+
+# build PRESET [CONFIGURE_OPTION...] [-- TARGET...]: configures and builds, quietly unless it fails.
+build() {
+  local preset=$1 log="$root/build/$1.log" options=()
+  shift
+  while [ $# -gt 0 ] && [ "$1" != -- ]; do
+    options+=("$1")
+    shift
+  done
+  [ $# -eq 0 ] || shift
+  mkdir -p "$root/build"
+  { cmake --preset "$preset" "${options[@]}" && cmake --build --preset "$preset" ${1:+--target "$@"}; } >"$log" 2>&1 || {
+    tail -n 60 "$log" >&2
+    die "the $preset build failed (build/$preset.log)"
+  }
+}

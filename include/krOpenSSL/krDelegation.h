@@ -31,6 +31,10 @@
 
 #include <cstdint>
 
+#if OPENSSL_VERSION_NUMBER < 0x10101000L || OPENSSL_VERSION_NUMBER >= 0x20000000L
+#error "krOpenSSL works with OpenSSL 1.1.1: its headers have to come before those of another version"
+#endif
+
 extern "C" {
 
 /// Carries out an RSA private-key operation; arguments and result are those of OpenSSL's priv_enc

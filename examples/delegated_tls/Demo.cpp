@@ -1,0 +1,178 @@
+// The demo: its lines, its keys and its table.
+#include "Demo.h"
+
+#include "Authority.h"
+#include "Descriptor.h"
+#include "Failure.h"
+#include "Handshake.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <iomanip>
+#include <iostream>
+
+namespace delegated_tls {
+namespace {
+
+using namespace krOpenSSL;
+
+// The keys, in the order the holder makes them; the software key is OpenSSL's.
+enum Key : std::size_t { kRsa, kEc, kDsa, kSoftware };
+constexpr std::array kKeyNames{"RSA-2048", "EC P-256", "DSA-2048", "RSA-2048"};
+
+// Security level 0 is for the lines that show old versions and DSA.
+struct Line {
+  int version;
+  const char *ciphers;
+  const char *signatureAlgorithms;
+  Key key;
+  Way way;
+  const char *scheme; ///< what the client has to see
+};
+constexpr std::array kLines{
+    Line{TLS1_2_VERSION, "ECDHE-RSA-AES256-GCM-SHA384", "RSA+SHA256", kRsa, Way::provider, "rsa_pkcs1_sha256"},
+    Line{TLS1_2_VERSION, "ECDHE-ECDSA-AES256-GCM-SHA384", "ECDSA+SHA256", kEc, Way::provider, "ecdsa_sha256"},
+    Line{TLS1_3_VERSION, "ALL", "ECDSA+SHA256", kEc, Way::provider, "ecdsa_sha256"},
+    Line{TLS1_3_VERSION, "ALL", "RSA-PSS+SHA256", kRsa, Way::callback, "rsa_pss_sha256"},
+    Line{TLS1_1_VERSION, "ECDHE-RSA-AES256-SHA@SECLEVEL=0", "RSA+SHA1", kRsa, Way::provider, "rsa_pkcs1_md5_sha1"},
+    Line{TLS1_2_VERSION, "DHE-DSS-AES256-GCM-SHA384@SECLEVEL=0", "DSA+SHA256:RSA+SHA256", kDsa, Way::provider,
+         "dsa_sha256"},
+    Line{TLS1_2_VERSION, "AES256-GCM-SHA384", "RSA+SHA256", kRsa, Way::callback, "none"},
+    Line{TLS1_3_VERSION, "ALL", "RSA-PSS+SHA256", kSoftware, Way::software, "rsa_pss_sha256"},
+};
+
+std::vector<PrivateKey> makeHeldKeys() {
+  std::vector<PrivateKey> keys;
+  keys.push_back(PrivateKey::generateRsa());
+  keys.push_back(PrivateKey::generateEc());
+  keys.push_back(PrivateKey::generateDsa());
+  return keys;
+}
+
+/// Everything the lines share. The holder is started first: its keys are made in its own process.
+class Stage {
+public:
+  explicit Stage(HolderKind kind)
+      : holder_(startHolder(kind, makeHeldKeys)), heldKeys_{HeldKey(*holder_, kRsa), HeldKey(*holder_, kEc),
+                                                            HeldKey(*holder_, kDsa)},
+        softwareKey_(generateSoftwareRsa()) {
+    for (const Key key : {kRsa, kEc, kDsa}) {
+      certificates_[key] = authority_.issue(publicKeyFrom(heldKeys_[key].publicHalf()).get());
+    }
+    certificates_[kSoftware] = authority_.issue(softwareKey_.get());
+  }
+
+  Scenario scenario(const Line &line) {
+    return {line.version,
+            line.ciphers,
+            line.signatureAlgorithms,
+            line.way,
+            certificates_[line.key].get(),
+            softwareKey_.get(),
+            line.way == Way::software ? nullptr : &heldKeys_[line.key],
+            authority_.certificate()};
+  }
+
+  std::string holderName() const { return holder_->name(); }
+
+  /// Operations that the holder has carried out so far.
+  unsigned operations() const {
+    unsigned sum = 0;
+    for (const HeldKey &key : heldKeys_) {
+      sum += key.operations();
+    }
+    return sum;
+  }
+
+private:
+  std::unique_ptr<KeyHolder> holder_;
+  std::array<HeldKey, 3> heldKeys_;
+  Library library_;
+  RsaCallbacks callbacks_;
+  EVPPKeyPtr softwareKey_;
+  Authority authority_;
+  std::array<X509Ptr, kKeyNames.size()> certificates_;
+};
+
+std::string whoSigned(Way way, const std::string &holder) {
+  switch (way) {
+  case Way::provider:
+    return holder + ", by provider";
+  case Way::callback:
+    return holder + ", by callback";
+  case Way::software:
+    break;
+  }
+  return "OpenSSL itself";
+}
+
+void printRow(const std::array<std::string, 7> &cells) {
+  static constexpr std::array kWidths{9, 30, 10, 20, 30, 10, 6};
+  for (std::size_t i = 0; i < cells.size(); ++i) {
+    std::cerr << std::left << std::setw(kWidths[i]) << cells[i];
+  }
+  std::cerr << '\n';
+}
+
+std::string rounded(double milliseconds) {
+  std::array<char, 32> text{};
+  std::snprintf(text.data(), text.size(), "%.1f", milliseconds);
+  return text.data();
+}
+
+/// A line holds when the client verified the server, saw the expected scheme, and the holder was asked
+/// exactly when the key is its own.
+void requireAsExpected(const Line &line, const Outcome &outcome, unsigned operations) {
+  if (outcome.scheme != line.scheme) {
+    throw Failure("the client saw " + outcome.scheme + " instead of " + line.scheme);
+  }
+  if ((operations != 0) != (line.way != Way::software)) {
+    throw Failure("the holder carried out " + std::to_string(operations) + " operations");
+  }
+}
+
+bool runLine(Stage &stage, const Line &line) {
+  const unsigned before = stage.operations();
+  try {
+    const Outcome outcome = shakeHands(stage.scenario(line));
+    requireAsExpected(line, outcome, stage.operations() - before);
+    printRow({outcome.protocol, outcome.cipher, kKeyNames[line.key], outcome.scheme,
+              whoSigned(line.way, stage.holderName()), "yes", rounded(outcome.milliseconds)});
+    return true;
+  } catch (const Failure &failure) {
+    printRow(
+        {"FAILED", line.ciphers, kKeyNames[line.key], line.scheme, whoSigned(line.way, stage.holderName()), "NO", ""});
+    std::cerr << "          " << failure.what() << '\n';
+    return false;
+  }
+}
+
+/// Sends standard output, where the library's trace goes, to a fresh file.
+void sendTraceToFile() {
+  const std::string path = (std::filesystem::temp_directory_path() / "delegated_tls_trace.XXXXXX").string();
+  std::vector<char> name(path.begin(), path.end());
+  name.push_back('\0');
+  const Descriptor file(mkstemp(name.data()));
+  if (!file || std::freopen(name.data(), "w", stdout) == nullptr) {
+    throw Failure("no file for the trace could be made in " + std::filesystem::temp_directory_path().string());
+  }
+  std::cerr << "the library's trace goes to " << name.data() << "\n\n";
+}
+
+} // namespace
+
+bool runDemo(const DemoOptions &options) {
+  if (options.quiet) {
+    sendTraceToFile();
+  }
+  Stage stage(options.holder);
+  printRow({"protocol", "suite", "key", "signature scheme", "who signed", "verified", "ms"});
+  const auto good = std::ranges::count_if(kLines, [&stage](const Line &line) { return runLine(stage, line); });
+  std::cerr << '\n' << good << " of " << kLines.size() << " handshakes as they should be\n";
+  return good == std::ssize(kLines);
+}
+
+} // namespace delegated_tls

@@ -1,0 +1,98 @@
+// Sockets.
+#include "Descriptor.h"
+
+#include "Failure.h"
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+#include <thread>
+
+namespace delegated_tls {
+namespace {
+
+constexpr int kBacklog = 64;
+constexpr std::chrono::milliseconds kAcceptPause{10};
+
+std::string reason(int error) { return std::generic_category().message(error); }
+
+sockaddr_in loopback(std::uint16_t port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return address;
+}
+
+Descriptor tcpSocket() {
+  Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!socket) {
+    throw Failure("no socket could be made: " + reason(errno));
+  }
+  return socket;
+}
+
+// Failures of one connection or of the moment, not of the listening socket: accept is called again.
+bool isTransient(int error) {
+  return error == EINTR || error == ECONNABORTED || error == EMFILE || error == ENFILE || error == EPROTO;
+}
+
+} // namespace
+
+void Descriptor::reset(int descriptor) {
+  if (descriptor_ >= 0) {
+    close(descriptor_);
+  }
+  descriptor_ = descriptor;
+}
+
+void setTimeout(const Descriptor &socket, std::chrono::seconds timeout) {
+  const timeval time{.tv_sec = timeout.count(), .tv_usec = 0};
+  setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &time, sizeof time);
+  setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time);
+}
+
+Descriptor listenOnLoopback(std::uint16_t port) {
+  Descriptor socket = tcpSocket();
+  const int on = 1;
+  setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  const sockaddr_in address = loopback(port);
+  if (bind(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
+      listen(socket.get(), kBacklog) != 0) {
+    throw Failure("cannot listen on 127.0.0.1 port " + std::to_string(port) + ": " + reason(errno));
+  }
+  return socket;
+}
+
+std::uint16_t portOf(const Descriptor &socket) {
+  sockaddr_in address{};
+  socklen_t length = sizeof address;
+  getsockname(socket.get(), reinterpret_cast<sockaddr *>(&address), &length);
+  return ntohs(address.sin_port);
+}
+
+Descriptor acceptConnection(const Descriptor &listener) {
+  for (;;) {
+    Descriptor connection(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    if (connection || !isTransient(errno)) {
+      return connection;
+    }
+    std::this_thread::sleep_for(kAcceptPause);
+  }
+}
+
+void stopListening(const Descriptor &listener) { shutdown(listener.get(), SHUT_RDWR); }
+
+Descriptor connectToLoopback(std::uint16_t port) {
+  Descriptor socket = tcpSocket();
+  const sockaddr_in address = loopback(port);
+  if (connect(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
+    throw Failure("cannot connect to 127.0.0.1 port " + std::to_string(port) + ": " + reason(errno));
+  }
+  return socket;
+}
+
+} // namespace delegated_tls

@@ -1,0 +1,42 @@
+// Owned file descriptors, and TCP sockets on loopback.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <utility>
+
+namespace delegated_tls {
+
+class Descriptor {
+public:
+  Descriptor() = default;
+  explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
+  Descriptor(Descriptor &&other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+  Descriptor &operator=(Descriptor &&other) noexcept {
+    reset(std::exchange(other.descriptor_, -1));
+    return *this;
+  }
+  ~Descriptor() { reset(); }
+
+  int get() const { return descriptor_; }
+  explicit operator bool() const { return descriptor_ >= 0; }
+  void reset(int descriptor = -1);
+
+private:
+  int descriptor_ = -1;
+};
+
+/// Sending and receiving give up after this time without progress.
+void setTimeout(const Descriptor &socket, std::chrono::seconds timeout);
+
+/// A socket listening on 127.0.0.1; port 0 takes a free one.
+Descriptor listenOnLoopback(std::uint16_t port);
+std::uint16_t portOf(const Descriptor &socket);
+
+/// The next connection; an empty descriptor once stopListening was called.
+Descriptor acceptConnection(const Descriptor &listener);
+void stopListening(const Descriptor &listener);
+
+Descriptor connectToLoopback(std::uint16_t port);
+
+} // namespace delegated_tls

@@ -1,0 +1,59 @@
+// The key holder: whoever has the private keys, seen from the program that does TLS.
+#pragma once
+
+#include "PrivateKey.h"
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace delegated_tls {
+
+/// Several threads may use one holder at once.
+class KeyHolder {
+public:
+  virtual ~KeyHolder() = default;
+
+  /// Has key number @p key carry out the operation; nothing when the holder cannot, or is gone.
+  virtual std::optional<Bytes> perform(std::size_t key, Operation operation, int padding, const Bytes &data) = 0;
+
+  /// The keys' public halves (SubjectPublicKeyInfo), in the order of their numbers.
+  virtual const std::vector<Bytes> &publicHalves() const = 0;
+
+  /// Who the holder is, for people: "process 4711".
+  virtual std::string name() const = 0;
+};
+
+/// One key of a holder, counting what it was asked for.
+class HeldKey {
+public:
+  HeldKey(KeyHolder &holder, std::size_t number) : holder_(holder), number_(number) {}
+
+  std::optional<Bytes> perform(Operation operation, int padding, const Bytes &data) {
+    operations_.fetch_add(1);
+    return holder_.perform(number_, operation, padding, data);
+  }
+
+  const Bytes &publicHalf() const { return holder_.publicHalves().at(number_); }
+  std::string holderName() const { return holder_.name(); }
+  unsigned operations() const { return operations_.load(); }
+
+private:
+  KeyHolder &holder_;
+  std::size_t number_;
+  std::atomic<unsigned> operations_{0};
+};
+
+/// Makes the private keys: called in the holder's process, or where the holder lives.
+using KeyMaker = std::function<std::vector<PrivateKey>()>;
+
+enum class HolderKind { process, memory };
+
+/// Processes where there is fork.
+HolderKind defaultHolderKind();
+
+/// Starts a holder. Call it before the library is set up and before there are threads.
+std::unique_ptr<KeyHolder> startHolder(HolderKind kind, const KeyMaker &makeKeys);
+
+} // namespace delegated_tls

@@ -1,0 +1,154 @@
+// The key-holder process and the way to it.
+//
+// One message is one packet of a SOCK_SEQPACKET pair:
+//   hello     holder to server   0, error text; or 1, then the public halves, each with its length before it
+//   request   server to holder   id, operation, key number, padding, data
+//   answer    holder to server   id, success, data
+// The holder serves one request after the other and ends when the server's end of the pair is closed.
+#include "ProcessHolder.h"
+
+#include "Failure.h"
+#include "Packet.h"
+
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <mutex>
+
+namespace delegated_tls {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto kStartTimeout = 60s; // keys may have to be generated
+constexpr auto kAnswerTimeout = 5s;
+
+[[noreturn]] void runHolder(Descriptor socket, const KeyMaker &makeKeys) {
+  // The terminal's interrupt is for the server: the holder ends with it.
+  std::signal(SIGINT, SIG_IGN);
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+  std::vector<PrivateKey> keys;
+  try {
+    keys = makeKeys();
+    PacketWriter hello;
+    hello.number(1);
+    for (const PrivateKey &key : keys) {
+      hello.bytes(key.publicHalf());
+    }
+    hello.send(socket);
+  } catch (const std::exception &failure) {
+    PacketWriter hello;
+    hello.number(0);
+    hello.text(failure.what());
+    hello.send(socket);
+    _exit(1);
+  }
+  while (std::optional<PacketReader> request = PacketReader::receive(socket)) {
+    const std::uint32_t id = request->number();
+    const auto operation = static_cast<Operation>(request->number());
+    const std::size_t key = request->number();
+    const int padding = static_cast<int>(request->number());
+    const Bytes data = request->bytes();
+    const std::optional<Bytes> result = key < keys.size() ? keys[key].perform(operation, padding, data) : std::nullopt;
+    PacketWriter answer;
+    answer.number(id);
+    answer.number(result.has_value() ? 1 : 0);
+    answer.bytes(result.value_or(Bytes{}));
+    answer.send(socket);
+  }
+  _exit(0);
+}
+
+class ProcessHolder final : public KeyHolder {
+public:
+  ProcessHolder(Descriptor socket, pid_t process) : socket_(std::move(socket)), process_(process) {
+    setTimeout(socket_, kStartTimeout);
+    receiveHello();
+    setTimeout(socket_, kAnswerTimeout);
+  }
+
+  ~ProcessHolder() override {
+    socket_.reset();
+    waitpid(process_, nullptr, 0);
+  }
+
+  ProcessHolder(const ProcessHolder &) = delete;
+  ProcessHolder &operator=(const ProcessHolder &) = delete;
+
+  std::optional<Bytes> perform(std::size_t key, Operation operation, int padding, const Bytes &data) override {
+    // A holder that hangs must not hang the server: whoever waits for it gives up after a while.
+    const std::unique_lock lock(busy_, kAnswerTimeout);
+    if (!lock) {
+      return std::nullopt;
+    }
+    const std::uint32_t id = ++lastId_;
+    PacketWriter request;
+    request.number(id);
+    request.number(static_cast<std::uint32_t>(operation));
+    request.number(static_cast<std::uint32_t>(key));
+    request.number(static_cast<std::uint32_t>(padding));
+    request.bytes(data);
+    return request.send(socket_) ? receiveAnswer(id) : std::nullopt;
+  }
+
+  const std::vector<Bytes> &publicHalves() const override { return publicHalves_; }
+  std::string name() const override { return "process " + std::to_string(process_); }
+
+private:
+  void receiveHello() {
+    std::optional<PacketReader> hello = PacketReader::receive(socket_);
+    if (!hello) {
+      throw Failure("the key holder did not start");
+    }
+    if (hello->number() == 0) {
+      throw Failure(hello->text());
+    }
+    while (!hello->atEnd()) {
+      publicHalves_.push_back(hello->bytes());
+    }
+  }
+
+  // Answers to requests that were given up may still arrive before ours.
+  std::optional<Bytes> receiveAnswer(std::uint32_t id) {
+    while (std::optional<PacketReader> answer = PacketReader::receive(socket_)) {
+      if (answer->number() == id) {
+        return answer->number() == 1 ? std::optional(answer->bytes()) : std::nullopt;
+      }
+    }
+    return std::nullopt;
+  }
+
+  Descriptor socket_;
+  pid_t process_;
+  std::vector<Bytes> publicHalves_;
+  std::timed_mutex busy_;
+  std::uint32_t lastId_ = 0;
+};
+
+} // namespace
+
+std::unique_ptr<KeyHolder> startProcessHolder(const KeyMaker &makeKeys) {
+  int ends[2];
+  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
+    throw Failure("no socket pair for the key holder could be made");
+  }
+  Descriptor ours(ends[0]);
+  Descriptor theirs(ends[1]);
+  const pid_t process = fork();
+  if (process < 0) {
+    throw Failure("the key holder's process could not be started");
+  }
+  if (process == 0) {
+    ours.reset();
+    runHolder(std::move(theirs), makeKeys);
+  }
+  theirs.reset();
+  return std::make_unique<ProcessHolder>(std::move(ours), process);
+}
+
+} // namespace delegated_tls

@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# From a fresh Debian 12 machine to passed tests: sets up, builds three ways and runs everything in one
+# ctest: unit and end-to-end tests, the same under the address and undefined-behaviour sanitizers, the
+# concurrency tests under the thread sanitizer, and the format and lint checks. Further arguments go to ctest.
+set -euo pipefail
+. "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+
+cd "$root"
+ensure_packages g++ cmake ninja-build libgtest-dev libgmock-dev libbenchmark-dev clang-format clang-tidy \
+  openssl curl pkg-config binutils procps
+scripts/openssl.sh
+
+presets=(dev asan tsan)
+for preset in "${presets[@]}"; do
+  say "building: $preset"
+  build "$preset" -DKR_TEST_PREFIX="$preset."
+done
+
+# One ctest over all of them, so that one summary speaks for everything.
+{
+  for preset in "${presets[@]}"; do
+    echo "subdirs($preset)"
+  done
+  echo "add_test(lint \"$root/scripts/lint.sh\" \"$root/build/dev\")"
+} >build/CTestTestfile.cmake
+exec ctest --test-dir build --output-on-failure --parallel "$(nproc)" "$@"

@@ -1,0 +1,76 @@
+# Shared by the tests of the example program: keys and certificates, the server, checks.
+# Sourced with the program in $1 and OpenSSL 1.1.1's prefix in $2.
+
+program=$1
+prefix=$2
+work=$(mktemp -d)
+server=
+
+cleanup() {
+  [ -z "$server" ] || kill -KILL "$server" 2>/dev/null || true
+  rm -rf "$work"
+}
+trap cleanup EXIT
+cd "$work"
+
+# OpenSSL 1.1.1's program, beside the system's own `openssl`.
+cat >openssl11 <<END
+#!/bin/sh
+LD_LIBRARY_PATH="$prefix/lib" OPENSSL_CONF=/dev/null exec "$prefix/bin/openssl" "\$@"
+END
+chmod +x openssl11
+PATH="$work:$PATH"
+
+fail() {
+  printf 'FAILED: %s\n' "$*" >&2
+  [ ! -e server.log ] || sed 's/^/server: /' server.log >&2
+  exit 1
+}
+
+# Runs a command and wants the regular expression $1 in what it prints.
+expect() {
+  local pattern=$1 output
+  shift
+  output=$("$@" 2>&1) || true
+  grep -Eq -- "$pattern" <<<"$output" || fail "no '$pattern' from: $*"$'\n'"$output"
+}
+
+# A self-signed certificate for localhost over the key in $1.key: $1.pem.
+certify() {
+  openssl11 req -new -x509 -key "$1.key" -subj /CN=localhost -days 2 -out "$1.pem" \
+    -config <(printf '[req]\ndistinguished_name=dn\nx509_extensions=ext\n[dn]\n[ext]\nsubjectAltName=DNS:localhost,IP:127.0.0.1\nbasicConstraints=CA:TRUE\n')
+}
+
+make_keys() {
+  openssl11 genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:2048 -out rsa.key 2>/dev/null
+  openssl11 genpkey -algorithm EC -pkeyopt ec_paramgen_curve:P-256 -out ec.key
+  certify rsa
+  certify ec
+}
+
+# Starts the server for the key pair $1 with further options; sets $server and $port.
+start_server() {
+  local name=$1
+  shift
+  "$program" serve --cert "$name.pem" --key "$name.key" "$@" >trace.log 2>server.log &
+  server=$!
+  local tries
+  for tries in $(seq 100); do
+    port=$(sed -n 's/^listening on 127\.0\.0\.1:\([0-9]*\),.*/\1/p' server.log)
+    [ -n "$port" ] && return
+    sleep 0.1
+  done
+  fail "the server for $name did not start"
+}
+
+# Ends the server, which has to go in good order.
+stop_server() {
+  local status=0
+  kill -TERM "$server"
+  wait "$server" || status=$?
+  server=
+  [ "$status" -eq 0 ] || fail "the server ended with status $status"
+}
+
+# The process that holds the key.
+holder() { sed -n 's/.*the private key is held by process \([0-9]*\)$/\1/p' server.log; }

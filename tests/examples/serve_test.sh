@@ -1,0 +1,91 @@
+#!/usr/bin/env bash
+# Real peers shake hands with `delegated_tls serve`: s_client of OpenSSL 1.1.1 and of the system, and curl.
+# usage: serve_test.sh PROGRAM OPENSSL_1_1_1_PREFIX
+set -euo pipefail
+. "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
+
+# One handshake of an s_client ($1 openssl11 or openssl) with the running server, verified against $2.pem.
+s_client() {
+  local client=$1 name=$2
+  shift 2
+  timeout 30 "$client" s_client -connect "127.0.0.1:$port" -CAfile "$name.pem" -verify_hostname localhost \
+    -verify_return_error "$@" </dev/null
+}
+
+# Wants the handshake to verify, with this protocol and signature.
+expect_handshake() {
+  local protocol=$1 type=$2 digest=$3
+  shift 3
+  local output
+  output=$(s_client "$@" 2>&1) || fail "no handshake: $*"$'\n'"$output"
+  local wanted
+  for wanted in "Verify return code: 0 \(ok\)" "Peer signing digest: $digest" "Peer signature type: $type" "New, $protocol"; do
+    grep -Eq "$wanted" <<<"$output" || fail "no '$wanted' in: $*"$'\n'"$output"
+  done
+}
+
+expect_curl() {
+  expect "$2 .*signature $3 by process $(holder)" \
+    curl -sS --max-time 30 --cacert "$1.pem" --resolve "localhost:$port:127.0.0.1" "https://localhost:$port/"
+}
+
+make_keys
+openssl11 genpkey -genparam -algorithm DSA -pkeyopt dsa_paramgen_bits:2048 -pkeyopt dsa_paramgen_q_bits:256 \
+  -out dsa.params 2>/dev/null
+openssl11 genpkey -paramfile dsa.params -out dsa.key
+certify dsa
+
+start_server rsa
+[ "$(holder)" != "$server" ] || fail "the key is held by the server itself"
+[ -n "$(holder)" ] || fail "no holder process"
+for client in openssl11 openssl; do
+  expect_handshake TLSv1.2 RSA SHA256 "$client" rsa -sigalgs RSA+SHA256
+  expect_handshake TLSv1.2 RSA SHA512 "$client" rsa -tls1_2 -sigalgs RSA+SHA512
+done
+expect_curl rsa TLSv1.2 'rsa_pkcs1_sha[0-9]+'
+expect 'alert handshake failure' s_client openssl11 rsa -tls1_2 -cipher AES256-GCM-SHA384
+stop_server
+
+start_server ec
+for client in openssl11 openssl; do
+  expect_handshake TLSv1.3 ECDSA SHA256 "$client" ec
+  expect_handshake TLSv1.2 ECDSA SHA256 "$client" ec -tls1_2
+done
+expect_curl ec TLSv1.3 ecdsa_sha256
+stop_server
+
+start_server dsa
+expect_handshake TLSv1.2 DSA SHA256 openssl11 dsa -cipher DHE-DSS-AES256-GCM-SHA384 -sigalgs DSA+SHA256
+stop_server
+
+start_server ec --holder memory
+expect_handshake TLSv1.3 ECDSA SHA256 openssl11 ec
+expect 'by this process' curl -sS --cacert ec.pem --resolve "localhost:$port:127.0.0.1" "https://localhost:$port/"
+stop_server
+
+# Many at once, each with its own key object.
+start_server ec
+clients=()
+for _ in $(seq 12); do
+  s_client openssl11 ec >/dev/null 2>&1 &
+  clients+=($!)
+done
+for client in "${clients[@]}"; do
+  wait "$client" || fail "a handshake beside others failed"
+done
+
+# A holder that stands still fails handshakes for a while, one that dies for good; the server stays.
+kill -STOP "$(holder)"
+start=$SECONDS
+expect 'alert internal error' s_client openssl11 ec
+[ $((SECONDS - start)) -le 12 ] || fail "a holder that stands still hung the server"
+kill -CONT "$(holder)"
+expect_handshake TLSv1.3 ECDSA SHA256 openssl11 ec
+kill -KILL "$(holder)"
+start=$SECONDS
+for _ in 1 2 3; do
+  expect 'alert internal error' s_client openssl11 ec
+done
+[ $((SECONDS - start)) -le 5 ] || fail "a dead holder hung the server"
+grep -q 'connection failed: handshake failed' server.log || fail "the server did not report the dead holder"
+stop_server
