@@ -109,7 +109,7 @@ void handshakes(benchmark::State &state, int version, Kind kind, bool delegated)
   SSL_CTX_set_session_cache_mode(server.get(), SSL_SESS_CACHE_OFF);
   ift_provider provider{nullptr, Identity::sign, &identity(kind)};
   SSL_CTX_set_ex_data(server.get(), kropenssl_get_ssl_ctx_idx(), &provider);
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     const SSLPtr serverEnd(SSL_new(server.get()));
     const SSLPtr clientEnd(SSL_new(client.get()));
     if (delegated) {

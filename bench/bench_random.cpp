@@ -19,7 +19,7 @@ void setBytes(benchmark::State &state) {
 void compressionBound(benchmark::State &state) {
   std::array<unsigned char, SHA_CBLOCK> block{};
   SHA_CTX context;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     for (std::size_t done = 0; done < static_cast<std::size_t>(state.range(0)); done += kBlockBytes) {
       SHA1_Init(&context);
       SHA1_Update(&context, block.data(), block.size());
@@ -31,7 +31,7 @@ void compressionBound(benchmark::State &state) {
 
 void drawFrom(benchmark::State &state, const RAND_METHOD *method) {
   std::vector<unsigned char> buffer(static_cast<std::size_t>(state.range(0)));
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     method->bytes(buffer.data(), static_cast<int>(buffer.size()));
     benchmark::DoNotOptimize(buffer.data());
   }

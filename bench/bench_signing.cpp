@@ -26,7 +26,7 @@ void signRsa(benchmark::State &state, bool ownMethod) {
   }
   std::vector<unsigned char> signature(static_cast<std::size_t>(RSA_size(key.get())));
   unsigned length = 0;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     benchmark::DoNotOptimize(
         RSA_sign(NID_sha256, kDigest.data(), kDigest.size(), signature.data(), &length, key.get()));
   }
@@ -40,7 +40,7 @@ void signEcdsa(benchmark::State &state, bool ownMethod) {
   }
   std::vector<unsigned char> signature(static_cast<std::size_t>(ECDSA_size(key.get())));
   unsigned length = 0;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     benchmark::DoNotOptimize(
         ECDSA_sign(0, kDigest.data(), static_cast<int>(kDigest.size()), signature.data(), &length, key.get()));
   }

@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <iomanip>
 #include <iostream>
+#include <sstream>
 
 namespace delegated_tls {
 namespace {
@@ -118,9 +119,9 @@ void printRow(const std::array<std::string, 7> &cells) {
 }
 
 std::string rounded(double milliseconds) {
-  std::array<char, 32> text{};
-  std::snprintf(text.data(), text.size(), "%.1f", milliseconds);
-  return text.data();
+  std::ostringstream text;
+  text << std::fixed << std::setprecision(1) << milliseconds;
+  return text.str();
 }
 
 /// A line holds when the client verified the server, saw the expected scheme, and the holder was asked

@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <condition_variable>
 #include <csignal>
 #include <mutex>
 
@@ -28,10 +29,10 @@ constexpr auto kAnswerTimeout = 5s;
 
 [[noreturn]] void runHolder(Descriptor socket, const KeyMaker &makeKeys) {
   // The terminal's interrupt is for the server: the holder ends with it.
-  std::signal(SIGINT, SIG_IGN);
+  static_cast<void>(std::signal(SIGINT, SIG_IGN));
   sigset_t none;
   sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
+  pthread_sigmask(SIG_SETMASK, &none, nullptr);
   std::vector<PrivateKey> keys;
   try {
     keys = makeKeys();
@@ -81,25 +82,49 @@ public:
   ProcessHolder &operator=(const ProcessHolder &) = delete;
 
   std::optional<Bytes> perform(std::size_t key, Operation operation, int padding, const Bytes &data) override {
-    // A holder that hangs must not hang the server: whoever waits for it gives up after a while.
-    const std::unique_lock lock(busy_, kAnswerTimeout);
-    if (!lock) {
-      return std::nullopt;
-    }
-    const std::uint32_t id = ++lastId_;
-    PacketWriter request;
-    request.number(id);
-    request.number(static_cast<std::uint32_t>(operation));
-    request.number(static_cast<std::uint32_t>(key));
-    request.number(static_cast<std::uint32_t>(padding));
-    request.bytes(data);
-    return request.send(socket_) ? receiveAnswer(id) : std::nullopt;
+    const Turn turn(*this);
+    return turn.taken() ? request(key, operation, padding, data) : std::nullopt;
   }
 
   const std::vector<Bytes> &publicHalves() const override { return publicHalves_; }
   std::string name() const override { return "process " + std::to_string(process_); }
 
 private:
+  // One request at a time. A holder that hangs must not hang the server: who waits for it gives up in time.
+  class Turn {
+  public:
+    explicit Turn(ProcessHolder &holder) : holder_(holder) {
+      std::unique_lock lock(holder_.mutex_);
+      taken_ = holder_.free_.wait_for(lock, kAnswerTimeout, [this] { return !holder_.busy_; });
+      holder_.busy_ = true;
+    }
+    ~Turn() {
+      if (taken_) {
+        const std::scoped_lock lock(holder_.mutex_);
+        holder_.busy_ = false;
+        holder_.free_.notify_one();
+      }
+    }
+    Turn(const Turn &) = delete;
+    Turn &operator=(const Turn &) = delete;
+    bool taken() const { return taken_; }
+
+  private:
+    ProcessHolder &holder_;
+    bool taken_;
+  };
+
+  std::optional<Bytes> request(std::size_t key, Operation operation, int padding, const Bytes &data) {
+    const std::uint32_t id = ++lastId_;
+    PacketWriter packet;
+    packet.number(id);
+    packet.number(static_cast<std::uint32_t>(operation));
+    packet.number(static_cast<std::uint32_t>(key));
+    packet.number(static_cast<std::uint32_t>(padding));
+    packet.bytes(data);
+    return packet.send(socket_) ? receiveAnswer(id) : std::nullopt;
+  }
+
   void receiveHello() {
     std::optional<PacketReader> hello = PacketReader::receive(socket_);
     if (!hello) {
@@ -126,7 +151,9 @@ private:
   Descriptor socket_;
   pid_t process_;
   std::vector<Bytes> publicHalves_;
-  std::timed_mutex busy_;
+  std::mutex mutex_;
+  std::condition_variable free_;
+  bool busy_ = false;
   std::uint32_t lastId_ = 0;
 };
 

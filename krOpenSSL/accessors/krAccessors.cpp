@@ -141,7 +141,8 @@ int krRSA_private_encrypt(const RSA_METHOD *method, int length, const unsigned c
   if (method != nullptr) {
     return tracedBefore(__func__, RSA_meth_get_priv_enc(method), length, from, to, rsa, padding);
   }
-  return tracedWork(__func__, [accessor = __func__] {
+  const char *accessor = __func__;
+  return tracedWork(accessor, [accessor] {
     krTraceLog(krOpenSSL::kTraceTag, "%s: rsaMethod is NULL", accessor);
     return 1;
   });

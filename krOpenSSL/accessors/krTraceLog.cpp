@@ -20,6 +20,7 @@ int krTraceLog(const char *tag, const char *format, ...) noexcept {
   }
   std::va_list arguments;
   va_start(arguments, format);
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the analyzer does not follow va_start here
   const int printed = std::vprintf(line.data(), arguments);
   va_end(arguments);
   return printed;

@@ -76,6 +76,7 @@ int qvlib_init(ENGINE * /*engine*/) noexcept { return 1; }
 int qvlib_destroy(ENGINE *engine) noexcept {
   RSA_meth_free(const_cast<RSA_METHOD *>(ENGINE_get_RSA(engine)));
   DSA_meth_free(const_cast<DSA_METHOD *>(ENGINE_get_DSA(engine)));
-  EC_KEY_METHOD_free(const_cast<EC_KEY_METHOD *>(ENGINE_get_EC(engine)));
+  // By its handle: the engine may be without it, and EC_KEY_METHOD_free takes no null, unlike the others.
+  ECKeyMethodPtr(const_cast<EC_KEY_METHOD *>(ENGINE_get_EC(engine))).reset();
   return 1;
 }

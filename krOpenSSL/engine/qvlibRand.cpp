@@ -43,9 +43,9 @@ bool initFromSystem() noexcept {
 
 // A forked child starts over: with a new XKEY, and without the rest of its parent's block.
 void renewIfCopied(GeneratorLock &lock) noexcept {
-  if (lock.firstInChild() && seeded.load()) {
+  if (lock.firstInChild() && generator != nullptr) {
     makeGenerator();
-    seeded.store(initFromSystem());
+    seeded.store(seeded.load() && initFromSystem());
   }
 }
 

@@ -24,6 +24,10 @@ EngineChoice chosenEngine() noexcept {
                                                                     : EngineChoice::qvlibFIPS;
 }
 
+// False once OpenSSL has been cleaned up for good, by an exit handler of the host's or by hand: its engine
+// list is gone then, lock and all.
+bool opensslIsUsable() noexcept { return OPENSSL_init_crypto(0, nullptr) != 0; }
+
 // ENGINE_by_id would search OpenSSL's module folder for a stranger of that name when the list has none.
 ENGINE *findListedEngine(std::string_view id) noexcept {
   ENGINE *engine = ENGINE_get_first();
@@ -50,6 +54,7 @@ int loadDelegationEngine() noexcept {
   if (engine == nullptr) {
     return 0;
   }
+  state::listedEngine.store(engine, std::memory_order_release);
   ENGINE_register_RSA(engine);
   ENGINE_register_DSA(engine);
   krENGINE_register_ECDSA(engine);
@@ -58,7 +63,7 @@ int loadDelegationEngine() noexcept {
 }
 
 // The reference that the load took is not given back: keys may still be bound to the engine.
-void unloadEngine(ENGINE *engine) noexcept {
+void unregister(ENGINE *engine) noexcept {
   ENGINE_unregister_RSA(engine);
   ENGINE_unregister_DSA(engine);
   krENGINE_unregister_ECDSA(engine);
@@ -66,12 +71,14 @@ void unloadEngine(ENGINE *engine) noexcept {
   ENGINE_unregister_RAND(engine);
   ENGINE_unregister_ciphers(engine);
   ENGINE_unregister_digests(engine);
-  state::activeEngine.store(nullptr, std::memory_order_release);
 }
 
 } // namespace
 
 int krOpenSSLEngineLoad() {
+  if (!opensslIsUsable()) {
+    return 0;
+  }
   switch (chosenEngine()) {
   case EngineChoice::qvlib:
     return loadDelegationEngine();
@@ -83,8 +90,10 @@ int krOpenSSLEngineLoad() {
 }
 
 int krOpenSSLEngineUnload() {
-  if (ENGINE *engine = state::activeEngine.load(std::memory_order_acquire); engine != nullptr) {
-    unloadEngine(engine);
+  ENGINE *engine = state::activeEngine.load(std::memory_order_acquire);
+  if (engine != nullptr && opensslIsUsable()) {
+    unregister(engine);
   }
+  state::activeEngine.store(nullptr, std::memory_order_release);
   return 1;
 }

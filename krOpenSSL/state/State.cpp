@@ -5,6 +5,7 @@ namespace krOpenSSL::state {
 
 constinit std::atomic<std::int32_t> setupCount{0};
 constinit std::atomic<ENGINE *> activeEngine{nullptr};
+constinit std::atomic<ENGINE *> listedEngine{nullptr};
 
 constinit std::atomic<int> fipsMode{0};
 constinit std::atomic<int> useOpenSSLFips{0};

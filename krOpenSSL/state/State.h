@@ -17,6 +17,10 @@ extern std::atomic<std::int32_t> setupCount;
 /// The engine that is registered now, or null. Written by the engine load and unload.
 extern std::atomic<ENGINE *> activeEngine;
 
+/// The engine that OpenSSL's list holds. The reference that a load takes is never given back, so the engine
+/// outlives the list; this keeps it reachable for tools that look for leaks. Written by the engine load.
+extern std::atomic<ENGINE *> listedEngine;
+
 /// FIPS mode on or off, and whether OpenSSL's engine provides it: 0 or 1. Nothing switches them yet.
 extern std::atomic<int> fipsMode;
 extern std::atomic<int> useOpenSSLFips;

@@ -52,11 +52,12 @@ make_keys() {
 start_server() {
   local name=$1
   shift
+  rm -f server.log
   "$program" serve --cert "$name.pem" --key "$name.key" "$@" >trace.log 2>server.log &
   server=$!
   local tries
-  for tries in $(seq 100); do
-    port=$(sed -n 's/^listening on 127\.0\.0\.1:\([0-9]*\),.*/\1/p' server.log)
+  for tries in $(seq 300); do
+    port=$(sed -n 's/^listening on 127\.0\.0\.1:\([0-9]*\),.*/\1/p' server.log 2>/dev/null) || true
     [ -n "$port" ] && return
     sleep 0.1
   done
