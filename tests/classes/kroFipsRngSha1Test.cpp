@@ -1,0 +1,113 @@
+// The FIPS 186-2 generator against independently computed answers.
+#include "support/Vectors.h"
+
+#include <krOpenSSL/kroFipsRngSha1.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+namespace {
+
+using krTest::Bytes;
+
+const Bytes kSeed(64, 0x5a);
+// The q of FIPS 186-2 Appendix 5.
+const Bytes kQ{0xc7, 0x73, 0x21, 0x8c, 0x73, 0x7e, 0xc8, 0xee, 0x99, 0x3b,
+               0x4f, 0x2d, 0xed, 0x30, 0xf4, 0x8e, 0xda, 0xce, 0x91, 0x5f};
+
+kroFipsRngSha1 seeded(const Bytes &seed, const Bytes &q = {}) {
+  kroFipsRngSha1 generator;
+  generator.Init(seed.data(), seed.size(), q.empty() ? nullptr : q.data());
+  return generator;
+}
+
+Bytes draw(kroFipsRngSha1 &generator, std::size_t length, const Bytes &xseed = {}) {
+  Bytes out(length);
+  generator.Generate(out.data(), length, xseed.data(), xseed.size());
+  return out;
+}
+
+} // namespace
+
+TEST(FipsRngSha1, GivesTheKnownAnswersInOneDrawAndInPieces) {
+  EXPECT_TRUE(kroFipsRngSha1::Validate());
+  const auto records = krTest::readVectors("fips186_2.txt");
+  ASSERT_GE(records.size(), 40U);
+  for (krTest::Record record : records) {
+    SCOPED_TRACE(testing::PrintToString(record));
+    kroFipsRngSha1 generator = seeded(record["Seed"], record["Q"]);
+    if (!record["Iterate"].empty()) {
+      generator.Iterate(record["Iterate"].data(), record["Iterate"].size());
+    }
+    kroFipsRngSha1 inPieces = generator;
+    EXPECT_EQ(draw(generator, record["Out"].size(), record["XSeed"]), record["Out"]);
+
+    Bytes pieces;
+    for (std::size_t piece = 7; record["XSeed"].empty() && pieces.size() < record["Out"].size();
+         piece = piece % 33 + 13) {
+      const Bytes next = draw(inPieces, std::min(piece, record["Out"].size() - pieces.size()));
+      pieces.insert(pieces.end(), next.begin(), next.end());
+    }
+    EXPECT_TRUE(pieces.empty() || pieces == record["Out"]);
+  }
+}
+
+TEST(FipsRngSha1, EveryBlockIsBelowQ) {
+  for (const unsigned topByte : {0x80U, 0xc7U, 0xffU}) {
+    Bytes q = kQ;
+    q[0] = static_cast<unsigned char>(topByte);
+    kroFipsRngSha1 generator = seeded(kSeed, q);
+    for (int block = 0; block < 1000; ++block) {
+      ASSERT_LT(draw(generator, q.size()), q);
+    }
+  }
+}
+
+TEST(FipsRngSha1, InitWithoutAProperQKeepsTheModeAndTheRestOfTheBlock) {
+  const Bytes noQ(20, 0x7f); // its top bit is clear
+  for (const Bytes &q : {Bytes{}, kQ}) {
+    for (const unsigned char *newQ : {noQ.data(), static_cast<const unsigned char *>(nullptr)}) {
+      kroFipsRngSha1 generator = seeded(Bytes(20, 0x11), q);
+      draw(generator, 7);
+      kroFipsRngSha1 untouched = generator;
+      generator.Init(kSeed.data(), kSeed.size(), newQ);
+      EXPECT_EQ(draw(generator, 13), draw(untouched, 13));
+      kroFipsRngSha1 fresh = seeded(kSeed, q);
+      EXPECT_EQ(draw(generator, 40), draw(fresh, 40));
+    }
+  }
+}
+
+TEST(FipsRngSha1, TakesNullForNothing) {
+  kroFipsRngSha1 generator = seeded(kSeed);
+  kroFipsRngSha1 expected = generator;
+  generator.Generate(nullptr, 20, nullptr, 0);
+  EXPECT_EQ(draw(generator, 20), draw(expected, 20)); // null output draws nothing
+  generator.Iterate(nullptr, 8);
+  expected.Iterate(nullptr, 0);
+  Bytes out(40);
+  generator.Generate(out.data(), out.size(), nullptr, 8);
+  EXPECT_EQ(out, draw(expected, out.size()));
+}
+
+TEST(FipsRngSha1, IterateReplacesTheRestOfTheBlock) {
+  kroFipsRngSha1 generator = seeded(kSeed);
+  draw(generator, 7);
+  kroFipsRngSha1 expected = generator;
+  generator.Iterate(kQ.data(), kQ.size());
+  draw(expected, 13);
+  const Bytes next = draw(expected, 20, kQ);
+  EXPECT_EQ(draw(generator, 13), Bytes(next.begin() + 7, next.end()));
+  EXPECT_EQ(draw(generator, 20), draw(expected, 20));
+}
+
+TEST(FipsRngSha1, AShorterSeedKeepsTheKeyBytesBeyondIt) {
+  for (const unsigned char *seed : {kSeed.data(), static_cast<const unsigned char *>(nullptr)}) {
+    kroFipsRngSha1 generator = seeded(kSeed);
+    kroFipsRngSha1 expected = generator;
+    generator.Init(seed, 20, nullptr); // the same 64 bytes enter the first block
+    EXPECT_EQ(draw(generator, 20), draw(expected, 20));
+    EXPECT_NE(draw(generator, 20), draw(expected, 20));
+  }
+}

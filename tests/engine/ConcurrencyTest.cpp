@@ -1,0 +1,105 @@
+// What several threads may do at once. Built with the thread sanitizer too.
+#include "support/Provider.h"
+#include "support/Trace.h"
+
+#include <krOpenSSL/krLifecycle.h>
+
+#include <gtest/gtest.h>
+#include <openssl/rand.h>
+
+#include <algorithm>
+#include <array>
+#include <barrier>
+#include <set>
+#include <thread>
+
+namespace {
+
+using namespace krTest;
+
+constexpr std::size_t kThreads = 8;
+
+// Runs the work in threads that begin together, each with its own number.
+void race(const std::function<void(std::size_t)> &work) {
+  std::barrier start(kThreads);
+  std::vector<std::jthread> threads;
+  for (std::size_t i = 0; i < kThreads; ++i) {
+    threads.emplace_back([&, i] {
+      start.arrive_and_wait();
+      work(i);
+    });
+  }
+}
+
+bool engineIsRegistered() { return ENGINE_get_default_RSA() != nullptr; }
+
+} // namespace
+
+TEST(Concurrency, RandomBytesAreNeverHandedOutTwice) {
+  krOSSLSetup();
+  std::array<std::vector<Bytes>, kThreads> drawn;
+  race([&](std::size_t thread) {
+    for (int i = 0; i < 500; ++i) {
+      Bytes &bytes = drawn.at(thread).emplace_back(8);
+      EXPECT_EQ(RAND_bytes(bytes.data(), 8), 1);
+      RAND_add(&i, sizeof i, 0.0);
+      EXPECT_EQ(RAND_status(), 1);
+    }
+  });
+  std::set<Bytes> all;
+  for (const auto &ofThread : drawn) {
+    all.insert(ofThread.begin(), ofThread.end());
+  }
+  EXPECT_EQ(all.size(), kThreads * 500U);
+  krOSSLCleanup();
+}
+
+TEST(Concurrency, ThreadsSignWithTheirOwnKeysAndTraceLinesStayWhole) {
+  const Bytes digest(32, 0x2b);
+  const Library library;
+  kropenssl_get_ecdsa_idx();
+  Trace trace;
+  race([&](std::size_t thread) {
+    EVP_PKEY *owner = softwareKey(kKinds[thread % 3]);
+    Connection connection(signsWith(owner));
+    const EVPPKeyPtr key = wholeCopy(owner);
+    attach(key.get(), thread < 6 ? connection.ssl.get() : nullptr);
+    for (int i = 0; i < 20; ++i) {
+      EXPECT_TRUE(verifies(owner, digest, signDigest(key.get(), digest)));
+      krEngineSetDSAPrivateKeyOpCallback(i % 2 == 0 ? nullptr : DSA_meth_get_sign(DSA_OpenSSL()));
+    }
+    EXPECT_EQ(connection.provider.requests.size(), thread < 6 ? 20U : 0U);
+  });
+  for (const std::string &line : trace.lines) {
+    EXPECT_TRUE(line.starts_with("krOpenSSL ") && line.find("krOpenSSL ", 1) == std::string::npos) << line;
+  }
+}
+
+TEST(Concurrency, RacingSetupsLoadOnceAndNestedPairsUnloadNothing) {
+  race([](std::size_t) { EXPECT_EQ(krOSSLSetup(), 0); });
+  EXPECT_TRUE(engineIsRegistered());
+  race([](std::size_t) {
+    for (int i = 0; i < 1000; ++i) {
+      krOSSLSetup();
+      krOSSLCleanup();
+    }
+  });
+  EXPECT_TRUE(engineIsRegistered());
+  race([](std::size_t) { krOSSLCleanup(); });
+  EXPECT_FALSE(engineIsRegistered());
+  krOSSLSetup(); // the count is back at 0
+  EXPECT_TRUE(engineIsRegistered());
+  krOSSLCleanup();
+}
+
+TEST(Concurrency, RacingThreadsGetTheSameIndexMadeOnce) {
+  Trace trace;
+  for (const auto getter :
+       {kropenssl_get_rsa_idx, kropenssl_get_dsa_idx, kropenssl_get_ecdsa_idx, kropenssl_get_ssl_ctx_idx}) {
+    std::array<int, kThreads> indexes{};
+    race([&](std::size_t thread) { indexes.at(thread) = getter(); });
+    EXPECT_GE(indexes[0], 0);
+    EXPECT_EQ(std::ranges::count(indexes, indexes[0]), kThreads);
+  }
+  EXPECT_EQ(trace.lines.size(), 3U);
+}

@@ -1,0 +1,41 @@
+#include "support/Allocations.h"
+
+#include <openssl/crypto.h>
+
+#include <atomic>
+#include <cstdlib>
+
+namespace krTest::allocations {
+namespace {
+
+constinit std::atomic<long> blocks{0};
+constinit std::atomic<long> untilFailure{0};
+
+void release(void *block, const char * /*file*/, int /*line*/) {
+  blocks -= block != nullptr ? 1 : 0;
+  std::free(block);
+}
+
+void *resize(void *block, std::size_t size, const char *file, int line) {
+  if (size == 0) {
+    release(block, file, line);
+    return nullptr;
+  }
+  if (untilFailure > 0 && --untilFailure == 0) {
+    return nullptr;
+  }
+  void *resized = std::realloc(block, size);
+  blocks += block == nullptr && resized != nullptr ? 1 : 0;
+  return resized;
+}
+
+void *allocate(std::size_t size, const char *file, int line) { return resize(nullptr, size, file, line); }
+
+} // namespace
+
+bool install() noexcept { return CRYPTO_set_mem_functions(allocate, resize, release) != 0; }
+long outstanding() noexcept { return blocks; }
+void failNth(long n) noexcept { untilFailure = n; }
+bool failed() noexcept { return untilFailure == 0; }
+
+} // namespace krTest::allocations

@@ -1,0 +1,41 @@
+// Keys for the tests: software keys with OpenSSL's own methods, and fresh objects bound to the engine.
+#pragma once
+
+#include "support/Vectors.h"
+
+#include <krOpenSSL/krHandles.h>
+
+namespace krTest {
+
+using krOpenSSL::EVPPKeyCtxPtr;
+using krOpenSSL::EVPPKeyPtr;
+
+enum class Kind { rsa, dsa, p256, p384, p521 };
+inline constexpr Kind kKinds[]{Kind::rsa, Kind::dsa, Kind::p256, Kind::p384, Kind::p521};
+
+/// Has the library set up for its life, and made the software keys before.
+struct Library {
+  Library();
+  ~Library();
+  Library(const Library &) = delete;
+  Library &operator=(const Library &) = delete;
+};
+
+/// A key with OpenSSL's own methods, made once per process. To be asked for before the library's set-up.
+EVP_PKEY *softwareKey(Kind kind);
+
+/// A new object with the whole key, or with its public half, bound to the engine that is registered now.
+EVPPKeyPtr wholeCopy(EVP_PKEY *key);
+EVPPKeyPtr publicHalf(EVP_PKEY *key);
+
+/// Stores the connection on the key under its ex-data index.
+void attach(EVP_PKEY *key, SSL *ssl);
+
+/// Signs a bare digest: for RSA with the hash of that length, MD5+SHA-1 for 36 bytes; for the others to a
+/// DER signature, whatever the padding. Empty on failure.
+Bytes signDigest(EVP_PKEY *key, const Bytes &digest, int padding = RSA_PKCS1_PADDING);
+
+/// Whether @p signature is what signDigest could have made.
+bool verifies(EVP_PKEY *key, const Bytes &digest, const Bytes &signature, int padding = RSA_PKCS1_PADDING);
+
+} // namespace krTest

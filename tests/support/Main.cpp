@@ -1,0 +1,39 @@
+// The main of every test program.
+#include "support/Allocations.h"
+
+#include <gtest/gtest.h>
+#include <openssl/err.h>
+
+#include <cstdio>
+
+namespace {
+
+// A test that passes leaves OpenSSL's error queue empty; one that fails shows it. Nothing is done at the
+// start: even a look at the queue would initialise OpenSSL before the library does.
+class Listener : public testing::EmptyTestEventListener {
+  // A test that takes the standard output hides its failures there.
+  void OnTestPartResult(const testing::TestPartResult &result) override {
+    if (result.failed()) {
+      (void)std::fprintf(stderr, "%s:%d: %s\n", result.file_name(), result.line_number(), result.message());
+    }
+  }
+
+  void OnTestEnd(const testing::TestInfo &test) override {
+    if (test.result()->Passed()) {
+      EXPECT_EQ(ERR_peek_error(), 0U) << "errors left in OpenSSL's queue";
+    }
+    ERR_print_errors_fp(stderr);
+  }
+};
+
+} // namespace
+
+int main(int argc, char **argv) {
+  if (!krTest::allocations::install()) {
+    (void)std::fputs("loading the library has made OpenSSL allocate\n", stderr);
+    return 1;
+  }
+  testing::InitGoogleTest(&argc, argv);
+  testing::UnitTest::GetInstance()->listeners().Append(new Listener);
+  return RUN_ALL_TESTS();
+}
