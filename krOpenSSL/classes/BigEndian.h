@@ -76,14 +76,14 @@ struct Number512 {
     }
   }
 
-  friend Number512 sum(const Number512 &first, const Number512 &second, std::uint64_t carry) noexcept {
-    Number512 result;
-    for (std::size_t i = 0; i < result.words.size(); ++i) {
-      const std::uint64_t word = first.words[i] + second.words[i];
-      result.words[i] = word + carry;
-      carry = static_cast<std::uint64_t>(word < second.words[i]) | static_cast<std::uint64_t>(result.words[i] < word);
+  /// In place, word by word: a copy of the whole number would wait for its words to be stored.
+  void add(const Number512 &addend, std::uint64_t carry) noexcept {
+    for (std::size_t i = 0; i < words.size(); ++i) {
+      const std::uint64_t sum = words[i] + addend.words[i];
+      const std::uint64_t total = sum + carry;
+      carry = static_cast<std::uint64_t>(sum < addend.words[i]) | static_cast<std::uint64_t>(total < sum);
+      words[i] = total;
     }
-    return result;
   }
 };
 

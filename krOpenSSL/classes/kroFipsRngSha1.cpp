@@ -56,7 +56,7 @@ struct kroFipsRngSha1::Round {
       storeBigEndian<std::uint32_t>(word, h);
       word += kWordBytes;
     }
-    key_ = sum(key_, Number512{{pair(sha_.h3, sha_.h4), pair(sha_.h1, sha_.h2), sha_.h0}}, 1);
+    key_.add(Number512{{pair(sha_.h3, sha_.h4), pair(sha_.h1, sha_.h2), sha_.h0}}, 1);
     key_.store(generator_.xkey_, generator_.xkeyLength_);
   }
 
@@ -67,7 +67,9 @@ private:
 
   const unsigned char *addXSeed() noexcept {
     std::copy_n(generator_.xkey_, kMaxXKeyBytes, xval_.begin());
-    sum(key_, xseed_, 0).store(xval_.data(), generator_.xkeyLength_);
+    Number512 sum = key_;
+    sum.add(xseed_, 0);
+    sum.store(xval_.data(), generator_.xkeyLength_);
     return xval_.data();
   }
 

@@ -32,8 +32,9 @@ template <std::size_t Bytes>
 void addShifted(Number &number, const std::array<unsigned char, Bytes> &value, std::size_t shift) noexcept {
   Number addend{};
   std::copy(value.begin(), value.end(), addend.end() - shift - Bytes);
-  sum(Number512::load(number.data(), kNumberBytes), Number512::load(addend.data(), kNumberBytes), 0)
-      .store(number.data(), kNumberBytes);
+  auto sum = Number512::load(number.data(), kNumberBytes);
+  sum.add(Number512::load(addend.data(), kNumberBytes), 0);
+  sum.store(number.data(), kNumberBytes);
 }
 
 Number multipleOfQPlusRemainder1() noexcept {

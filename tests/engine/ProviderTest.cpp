@@ -92,7 +92,7 @@ TEST(Provider, RsaResultsFollowTheAnswer) {
       {"no bytes", claims(0), -1, 0},
       {"failure", claims(kRsaBytes, false), 0, 0},
       {"an exception", throws, 0, 0},
-      {"a negative length", claims(-1), -1, -1},
+      {"a negative length", claims(INT_MIN), -1, -1},
       {"more than the key size", claims(kRsaBytes + 1), -1, -1},
   };
   for (const auto &[answer, behaviour, forRaw, forDigestInfo] : rows) {

@@ -41,6 +41,11 @@ TEST(Qvlib, ReplacesThePrivateOperationsAndNothingElse) {
   EXPECT_STREQ(DSA_meth_get0_name(dsa), "qvlib DSA method");
   EXPECT_EQ(DSA_meth_get_sign(dsa), &qvlib_DSA_do_sign);
   EXPECT_EQ(DSA_meth_get_verify(dsa), DSA_meth_get_verify(DSA_get_default_method()));
+
+  int (*setup[2])(EC_KEY *, BN_CTX *, BIGNUM **, BIGNUM **){};
+  EC_KEY_METHOD_get_sign(ENGINE_get_EC(engine.get()), nullptr, &setup[0], nullptr);
+  EC_KEY_METHOD_get_sign(EC_KEY_get_default_method(), nullptr, &setup[1], nullptr);
+  EXPECT_EQ(setup[0], setup[1]);
 }
 
 TEST(Qvlib, HasNoRandomMethodInFipsMode) {
