@@ -9,6 +9,7 @@ constinit std::atomic<ENGINE *> listedEngine{nullptr};
 
 constinit std::atomic<int> fipsMode{0};
 constinit std::atomic<int> useOpenSSLFips{0};
+constinit std::atomic<const FipsModule *> fipsModule{nullptr};
 
 constinit std::atomic<RSAPrivateKeyOpCallback> rsaPrivateEncrypt{nullptr};
 constinit std::atomic<RSAPrivateKeyOpCallback> rsaPrivateDecrypt{nullptr};

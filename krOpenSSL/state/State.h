@@ -9,6 +9,10 @@
 #include <atomic>
 #include <cstdint>
 
+namespace krOpenSSL {
+struct FipsModule;
+} // namespace krOpenSSL
+
 namespace krOpenSSL::state {
 
 /// Users of OpenSSL. Written by krOSSLSetup and krOSSLCleanup; not clamped at 0.
@@ -24,6 +28,9 @@ extern std::atomic<ENGINE *> listedEngine;
 /// FIPS mode on or off, and whether OpenSSL's engine provides it: 0 or 1. Nothing switches them yet.
 extern std::atomic<int> fipsMode;
 extern std::atomic<int> useOpenSSLFips;
+
+/// The dispatch table of the external FIPS module. Nothing in the library attaches one.
+extern std::atomic<const FipsModule *> fipsModule;
 
 /// The callback slots. Written by their exported setters; krOSSLCleanup empties all but the decrypt slot.
 extern std::atomic<RSAPrivateKeyOpCallback> rsaPrivateEncrypt;

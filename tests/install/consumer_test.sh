@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # An outside program is built against the installed tree, once through the CMake package and once through
-# pkg-config, and runs. Its key delegation is the README's example, taken from there.
+# pkg-config, and runs. Its key delegation is the README's example, taken from there, and so are the examples
+# of docs/classes.md.
 # usage: consumer_test.sh SOURCE_DIR BUILD_DIR
 set -euo pipefail
 source=$1
@@ -9,7 +10,12 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
 cp -r "$source/tests/install/consumer" "$work/consumer"
-sed -n '/^```cpp$/,/^```$/{/^```/!p}' "$source/README.md" >"$work/consumer/delegate.cpp"
+code_of() { sed -n '/^```cpp$/,/^```$/{/^```/!p}' "$1"; }
+code_of "$source/README.md" >"$work/consumer/delegate.cpp"
+{
+  printf '#include <krOpenSSL/krOpenSSL.h>\n#include <openssl/crypto.h>\n#include <cstring>\n'
+  code_of "$source/docs/classes.md"
+} >"$work/consumer/classes.cpp"
 [ "$(grep -c . "$work/consumer/delegate.cpp")" -le 12 ] || { echo "the README's example has grown" >&2; exit 1; }
 
 cmake --install "$build" --prefix "$work/prefix" >/dev/null
