@@ -38,7 +38,8 @@ public:
   /// Starts a computation.
   void Init();
 
-  /// Takes in @p len bytes, the full 64 bits of it. Null @p data is ignored.
+  /// Takes in @p len bytes, the full 64 bits of it. Null @p data with a length ends the computation: Final
+  /// then writes nothing.
   void Update(const unsigned char *data, std::uint64_t len);
 
   /// Writes the digest (GetEVP_MD's size: 16 to 64 bytes) to @p out and ends the computation; with a null

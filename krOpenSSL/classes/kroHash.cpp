@@ -1,6 +1,8 @@
 // The digest classes.
 #include <krOpenSSL/kroHash.h>
 
+#include "Lengths.h"
+
 #include <openssl/evp.h>
 
 #include <cstring>
@@ -51,8 +53,9 @@ kroHashBase &kroHashBase::operator=(const kroHashBase &other) {
 void kroHashBase::Init() { EVP_MD_CTX_free(std::exchange(context_, startDigest(algorithm_))); }
 
 void kroHashBase::Update(const unsigned char *data, std::uint64_t len) {
-  if (context_ != nullptr && data != nullptr) {
-    EVP_DigestUpdate(context_, data, len);
+  // A digest over only some of the data must never come out.
+  if (context_ != nullptr && !(krOpenSSL::isReadable(data, len) && EVP_DigestUpdate(context_, data, len) == 1)) {
+    EVP_MD_CTX_free(std::exchange(context_, nullptr));
   }
 }
 

@@ -94,8 +94,11 @@ TEST(Hash, CallsOutOfOrderDoNoHarm) {
   update(hash, kFirst);
   hash.Init(); // starts anew
   update(hash, kSecond);
-  hash.Update(nullptr, 5);
+  hash.Update(nullptr, 0);
   EXPECT_EQ(finish(hash), digest<kroSHA256>(kSecond));
+  hash.Init();
+  hash.Update(nullptr, 5);
+  EXPECT_EQ(finish(hash), kUntouched);
   hash.Init();
   Bytes out = kUntouched;
   hash(out.data(), kSecond.data(), kSecond.size()); // while computing
