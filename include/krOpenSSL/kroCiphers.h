@@ -34,7 +34,7 @@ public:
   kroAESCipher() = default;
   kroAESCipher(const kroAESCipher &) = default;
   kroAESCipher &operator=(const kroAESCipher &);
-  kroAESCipher &operator=(kroAESCipher &&);
+  kroAESCipher &operator=(kroAESCipher &&) noexcept;
 };
 
 extern template class kroAESCipher<128>;
@@ -52,7 +52,7 @@ public:
   kroDES3CBCCipher() = default;
   kroDES3CBCCipher(const kroDES3CBCCipher &) = default;
   kroDES3CBCCipher &operator=(const kroDES3CBCCipher &);
-  kroDES3CBCCipher &operator=(kroDES3CBCCipher &&);
+  kroDES3CBCCipher &operator=(kroDES3CBCCipher &&) noexcept;
 };
 
 /// The RC4 key stream, held across calls.

@@ -68,7 +68,7 @@ private:
     name(const name &) = default;                                                                                      \
     ~name();                                                                                                           \
     name &operator=(const name &other);                                                                                \
-    name &operator=(name &&other);                                                                                     \
+    name &operator=(name &&other) noexcept;                                                                            \
     static const evp_md_st *GetEVP_MD();                                                                               \
     static bool SupportsFips();                                                                                        \
     void __autoclassinit2(std::uint64_t n);                                                                            \

@@ -99,7 +99,7 @@ void kroAESCipher<Bits>::Decrypt(unsigned char *out, const unsigned char *iv, co
 }
 
 template <unsigned Bits> kroAESCipher<Bits> &kroAESCipher<Bits>::operator=(const kroAESCipher &) = default;
-template <unsigned Bits> kroAESCipher<Bits> &kroAESCipher<Bits>::operator=(kroAESCipher &&) = default;
+template <unsigned Bits> kroAESCipher<Bits> &kroAESCipher<Bits>::operator=(kroAESCipher &&) noexcept = default;
 
 template class kroAESCipher<128>;
 template class kroAESCipher<192>;
@@ -116,7 +116,7 @@ void kroDES3CBCCipher::Decrypt(unsigned char *out, const unsigned char *iv, cons
 }
 
 kroDES3CBCCipher &kroDES3CBCCipher::operator=(const kroDES3CBCCipher &) = default;
-kroDES3CBCCipher &kroDES3CBCCipher::operator=(kroDES3CBCCipher &&) = default;
+kroDES3CBCCipher &kroDES3CBCCipher::operator=(kroDES3CBCCipher &&) noexcept = default;
 
 kroRC4::kroRC4() : context_(newRc4Context()) {}
 

@@ -78,7 +78,7 @@ void kroHashBase::__autoclassinit2(std::uint64_t n) { std::memset(static_cast<vo
   name::name() : kroHashBase(algorithm()) {}                                                                           \
   name::~name() = default;                                                                                             \
   name &name::operator=(const name &) = default;                                                                       \
-  name &name::operator=(name &&other) { return *this = std::as_const(other); }                                         \
+  name &name::operator=(name &&other) noexcept { return *this = std::as_const(other); }                                \
   const evp_md_st *name::GetEVP_MD() { return algorithm(); }                                                           \
   bool name::SupportsFips() { return supportsFips; }                                                                   \
   void name::__autoclassinit2(std::uint64_t n) { kroHashBase::__autoclassinit2(n); }
