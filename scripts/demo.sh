@@ -8,5 +8,5 @@ cd "$root"
 ensure_packages g++ cmake ninja-build
 scripts/openssl.sh
 say "building"
-build release -DKR_BUILD_BENCH=OFF -- delegated_tls
+build release -- delegated_tls
 exec build/release/examples/delegated_tls/delegated_tls demo --quiet "$@"

@@ -35,10 +35,8 @@ Descriptor tcpSocket() {
   return socket;
 }
 
-// Failures of one connection or of the moment, not of the listening socket: accept is called again.
-bool isTransient(int error) {
-  return error == EINTR || error == ECONNABORTED || error == EMFILE || error == ENFILE || error == EPROTO;
-}
+// Failures of the listening socket itself. All others are of one connection or of the moment.
+bool isFinal(int error) { return error == EINVAL || error == EBADF; }
 
 } // namespace
 
@@ -77,7 +75,7 @@ std::uint16_t portOf(const Descriptor &socket) {
 Descriptor acceptConnection(const Descriptor &listener) {
   for (;;) {
     Descriptor connection(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
-    if (connection || !isTransient(errno)) {
+    if (connection || isFinal(errno)) {
       return connection;
     }
     std::this_thread::sleep_for(kAcceptPause);
@@ -85,6 +83,8 @@ Descriptor acceptConnection(const Descriptor &listener) {
 }
 
 void stopListening(const Descriptor &listener) { shutdown(listener.get(), SHUT_RDWR); }
+
+void stopConnection(int descriptor) { shutdown(descriptor, SHUT_RDWR); }
 
 Descriptor connectToLoopback(std::uint16_t port) {
   Descriptor socket = tcpSocket();

@@ -37,6 +37,9 @@ std::uint16_t portOf(const Descriptor &socket);
 Descriptor acceptConnection(const Descriptor &listener);
 void stopListening(const Descriptor &listener);
 
+/// Ends a connection from another thread: whoever reads or writes there fails at once.
+void stopConnection(int descriptor);
+
 Descriptor connectToLoopback(std::uint16_t port);
 
 } // namespace delegated_tls

@@ -18,6 +18,7 @@
 #include <condition_variable>
 #include <csignal>
 #include <mutex>
+#include <thread>
 
 namespace delegated_tls {
 namespace {
@@ -26,8 +27,10 @@ using namespace std::chrono_literals;
 
 constexpr auto kStartTimeout = 60s; // keys may have to be generated
 constexpr auto kAnswerTimeout = 5s;
+constexpr int kEndChecks = 100;
+constexpr auto kEndPause = 10ms;
 
-[[noreturn]] void runHolder(Descriptor socket, const KeyMaker &makeKeys) {
+[[noreturn]] void runHolder(Descriptor socket, const KeyMaker &makeKeys) noexcept {
   // The terminal's interrupt is for the server: the holder ends with it.
   static_cast<void>(std::signal(SIGINT, SIG_IGN));
   sigset_t none;
@@ -65,17 +68,34 @@ constexpr auto kAnswerTimeout = 5s;
   _exit(0);
 }
 
+/// The holder's process. It ends by itself once its socket is closed; one that stands still is killed.
+class Child {
+public:
+  explicit Child(pid_t process) : process_(process) {}
+  ~Child() {
+    for (int i = 0; i < kEndChecks; ++i) {
+      if (waitpid(process_, nullptr, WNOHANG) != 0) {
+        return;
+      }
+      std::this_thread::sleep_for(kEndPause);
+    }
+    kill(process_, SIGKILL);
+    waitpid(process_, nullptr, 0);
+  }
+  Child(const Child &) = delete;
+  Child &operator=(const Child &) = delete;
+  pid_t process() const { return process_; }
+
+private:
+  pid_t process_;
+};
+
 class ProcessHolder final : public KeyHolder {
 public:
-  ProcessHolder(Descriptor socket, pid_t process) : socket_(std::move(socket)), process_(process) {
+  ProcessHolder(Descriptor socket, pid_t process) : child_(process), socket_(std::move(socket)) {
     setTimeout(socket_, kStartTimeout);
     receiveHello();
     setTimeout(socket_, kAnswerTimeout);
-  }
-
-  ~ProcessHolder() override {
-    socket_.reset();
-    waitpid(process_, nullptr, 0);
   }
 
   ProcessHolder(const ProcessHolder &) = delete;
@@ -87,7 +107,7 @@ public:
   }
 
   const std::vector<Bytes> &publicHalves() const override { return publicHalves_; }
-  std::string name() const override { return "process " + std::to_string(process_); }
+  std::string name() const override { return "process " + std::to_string(child_.process()); }
 
 private:
   // One request at a time. A holder that hangs must not hang the server: who waits for it gives up in time.
@@ -148,8 +168,8 @@ private:
     return std::nullopt;
   }
 
+  Child child_; // outlives the socket, whose end tells the process to end
   Descriptor socket_;
-  pid_t process_;
   std::vector<Bytes> publicHalves_;
   std::mutex mutex_;
   std::condition_variable free_;

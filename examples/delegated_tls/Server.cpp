@@ -13,6 +13,8 @@
 #include <algorithm>
 #include <array>
 #include <iostream>
+#include <mutex>
+#include <set>
 #include <sstream>
 #include <string_view>
 #include <thread>
@@ -63,7 +65,9 @@ void report(const std::ostringstream &line) { std::cerr << line.str() + "\n" << 
 std::string readRequest(SSL *ssl) {
   std::string request;
   std::array<char, 1024> part{};
-  while (request.size() < kMaxRequestBytes && request.find("\r\n\r\n") == std::string::npos) {
+  const auto deadline = std::chrono::steady_clock::now() + kConnectionTimeout;
+  while (std::chrono::steady_clock::now() < deadline && request.size() < kMaxRequestBytes &&
+         request.find("\r\n\r\n") == std::string::npos) {
     const int got = SSL_read(ssl, part.data(), static_cast<int>(part.size()));
     if (got <= 0) {
       break;
@@ -72,6 +76,39 @@ std::string readRequest(SSL *ssl) {
   }
   return request;
 }
+
+/// The connections being served, so that stopping the server does not wait for slow clients.
+class LiveConnections {
+public:
+  class Entry {
+  public:
+    Entry(LiveConnections &all, const Descriptor &connection) : all_(all), descriptor_(connection.get()) {
+      const std::scoped_lock lock(all_.mutex_);
+      all_.descriptors_.insert(descriptor_);
+    }
+    ~Entry() {
+      const std::scoped_lock lock(all_.mutex_);
+      all_.descriptors_.erase(descriptor_);
+    }
+    Entry(const Entry &) = delete;
+    Entry &operator=(const Entry &) = delete;
+
+  private:
+    LiveConnections &all_;
+    int descriptor_;
+  };
+
+  void stopAll() {
+    const std::scoped_lock lock(mutex_);
+    for (const int descriptor : descriptors_) {
+      stopConnection(descriptor);
+    }
+  }
+
+private:
+  std::mutex mutex_;
+  std::set<int> descriptors_;
+};
 
 class Server {
 public:
@@ -107,6 +144,7 @@ public:
     int signal = 0;
     sigwait(&stopSignals, &signal);
     stopListening(listener_);
+    live_.stopAll();
   }
 
 private:
@@ -114,6 +152,7 @@ private:
     while (const Descriptor connection = acceptConnection(listener_)) {
       try {
         setTimeout(connection, kConnectionTimeout);
+        const LiveConnections::Entry entry(live_, connection);
         serveConnection(connection);
       } catch (const std::exception &failure) {
         std::ostringstream line;
@@ -162,6 +201,7 @@ private:
   SSLCtxPtr context_;
   Provider provider_;
   Descriptor listener_;
+  LiveConnections live_;
 };
 
 } // namespace

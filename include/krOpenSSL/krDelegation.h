@@ -48,7 +48,8 @@ extern "C" {
 /// @param padding  OpenSSL's padding mode (RSA_PKCS1_PADDING, RSA_NO_PADDING, ...)
 /// @return bytes written to @p to, or -1 on failure
 /// @note Runs on the thread that performs the operation; no lock of the library is held. A callback
-///       that throws counts as failed. The same holds for the other callback types.
+///       that throws counts as failed; it must not end or cancel its thread. The same holds for the
+///       other callback types.
 typedef int (*RSAPrivateKeyOpCallback)(int flen, const unsigned char *from, unsigned char *to, RSA *rsa, int padding);
 
 /// Makes a DSA signature of the @p dlen bytes at @p dgst.

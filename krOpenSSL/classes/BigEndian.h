@@ -1,7 +1,6 @@
 // Big-endian numbers in byte buffers, and sums of numbers of up to 512 bits in machine words.
 #pragma once
 
-#include <algorithm>
 #include <array>
 #include <bit>
 #include <concepts>
@@ -47,15 +46,20 @@ struct Number512 {
   static constexpr std::size_t kBytes = 64;
   std::array<std::uint64_t, kBytes / sizeof(std::uint64_t)> words{};
 
-  /// Reads a big-endian number of at most 64 bytes.
-  static Number512 load(const unsigned char *bytes, std::size_t length) noexcept {
-    std::array<unsigned char, kBytes> aligned{};
-    std::copy_n(bytes, length, aligned.end() - length);
-    Number512 number;
-    for (std::size_t i = 0; i < number.words.size(); ++i) {
-      number.words[i] = loadBigEndian<std::uint64_t>(aligned.data() + kBytes - sizeof(std::uint64_t) * (i + 1));
+  /// Reads a big-endian number of at most 64 bytes, straight into the words: it may be a secret.
+  void load(const unsigned char *bytes, std::size_t length) noexcept {
+    for (std::uint64_t &word : words) {
+      if (length >= sizeof word) {
+        length -= sizeof word;
+        word = loadBigEndian<std::uint64_t>(bytes + length);
+      } else {
+        word = 0;
+        for (std::size_t i = 0; i < length; ++i) {
+          word = word << 8U | bytes[i];
+        }
+        length = 0;
+      }
     }
-    return number;
   }
 
   /// Writes the number modulo 2^(8 * length), big-endian; @p length is a multiple of 4, at most 64.

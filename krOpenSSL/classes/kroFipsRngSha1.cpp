@@ -28,10 +28,10 @@ constexpr std::size_t kWordBytes = sizeof(std::uint32_t);
 
 } // namespace
 
-// The working values of consecutive rounds, wiped once at the end of a member.
+// The working values of consecutive rounds, all of them here, so that they are wiped at the end of a member.
 struct kroFipsRngSha1::Round {
-  explicit Round(kroFipsRngSha1 &generator) noexcept
-      : generator_(generator), key_(Number512::load(generator.xkey_, generator.xkeyLength_)) {
+  explicit Round(kroFipsRngSha1 &generator) noexcept : generator_(generator) {
+    key_.load(generator.xkey_, generator.xkeyLength_);
     SHA1_Init(&initial_);
   }
   ~Round() { OPENSSL_cleanse(this, sizeof *this); }
@@ -43,7 +43,7 @@ struct kroFipsRngSha1::Round {
     hasXSeed_ = xseed != nullptr && length != 0;
     if (hasXSeed_) {
       const std::size_t used = std::min<std::uint64_t>(length, kMaxXKeyBytes);
-      xseed_ = Number512::load(xseed + length - used, used);
+      xseed_.load(xseed + length - used, used);
     }
   }
 
@@ -67,15 +67,16 @@ private:
 
   const unsigned char *addXSeed() noexcept {
     std::copy_n(generator_.xkey_, kMaxXKeyBytes, xval_.begin());
-    Number512 sum = key_;
-    sum.add(xseed_, 0);
-    sum.store(xval_.data(), generator_.xkeyLength_);
+    sum_ = key_;
+    sum_.add(xseed_, 0);
+    sum_.store(xval_.data(), generator_.xkeyLength_);
     return xval_.data();
   }
 
   kroFipsRngSha1 &generator_;
   Number512 key_;
   Number512 xseed_;
+  Number512 sum_;
   SHA_CTX initial_{}; // copied for each round, which is cheaper than SHA1_Init
   SHA_CTX sha_{};
   std::array<unsigned char, kMaxXKeyBytes> xval_{};

@@ -30,10 +30,13 @@ constexpr std::size_t kMultiplierBytes = 24; // 01 01 ... 01
 // number += value * 2^(8 * shift)
 template <std::size_t Bytes>
 void addShifted(Number &number, const std::array<unsigned char, Bytes> &value, std::size_t shift) noexcept {
-  Number addend{};
-  std::copy(value.begin(), value.end(), addend.end() - shift - Bytes);
-  auto sum = Number512::load(number.data(), kNumberBytes);
-  sum.add(Number512::load(addend.data(), kNumberBytes), 0);
+  Number shifted{};
+  std::copy(value.begin(), value.end(), shifted.end() - shift - Bytes);
+  Number512 sum;
+  Number512 addend;
+  sum.load(number.data(), kNumberBytes);
+  addend.load(shifted.data(), kNumberBytes);
+  sum.add(addend, 0);
   sum.store(number.data(), kNumberBytes);
 }
 

@@ -90,12 +90,23 @@ template <class T> void kroHMAC<T>::makeContext() noexcept {
   HMAC_CTX_set_flags(openssl_.context, EVP_MD_CTX_FLAG_NON_FIPS_ALLOW);
 }
 
+template <class T> void kroHMAC<T>::dropKey() noexcept {
+  openssl_.phase = Phase::unkeyed;
+  if (openssl_.context != nullptr) {
+    HMAC_CTX_reset(openssl_.context);
+    HMAC_CTX_set_flags(openssl_.context, EVP_MD_CTX_FLAG_NON_FIPS_ALLOW);
+  }
+}
+
 // OpenSSL refuses to copy a context without a key: such a copy stays without one.
 template <class T> void kroHMAC<T>::copyContext(const kroHMAC &other) noexcept {
   const bool keyed = openssl_.context != nullptr && other.openssl_.phase != Phase::unkeyed;
   const ErrorQueueScope errors;
-  openssl_.phase =
-      keyed && HMAC_CTX_copy(openssl_.context, other.openssl_.context) == 1 ? other.openssl_.phase : Phase::unkeyed;
+  if (keyed && HMAC_CTX_copy(openssl_.context, other.openssl_.context) == 1) {
+    openssl_.phase = other.openssl_.phase;
+  } else {
+    dropKey();
+  }
 }
 
 template <class T> void kroHMAC<T>::Init() {
@@ -119,13 +130,15 @@ template <class T> void kroHMAC<T>::SetKey(const unsigned char *key, std::uint64
     return;
   }
   const auto length = intLength(len);
-  openssl_.phase = Phase::unkeyed;
   if (openssl_.context == nullptr || !length || !isReadable(key, len)) {
+    dropKey();
     return;
   }
   const unsigned char *bytes = key != nullptr ? key : &kEmptyKey;
   if (HMAC_Init_ex(openssl_.context, bytes, *length, T::GetEVP_MD(), nullptr) == 1) {
     openssl_.phase = Phase::computing;
+  } else {
+    dropKey();
   }
 }
 

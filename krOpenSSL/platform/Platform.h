@@ -14,4 +14,7 @@ bool systemRandom(unsigned char *buffer, std::uint32_t length) noexcept;
 /// @return false when the system could not arrange it; true at once where processes do not fork
 bool watchForks(void (*inChild)()) noexcept;
 
+/// The number of this process; a forked child has another one.
+std::int64_t processId() noexcept;
+
 } // namespace krOpenSSL::platform

@@ -81,6 +81,16 @@ expect 'alert internal error' s_client openssl11 ec
 [ $((SECONDS - start)) -le 12 ] || fail "a holder that stands still hung the server"
 kill -CONT "$(holder)"
 expect_handshake TLSv1.3 ECDSA SHA256 openssl11 ec
+
+# A holder that stands still and a silent client do not keep the server from stopping.
+kill -STOP "$(holder)"
+exec 9<>"/dev/tcp/127.0.0.1/$port"
+start=$SECONDS
+stop_server
+exec 9>&-
+[ $((SECONDS - start)) -le 4 ] || fail "the server took too long to stop"
+
+start_server ec
 kill -KILL "$(holder)"
 start=$SECONDS
 for _ in 1 2 3; do

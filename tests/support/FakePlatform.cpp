@@ -30,4 +30,6 @@ bool watchForks(void (*inChild)()) noexcept {
   return fake::noticesForks;
 }
 
+std::int64_t processId() noexcept { return fake::process; }
+
 } // namespace krOpenSSL::platform
