@@ -25,6 +25,13 @@ EVP_MD_CTX *startDigest(const EVP_MD *algorithm) noexcept {
   return context;
 }
 
+// Most often there is none: not worth OpenSSL's calls to find that out.
+void release(EVP_MD_CTX *context) noexcept {
+  if (context != nullptr) {
+    EVP_MD_CTX_free(context);
+  }
+}
+
 EVP_MD_CTX *copyOf(const EVP_MD_CTX *source) noexcept {
   EVP_MD_CTX *copy = source != nullptr ? EVP_MD_CTX_new() : nullptr;
   if (copy != nullptr && EVP_MD_CTX_copy_ex(copy, source) != 1) {
@@ -40,17 +47,17 @@ kroHashBase::kroHashBase(const evp_md_st *algorithm) : algorithm_(algorithm), co
 
 kroHashBase::kroHashBase(const kroHashBase &other) : algorithm_(other.algorithm_), context_(copyOf(other.context_)) {}
 
-kroHashBase::~kroHashBase() { EVP_MD_CTX_free(context_); }
+kroHashBase::~kroHashBase() { release(context_); }
 
 kroHashBase &kroHashBase::operator=(const kroHashBase &other) {
   if (this != &other) {
     algorithm_ = other.algorithm_;
-    EVP_MD_CTX_free(std::exchange(context_, copyOf(other.context_)));
+    release(std::exchange(context_, copyOf(other.context_)));
   }
   return *this;
 }
 
-void kroHashBase::Init() { EVP_MD_CTX_free(std::exchange(context_, startDigest(algorithm_))); }
+void kroHashBase::Init() { release(std::exchange(context_, startDigest(algorithm_))); }
 
 void kroHashBase::Update(const unsigned char *data, std::uint64_t len) {
   // A digest over only some of the data must never come out.
@@ -63,7 +70,7 @@ void kroHashBase::Final(unsigned char *out) {
   if (context_ != nullptr && out != nullptr) {
     EVP_DigestFinal_ex(context_, out, nullptr);
   }
-  EVP_MD_CTX_free(std::exchange(context_, nullptr));
+  release(std::exchange(context_, nullptr));
 }
 
 void kroHashBase::operator()(unsigned char *out, const unsigned char *data, std::uint64_t len) {
