@@ -66,11 +66,6 @@ X509Ptr Authority::issue(EVP_PKEY *publicKey) const {
   return certificate;
 }
 
-EVPPKeyPtr publicKeyFrom(const Bytes &der) {
-  const unsigned char *cursor = der.data();
-  return EVPPKeyPtr(checked(d2i_PUBKEY(nullptr, &cursor, static_cast<long>(der.size())), "the public key is unusable"));
-}
-
 EVPPKeyPtr generateSoftwareRsa() {
   const EVPPKeyCtxPtr context(checked(EVP_PKEY_CTX_new_id(EVP_PKEY_RSA, nullptr), "out of memory"));
   EVP_PKEY *key = nullptr;

@@ -1,8 +1,6 @@
 // A throw-away certificate authority for the demo.
 #pragma once
 
-#include "Bytes.h"
-
 #include <krOpenSSL/krHandles.h>
 
 namespace delegated_tls {
@@ -20,9 +18,6 @@ private:
   krOpenSSL::EVPPKeyPtr key_;
   krOpenSSL::X509Ptr certificate_;
 };
-
-/// The public key of a SubjectPublicKeyInfo.
-krOpenSSL::EVPPKeyPtr publicKeyFrom(const Bytes &der);
 
 /// A plain software key of OpenSSL's.
 krOpenSSL::EVPPKeyPtr generateSoftwareRsa();

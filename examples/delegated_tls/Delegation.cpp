@@ -62,11 +62,7 @@ int decryptByHolder(int flen, const unsigned char *from, unsigned char *to, RSA 
 }
 
 /// A key object made now, so that it is bound to the engine, and used by nobody else.
-EVPPKeyPtr freshPublicHalf(X509 *certificate) {
-  const Bytes der = publicKeyDer(X509_get0_pubkey(certificate));
-  const unsigned char *cursor = der.data();
-  return EVPPKeyPtr(checked(d2i_PUBKEY(nullptr, &cursor, static_cast<long>(der.size())), "the public key is unusable"));
-}
+EVPPKeyPtr freshPublicHalf(X509 *certificate) { return publicKeyFrom(publicKeyDer(X509_get0_pubkey(certificate))); }
 
 int nameConnection(EVP_PKEY *key, SSL *ssl) {
   switch (EVP_PKEY_base_id(key)) {

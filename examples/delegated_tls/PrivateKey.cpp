@@ -137,6 +137,11 @@ Bytes publicKeyDer(EVP_PKEY *key) {
   return der;
 }
 
+EVPPKeyPtr publicKeyFrom(const Bytes &der) {
+  const unsigned char *cursor = der.data();
+  return EVPPKeyPtr(checked(d2i_PUBKEY(nullptr, &cursor, static_cast<long>(der.size())), "the public key is unusable"));
+}
+
 void requireSupportedType(EVP_PKEY *key) {
   const int type = EVP_PKEY_base_id(key);
   if (type != EVP_PKEY_RSA && type != EVP_PKEY_EC && type != EVP_PKEY_DSA) {

@@ -42,6 +42,9 @@ private:
 /// The DER-encoded SubjectPublicKeyInfo of any key.
 Bytes publicKeyDer(EVP_PKEY *key);
 
+/// A fresh key object over a SubjectPublicKeyInfo.
+krOpenSSL::EVPPKeyPtr publicKeyFrom(const Bytes &der);
+
 /// Fails for keys that no holder signs with: "keys of type X are not supported".
 void requireSupportedType(EVP_PKEY *key);
 
