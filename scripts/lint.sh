@@ -17,8 +17,8 @@ floor() {
   frame) echo 5 ;;
   fips | classes) echo 4 ;;
   engine | fipsbridge) echo 3 ;;
-  log | state) echo 2 ;;
-  accessors | platform) echo 1 ;;
+  log) echo 2 ;;
+  accessors | platform | state) echo 1 ;;
   *) die "the room '$1' has no floor" ;;
   esac
 }

@@ -1,7 +1,10 @@
 // What the library needs of the operating system, named for the need. posix/ and windows/ answer it.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <optional>
+#include <system_error>
 
 namespace krOpenSSL::platform {
 
@@ -16,5 +19,99 @@ bool watchForks(void (*inChild)()) noexcept;
 
 /// The number of this process; a forked child has another one.
 std::int64_t processId() noexcept;
+
+/// Has @p before run in the thread that forks, ahead of every fork of this process from now on, and
+/// @p after once it is done, in the same thread and in the child. Call it once for a pair.
+///
+/// @return false when the system could not arrange it; true at once where processes do not fork
+bool holdAcrossForks(void (*before)(), void (*after)()) noexcept;
+
+/// The number of the calling thread.
+std::uint32_t threadId() noexcept;
+
+struct LocalTime {
+  int year, month, day, hour, minute, second, millisecond;
+};
+
+/// The time now, in the machine's time zone.
+LocalTime localTime() noexcept;
+
+/// The machine-wide folder for the data of programs, without a separator at its end.
+///
+/// @return false, with @p path unspecified, when it is not known
+bool programDataFolder(char *path, std::size_t size) noexcept;
+
+/// Reads a text value of the machine's settings (HKEY_LOCAL_MACHINE, the 32-bit view).
+///
+/// @return false, with @p text unspecified, when there is none, it is not a text (REG_SZ) or too long
+bool registryText(const char *key, const char *name, char *text, std::size_t size) noexcept;
+
+enum class EntryKind { missing, file, folder, link, other };
+
+/// What stands at the end of all links. An entry that is not there is no error.
+EntryKind status(const char *path, std::error_code &error) noexcept;
+
+/// What stands at the path itself: a symbolic link or a junction is a link.
+EntryKind linkStatus(const char *path, std::error_code &error) noexcept;
+
+/// How many names the entry at the path itself has; a folder has one.
+std::uint64_t hardLinks(const char *path, std::error_code &error) noexcept;
+
+/// The size of the file at the path; none when it is not there, cannot be had or is no file.
+std::optional<std::uint64_t> fileSize(const char *path) noexcept;
+
+/// Removes the entry itself, never what a link points to; false when nothing was removed.
+bool removeEntry(const char *path) noexcept;
+
+/// Puts an empty folder or file where nothing stands. Whether that worked shows in what follows.
+void createFolder(const char *path) noexcept;
+void createFile(const char *path) noexcept;
+
+/// Moves a file over another one of its folder, durably. Where other processes can move it at the same
+/// time, only if it still is at least so long: the next file of the name is not for moving.
+bool moveOver(const char *from, const char *to, std::uint64_t atLeast) noexcept;
+
+/// Starts an empty file that everyone may read and write, in place of what stands there.
+bool startFileForEveryone(const char *path) noexcept;
+
+/// What it takes to protect an entry: its access list (the system and its administrators everything,
+/// everyone reading) and the process token whose take-ownership privilege is on. posix/ needs neither.
+struct Protection {
+  void *accessList = nullptr;
+  void *token = nullptr;
+};
+
+/// @return false when the access list could not be made; the rest may fail unseen
+bool prepareProtection(Protection &protection) noexcept;
+void releaseProtection(Protection &protection) noexcept;
+
+/// Makes the administrators the owner of a folder, or of a file with one name.
+bool giveToAdministrators(const char *path) noexcept;
+
+/// Puts the access list on a folder, or on a file with one name.
+bool protect(const char *path, const Protection &protection) noexcept;
+
+/// A file open for appending; closed when the object goes.
+class AppendFile {
+public:
+  /// redirected: a link, or a further name of the file, came in between the check and the opening.
+  enum class Outcome { opened, failed, unsafe, redirected };
+
+  AppendFile() noexcept = default;
+  ~AppendFile();
+  AppendFile(const AppendFile &) = delete;
+  AppendFile &operator=(const AppendFile &) = delete;
+
+  /// Opens the file, made if it is missing, and has @p isSafe check folder and file on the way: after the
+  /// opening on windows/, where the open file is kept if the check passes; on posix/ before it, and what
+  /// was opened then has to be what was checked. What @p isSafe throws passes through.
+  Outcome open(const char *path, bool (*isSafe)());
+
+  /// Hands the whole text to the system; a text that does not fit on the disk is lost.
+  void write(const char *text, std::size_t length) noexcept;
+
+private:
+  std::intptr_t file_ = -1;
+};
 
 } // namespace krOpenSSL::platform

@@ -21,4 +21,6 @@ constinit std::atomic<int> dsaIndex{-1};
 constinit std::atomic<int> ecdsaIndex{-1};
 constinit std::atomic<int> sslCtxIndex{-1};
 
+constinit std::atomic<std::uint32_t> krLogThreshold{0};
+
 } // namespace krOpenSSL::state

@@ -44,4 +44,7 @@ extern std::atomic<int> dsaIndex;
 extern std::atomic<int> ecdsaIndex;
 extern std::atomic<int> sslCtxIndex;
 
+/// krLogWrite writes above 3 only. Nothing in the library raises it.
+extern std::atomic<std::uint32_t> krLogThreshold;
+
 } // namespace krOpenSSL::state

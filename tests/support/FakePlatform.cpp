@@ -1,10 +1,26 @@
 #include "support/FakePlatform.h"
 
-#include "platform/Platform.h"
-
 #include <algorithm>
+#include <cstdio>
 
 namespace krTest::fakePlatform {
+namespace {
+
+using krOpenSSL::platform::EntryKind;
+
+// Whether the call is to succeed.
+bool note(const std::string &call, const std::string &path = {}) {
+  calls.push_back(path.empty() ? call : call + " " + path.substr(path.rfind('/') + 1));
+  return !failing.contains(call);
+}
+
+Entry query(const std::string &call, const char *path, std::error_code &error) {
+  error = note(call, path) ? std::error_code{} : std::make_error_code(std::errc::permission_denied);
+  const auto found = entries.find(path);
+  return found == entries.end() ? Entry{EntryKind::missing, EntryKind::missing} : found->second;
+}
+
+} // namespace
 
 Bytes systemBytes(std::size_t call) { return Bytes(drawn.at(call - 1), static_cast<unsigned char>(call)); }
 
@@ -31,5 +47,75 @@ bool watchForks(void (*inChild)()) noexcept {
 }
 
 std::int64_t processId() noexcept { return fake::process; }
+
+bool holdAcrossForks(void (*before)(), void (* /*after*/)()) noexcept {
+  fake::lockForFork = before;
+  return true;
+}
+
+std::uint32_t threadId() noexcept { return 0xabc; }
+
+LocalTime localTime() noexcept { return {2031, 2, 3, 4, 5, 6, 7}; }
+
+bool programDataFolder(char *path, std::size_t size) noexcept {
+  (void)std::snprintf(path, size, "%s", fake::programData.c_str());
+  return fake::note("programDataFolder");
+}
+
+bool registryText(const char *key, const char *name, char *text, std::size_t size) noexcept {
+  (void)std::snprintf(text, size, "%s", fake::logSize.value_or("").c_str());
+  return fake::note(std::string("registryText ") + key + " " + name) && fake::logSize.has_value();
+}
+
+EntryKind status(const char *path, std::error_code &error) noexcept {
+  return fake::query("status", path, error).target;
+}
+
+EntryKind linkStatus(const char *path, std::error_code &error) noexcept {
+  return fake::query("linkStatus", path, error).kind;
+}
+
+std::uint64_t hardLinks(const char *path, std::error_code &error) noexcept {
+  return fake::query("hardLinks", path, error).links;
+}
+
+std::optional<std::uint64_t> fileSize(const char *path) noexcept {
+  const auto found = fake::entries.find(path);
+  return fake::note("fileSize", path) && found != fake::entries.end() ? std::optional(found->second.size)
+                                                                      : std::nullopt;
+}
+
+bool removeEntry(const char *path) noexcept {
+  return fake::note("removeEntry", path) && fake::entries.erase(path) == 1;
+}
+
+void createFolder(const char *path) noexcept { fake::note("createFolder", path); }
+
+void createFile(const char *path) noexcept { fake::note("createFile", path); }
+
+bool moveOver(const char *from, const char * /*to*/, std::uint64_t atLeast) noexcept {
+  return fake::note("moveOver", from + ("/" + std::to_string(atLeast)));
+}
+
+bool startFileForEveryone(const char *path) noexcept { return fake::note("startFileForEveryone", path); }
+
+bool prepareProtection(Protection & /*protection*/) noexcept { return fake::note("prepareProtection"); }
+
+void releaseProtection(Protection & /*protection*/) noexcept { fake::note("releaseProtection"); }
+
+bool giveToAdministrators(const char *path) noexcept { return fake::note("giveToAdministrators", path); }
+
+bool protect(const char *path, const Protection & /*protection*/) noexcept { return fake::note("protect", path); }
+
+AppendFile::~AppendFile() { fake::note("close"); }
+
+AppendFile::Outcome AppendFile::open(const char *path, bool (*isSafe)()) {
+  if (!fake::note("open", path)) {
+    return Outcome::failed;
+  }
+  return isSafe() ? fake::opening : Outcome::unsafe;
+}
+
+void AppendFile::write(const char *text, std::size_t length) noexcept { fake::written.append(text, length); }
 
 } // namespace krOpenSSL::platform

@@ -1,9 +1,14 @@
-// A platform whose random source and fork notice are the test's.
+// A platform whose answers are the test's: random source, fork notice, and the file system of the log.
 #pragma once
 
+#include "platform/Platform.h"
 #include "support/Vectors.h"
 
 #include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
 
 namespace krTest::fakePlatform {
 
@@ -16,5 +21,21 @@ inline std::int64_t process = 1;
 
 /// What the random source gave at its @p call-th draw, counted from 1.
 Bytes systemBytes(std::size_t call);
+
+/// What stands at a path, and what stands at the end of its links.
+struct Entry {
+  krOpenSSL::platform::EntryKind kind, target;
+  std::uint64_t links = 1;
+  std::uint64_t size = 0;
+};
+
+inline std::string programData = "/data";
+inline std::optional<std::string> logSize; ///< the text in the registry
+inline std::map<std::string, Entry> entries;
+inline auto opening = krOpenSSL::platform::AppendFile::Outcome::opened; ///< of a file that is safe
+inline std::string written;
+inline std::vector<std::string> calls; ///< each with the last name of its path
+inline std::set<std::string> failing;  ///< calls, without a path, that fail
+inline void (*lockForFork)() = nullptr;
 
 } // namespace krTest::fakePlatform

@@ -8,6 +8,8 @@ namespace krOpenSSL::platform {
 
 bool watchForks(void (*inChild)()) noexcept { return pthread_atfork(nullptr, nullptr, inChild) == 0; }
 
+bool holdAcrossForks(void (*before)(), void (*after)()) noexcept { return pthread_atfork(before, after, after) == 0; }
+
 std::int64_t processId() noexcept { return getpid(); }
 
 } // namespace krOpenSSL::platform

@@ -1,0 +1,70 @@
+// The text of a log line: when, where from, what.
+#include "log/LogLine.h"
+
+#include "platform/Platform.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+
+namespace krOpenSSL {
+namespace {
+
+constexpr std::size_t kTextBytes = LogLine::kMostCharacters + 1;
+
+// Bounded printing, one piece behind the other. A piece that cannot be printed is left out.
+class Text {
+public:
+  explicit Text(char *buffer) noexcept : buffer_(buffer) { *buffer = '\0'; }
+
+  [[gnu::format(printf, 2, 3)]] void append(const char *format, ...) noexcept {
+    std::va_list arguments;
+    va_start(arguments, format);
+    appendList(format, arguments);
+    va_end(arguments);
+  }
+
+  void appendList(const char *format, std::va_list arguments) noexcept {
+    const std::size_t room = kTextBytes - length_;
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the analyzer does not follow va_start
+    const int printed = std::vsnprintf(buffer_ + length_, room, format, arguments);
+    length_ += std::min(static_cast<std::size_t>(std::max(printed, 0)), room - 1);
+    buffer_[length_] = '\0';
+  }
+
+private:
+  char *buffer_;
+  std::size_t length_ = 0;
+};
+
+const char *baseName(const char *path) noexcept {
+  if (path == nullptr) {
+    return "";
+  }
+  const std::string_view all = path;
+  const std::size_t separator = all.find_last_of("/\\");
+  return separator == std::string_view::npos ? path : path + separator + 1;
+}
+
+void appendPrefix(Text &text, const LogSource &source) noexcept {
+  const platform::LocalTime now = platform::localTime();
+  text.append("%04d/%02d/%02d %02d:%02d:%02d.%03d p%04d t%x %s:%d - ", now.year, now.month, now.day, now.hour,
+              now.minute, now.second, now.millisecond, static_cast<int>(platform::processId()), platform::threadId(),
+              baseName(source.file), source.line);
+}
+
+} // namespace
+
+std::string_view LogLine::print(int level, int component, const LogSource &source, const char *message,
+                                std::va_list arguments) noexcept {
+  Text text(text_.data());
+  appendPrefix(text, source);
+  if (source.component != nullptr) {
+    text.append("'%s' ", source.component);
+  }
+  text.appendList(message, arguments);
+  const int printed = std::snprintf(line_.data(), line_.size(), "%d, c=%d %s \n", level, component, text_.data());
+  return {line_.data(), static_cast<std::size_t>(std::max(printed, 0))};
+}
+
+} // namespace krOpenSSL

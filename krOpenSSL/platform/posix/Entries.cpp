@@ -1,0 +1,132 @@
+// Entries of the file system: what they are, and replacing them without following a link.
+#include "platform/Platform.h"
+#include "platform/posix/Place.h"
+
+#include <sys/file.h>
+
+#include <cerrno>
+
+namespace krOpenSSL::platform {
+namespace {
+
+EntryKind kindOf(const struct stat &found) noexcept {
+  switch (found.st_mode & S_IFMT) {
+  case S_IFREG:
+    return EntryKind::file;
+  case S_IFDIR:
+    return EntryKind::folder;
+  case S_IFLNK:
+    return EntryKind::link;
+  default:
+    return EntryKind::other;
+  }
+}
+
+// Links that lead round in a circle lead to nothing; a name that is too long names nothing.
+bool meansMissing(int error) noexcept {
+  return error == ENOENT || error == ENOTDIR || error == ELOOP || error == ENAMETOOLONG;
+}
+
+EntryKind result(bool had, const struct stat &found, std::error_code &error) noexcept {
+  error.clear();
+  if (!had && !meansMissing(errno)) {
+    error.assign(errno, std::generic_category());
+  }
+  return had ? kindOf(found) : EntryKind::missing;
+}
+
+// What an appending process leaves that found no file: its owner and mode give nobody anything new.
+bool isJustStarted(const struct stat &found) noexcept {
+  return isPlainFile(found) && found.st_uid == ::geteuid() && (found.st_mode & ALLPERMS) == kStartedFileMode;
+}
+
+} // namespace
+
+EntryKind status(const char *path, std::error_code &error) noexcept {
+  struct stat found {};
+  return result(::stat(path, &found) == 0, found, error);
+}
+
+EntryKind linkStatus(const char *path, std::error_code &error) noexcept {
+  struct stat found {};
+  return result(::lstat(path, &found) == 0, found, error);
+}
+
+std::uint64_t hardLinks(const char *path, std::error_code &error) noexcept {
+  struct stat found {};
+  switch (result(::lstat(path, &found) == 0, found, error)) {
+  case EntryKind::missing: // another process may just be rotating
+    return 0;
+  case EntryKind::folder: // its parts count as links to it here
+    return 1;
+  default:
+    return found.st_nlink;
+  }
+}
+
+std::optional<std::uint64_t> fileSize(const char *path) noexcept {
+  struct stat found {};
+  if (::lstat(path, &found) != 0 || !S_ISREG(found.st_mode)) {
+    return std::nullopt;
+  }
+  return static_cast<std::uint64_t>(found.st_size);
+}
+
+bool removeEntry(const char *path) noexcept {
+  const Place place(path);
+  return place && place.remove();
+}
+
+// Nobody else gets at them until they are given their owner and access.
+void createFolder(const char *path) noexcept {
+  const Place place(path);
+  (void)(place && place.makeFolder(S_IRWXU));
+}
+
+void createFile(const char *path) noexcept {
+  const Place place(path);
+  (void)(place && place.create(S_IRUSR | S_IWUSR));
+}
+
+bool moveOver(const char *from, const char *to, std::uint64_t atLeast) noexcept {
+  const Place source(from);
+  const Place target(to);
+  struct stat found {};
+  if (!source || !target || !source.look(found) || !isPlainFile(found)) {
+    return false;
+  }
+  const Descriptor held = source.open(O_RDONLY, found);
+  if (!held) {
+    return false;
+  }
+  // Of several processes one moves the file. A lock that somebody keeps must not stop that for good.
+  const bool isOurs = ::flock(held.get(), LOCK_EX | LOCK_NB) == 0;
+  struct stat now {};
+  if (!source.look(now) || !isSameEntry(now, found)) {
+    return false;
+  }
+  const auto size = static_cast<std::uint64_t>(now.st_size);
+  return size >= atLeast && (isOurs || size / 2 >= atLeast) && source.moveTo(target);
+}
+
+bool startFileForEveryone(const char *path) noexcept {
+  constexpr mode_t kEveryone = S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
+  const Place place(path);
+  struct stat found {};
+  if (!place) {
+    return false;
+  }
+  if (place.look(found)) {
+    // Another process may have started the file since the move: its lines stay.
+    const Descriptor started = isJustStarted(found) ? place.open(O_WRONLY, found) : Descriptor{};
+    if (started && isJustStarted(found)) {
+      return ::fchmod(started.get(), kEveryone) == 0;
+    }
+    if (!place.remove()) {
+      return false;
+    }
+  }
+  return static_cast<bool>(place.create(kEveryone));
+}
+
+} // namespace krOpenSSL::platform

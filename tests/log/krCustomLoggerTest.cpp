@@ -1,0 +1,221 @@
+// The log writer over a platform that the test controls: the text of a line, the order of the steps, and
+// what each failure costs.
+#include "log/krCustomLogger.h"
+
+#include "log/LogLimit.h"
+#include "state/State.h"
+#include "support/FakePlatform.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+
+namespace {
+
+namespace fake = krTest::fakePlatform;
+using krOpenSSL::platform::AppendFile;
+using krOpenSSL::platform::EntryKind;
+using Calls = std::vector<std::string>;
+
+const std::string kFolder = "/data/Corvane/Logging";
+const std::string kFile = kFolder + "/krOpenSSL.log";
+constexpr fake::Entry kPlain{EntryKind::file, EntryKind::file};
+constexpr fake::Entry kLink{EntryKind::link, EntryKind::file};
+
+const Calls kResolve{"programDataFolder", "linkStatus Logging"};
+const Calls kCheckFile{"status krOpenSSL.log", "linkStatus krOpenSSL.log", "hardLinks krOpenSSL.log"};
+const Calls kReplaceFile{"status krOpenSSL.log", "removeEntry krOpenSSL.log", "createFile krOpenSSL.log",
+                         "giveToAdministrators krOpenSSL.log", "protect krOpenSSL.log"};
+
+Calls operator+(Calls one, const Calls &other) {
+  one.insert(one.end(), other.begin(), other.end());
+  return one;
+}
+
+Calls inside(const Calls &calls) { return Calls{"prepareProtection"} + calls + Calls{"releaseProtection"}; }
+
+// The calls and the text of one line; an empty text is a line that was dropped.
+std::pair<Calls, std::string> line(const char *message = "text") {
+  fake::calls.clear();
+  fake::written.clear();
+  krLogLine(1, 2, message);
+  return {fake::calls, fake::written};
+}
+
+std::string expected(const std::string &message) {
+  return "1, c=2 2031/02/03 04:05:06.007 p0001 tabc krCustomLogger.cpp:363 - '' " + message + " \n";
+}
+
+} // namespace
+
+TEST(LogWriter, TakesItsStepsInOrder) {
+  fake::entries = {{kFolder, {EntryKind::folder, EntryKind::folder}}, {kFile, {kPlain}}};
+  fake::entries[kFile].size = 5'000'000'000; // the first line does not look at it
+  fake::logSize = "4095";
+  const Calls append = Calls{"open krOpenSSL.log"} + inside(Calls{"linkStatus Logging"} + kCheckFile) + Calls{"close"};
+  EXPECT_EQ(line(), std::pair(inside(kResolve) + append, expected("text")));
+
+  const Calls rotate = Calls{"linkStatus Logging"} + kCheckFile +
+                       Calls{"status krOpenSSL.log.old", "moveOver 4292870144", "startFileForEveryone krOpenSSL.log"};
+  const Calls sized = {"fileSize krOpenSSL.log"};
+  EXPECT_EQ(line(),
+            std::pair(sized + Calls{R"(registryText SOFTWARE\Corvane\Logging LogSizeInMB)", "prepareProtection"} +
+                          rotate + append,
+                      expected("text")));
+  EXPECT_EQ(line(), std::pair(sized + rotate + append, expected("text"))); // settings and security are kept
+  fake::entries[kFile].size = 4'292'870'143;
+  EXPECT_EQ(line(), std::pair(sized + append, expected("text")));
+}
+
+TEST(LogWriter, KeepsMessagesLiterallyAndCutsThem) {
+  const std::string head = expected("").substr(7, expected("").size() - 9);
+  for (const std::string &message : {std::string(), std::string("%s%n 100 %"), std::string("two\nlines"),
+                                     std::string(4035 - head.size(), 'x'), std::string(9000, 'y')}) {
+    EXPECT_EQ(line(message.c_str()).second, expected(message.substr(0, 4035 - head.size())));
+  }
+  EXPECT_EQ(line(nullptr).second, expected(""));
+}
+
+TEST(LogWriter, WritesFormattedLinesAboveTheThresholdOnly) {
+  const std::string longName(5000, 'n');
+  const struct {
+    const char *file, *component, *text;
+  } rows[]{
+      {"a/b\\c/d.cpp", "wolfEngine", "d.cpp:12 - 'wolfEngine' 7 of x \n"},
+      {"C:\\src\\e.cpp", "", "e.cpp:12 - '' 7 of x \n"},
+      {"f.cpp", nullptr, "f.cpp:12 - 7 of x \n"},
+      {nullptr, nullptr, ":12 - 7 of x \n"},
+  };
+  for (const std::uint32_t threshold : {0U, 3U, 4U, 0xffffffffU}) {
+    krOpenSSL::state::krLogThreshold.store(threshold);
+    for (const auto &row : rows) {
+      fake::calls.clear();
+      fake::written.clear();
+      krLogWrite(row.file, 12, row.component, "%d of %s", 7, "x");
+      EXPECT_EQ(fake::calls.empty(), threshold <= 3);
+      EXPECT_EQ(fake::written, threshold <= 3 ? ""
+                                              : std::to_string(static_cast<int>(threshold)) +
+                                                    ", c=0 2031/02/03 04:05:06.007 p0001 tabc " + row.text);
+    }
+  }
+  for (const auto &[file, component] : {std::pair("f", longName.c_str()), std::pair(longName.c_str(), "c")}) {
+    fake::written.clear();
+    krLogWrite(file, 1, component, "%s", "m");
+    EXPECT_EQ(fake::written.size(), std::string("-1, c=0 ").size() + 4035 + 2);
+  }
+}
+
+TEST(LogWriter, DropsTheLineOnAFailureAndGoesOn) {
+  constexpr fake::Entry kFull{EntryKind::file, EntryKind::file, 1, 1U << 30U};
+  const struct {
+    const char *failing;
+    fake::Entry file;
+    bool written;
+  } rows[]{
+      {"open", kPlain, false},
+      {"prepareProtection", kPlain, false}, // raises, as do the three below
+      {"status", kPlain, false},
+      {"linkStatus", kPlain, false},
+      {"hardLinks", kPlain, false},
+      {"removeEntry", kLink, false},
+      {"giveToAdministrators", kLink, false},
+      {"protect", kLink, false},
+      {"fileSize", kFull, true},
+      {"moveOver", kFull, true},
+      {"startFileForEveryone", kFull, true},
+      {"linkStatus", kFull, false},
+  };
+  fake::entries = {{kFile, kPlain}};
+  ASSERT_FALSE(line().second.empty());
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.failing);
+    fake::entries = {{kFile, row.file}};
+    fake::failing = {row.failing};
+    errno = 77;
+    EXPECT_EQ(line().second.empty(), !row.written);
+    EXPECT_EQ(errno, 77);
+    fake::failing.clear();
+    fake::entries = {{kFile, kPlain}};
+    EXPECT_FALSE(line().second.empty()); // the lock is free
+    EXPECT_EQ(fake::calls.back(), "close");
+  }
+}
+
+TEST(LogWriter, ReplacesWhatRedirectsTheFile) {
+  line();
+  const Calls found = Calls{"fileSize krOpenSSL.log", "open krOpenSSL.log"};
+  const Calls check = Calls{"linkStatus Logging"} + kCheckFile;
+  for (const fake::Entry &entry : {kLink, fake::Entry{EntryKind::file, EntryKind::file, 2}}) {
+    fake::entries = {{kFile, entry}};
+    Calls calls = line().first;
+    std::erase_if(calls, [](const std::string &call) { return call.starts_with("registryText"); });
+    EXPECT_EQ(calls, found + inside(check + kReplaceFile) + Calls{"close"});
+    EXPECT_FALSE(fake::written.empty());
+  }
+  fake::entries = {{kFile, {EntryKind::link, EntryKind::folder}}};
+  EXPECT_EQ(std::ranges::count(line().first, "createFolder krOpenSSL.log"), 1);
+  // A link that came after the check is replaced too, but costs the line.
+  fake::entries = {{kFile, kPlain}};
+  fake::opening = AppendFile::Outcome::redirected;
+  EXPECT_EQ(line(), std::pair(found + inside(check) + inside(kReplaceFile) + Calls{"close"}, std::string()));
+}
+
+TEST(LogWriter, ResolvesThePathUntilThereIsOne) {
+  fake::failing = {"programDataFolder"};
+  const Calls nowhere = inside({"programDataFolder", "linkStatus"}) + Calls{"close"};
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(line().first, nowhere);
+  }
+  // Once known, the path stays, though the folder was not safe at first.
+  fake::failing = {"removeEntry"};
+  fake::entries = {{kFolder, kLink}};
+  EXPECT_EQ(line().first, inside(kResolve + Calls{"status Logging", "removeEntry Logging"}) + Calls{"close"});
+  fake::failing.clear();
+  fake::programData = "/elsewhere";
+  EXPECT_EQ(line().first.at(0), "open krOpenSSL.log");
+  EXPECT_FALSE(fake::written.empty());
+}
+
+TEST(LogWriter, NeverMovesTheFileToANameThatHadToBeCut) {
+  for (const std::size_t length : {258U, 259U}) {
+    const auto rotates = [length] {
+      fake::programData = "/" + std::string(length - std::string("//Corvane/Logging/krOpenSSL.log.old").size(), 'd');
+      const std::string file = fake::programData + "/Corvane/Logging/krOpenSSL.log";
+      fake::entries = {{file, {EntryKind::file, EntryKind::file, 1, 1U << 30U}}};
+      line();
+      const Calls calls = line().first;
+      std::exit(!fake::written.empty() && std::ranges::count(calls, "startFileForEveryone krOpenSSL.log") == 1 ? 0 : 1);
+    };
+    EXPECT_EXIT(rotates(), testing::ExitedWithCode(length == 258 ? 0 : 1), "");
+  }
+}
+
+TEST(LogLimit, IsTheTextsNumberOfMiB) {
+  constexpr std::uint32_t kMiB = 1U << 20U;
+  const struct {
+    std::optional<std::string> text;
+    std::uint32_t limit;
+  } rows[]{
+      {"10", 10 * kMiB},
+      {" \t+12 MiB", 12 * kMiB},
+      {"12abc", 12 * kMiB},
+      {"1", kMiB},
+      {"4094", 4'292'870'144},
+      {"4095", 4'292'870'144},
+      {"5000", 4'292'870'144},
+      {"99999999999999999999999999", 4'292'870'144},
+      {"0", 25 * kMiB},
+      {"-3", 25 * kMiB},
+      {"-99999999999999999999", 25 * kMiB},
+      {"+-3", 25 * kMiB},
+      {"MiB 7", 25 * kMiB},
+      {"", 25 * kMiB},
+      {std::nullopt, 25 * kMiB},
+  };
+  for (const auto &row : rows) {
+    fake::logSize = row.text;
+    EXPECT_EQ(krOpenSSL::readLogLimit(), row.limit) << row.text.value_or("none");
+  }
+}
