@@ -33,6 +33,7 @@ using DSASigPtr = Handle<DSA_SIG, DSA_SIG_free>;
 using ECDSASigPtr = Handle<ECDSA_SIG, ECDSA_SIG_free>;
 using ECKeyPtr = Handle<EC_KEY, EC_KEY_free>;
 using ECKeyMethodPtr = Handle<EC_KEY_METHOD, EC_KEY_METHOD_free>;
+using ENGINEPtr = Handle<ENGINE, ENGINE_free>;
 using EVPMDCtxPtr = Handle<EVP_MD_CTX, EVP_MD_CTX_free>;
 using EVPPKeyPtr = Handle<EVP_PKEY, EVP_PKEY_free>;
 using EVPPKeyCtxPtr = Handle<EVP_PKEY_CTX, EVP_PKEY_CTX_free>;

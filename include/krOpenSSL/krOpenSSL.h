@@ -3,6 +3,7 @@
 
 #include <krOpenSSL/krDelegation.h>
 #include <krOpenSSL/krFips.h>
+#include <krOpenSSL/krHandles.h>
 #include <krOpenSSL/krInformation.h>
 #include <krOpenSSL/krLifecycle.h>
 #include <krOpenSSL/kroAESWrap.h>

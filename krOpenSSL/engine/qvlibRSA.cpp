@@ -4,11 +4,24 @@
 #include "accessors/krAccessors.h"
 #include "accessors/krTraceLog.h"
 #include "engine/CallOut.h"
+#include "engine/DefaultRsa.h"
 #include "engine/exDataIndexes.h"
 #include "engine/iftProvider.h"
 #include "state/State.h"
 
 using namespace krOpenSSL;
+
+namespace {
+
+int encryptByDefault(int flen, const unsigned char *from, unsigned char *to, RSA *rsa, int padding) noexcept {
+  if (!lacksArithmetic(rsa)) {
+    return krRSA_private_encrypt(RSA_get_default_method(), flen, from, to, rsa, padding);
+  }
+  const RSAPtr copy = copyForDefaultMethod(rsa);
+  return copy ? krRSA_private_encrypt(RSA_get_default_method(), flen, from, to, copy.get(), padding) : -1;
+}
+
+} // namespace
 
 int qvlib_RSA_private_encrypt(int flen, const unsigned char *from, unsigned char *to, RSA *rsa, int padding) noexcept {
   if (void *ssl = RSA_get_ex_data(rsa, exDataIndex(ExData::rsa)); ssl != nullptr) {
@@ -19,7 +32,7 @@ int qvlib_RSA_private_encrypt(int flen, const unsigned char *from, unsigned char
   if (const auto callback = state::rsaPrivateEncrypt.load(std::memory_order_acquire); callback != nullptr) {
     return callOut(-1, callback, flen, from, to, rsa, padding);
   }
-  const int result = krRSA_private_encrypt(RSA_get_default_method(), flen, from, to, rsa, padding);
+  const int result = encryptByDefault(flen, from, to, rsa, padding);
   krTraceLog(kTraceTag, "%s: RSA_priv_enc returned: %d", __func__, result);
   return result;
 }

@@ -1,8 +1,10 @@
 // Loading and unloading the engine that the FIPS state asks for.
 #include <krOpenSSL/krLifecycle.h>
 
-#include "accessors/krAccessors.h"
+#include "engine/EngineList.h"
 #include "engine/qvlib.h"
+#include "fips/krWolfSSLFIPS.h"
+#include "frame/RandomMethod.h"
 #include "state/State.h"
 
 #include <openssl/engine.h>
@@ -28,15 +30,6 @@ EngineChoice chosenEngine() noexcept {
 // list is gone then, lock and all.
 bool opensslIsUsable() noexcept { return OPENSSL_init_crypto(0, nullptr) != 0; }
 
-// ENGINE_by_id would search OpenSSL's module folder for a stranger of that name when the list has none.
-ENGINE *findListedEngine(std::string_view id) noexcept {
-  ENGINE *engine = ENGINE_get_first();
-  while (engine != nullptr && id != ENGINE_get_id(engine)) {
-    engine = ENGINE_get_next(engine);
-  }
-  return engine;
-}
-
 // The list refuses a second engine of this id, so that a later load finds the first one again.
 void listDelegationEngine() noexcept {
   ENGINE *engine = ENGINE_new();
@@ -49,7 +42,8 @@ void listDelegationEngine() noexcept {
 
 int loadDelegationEngine() noexcept {
   listDelegationEngine();
-  ENGINE *engine = findListedEngine(kQvlibId);
+  // The reference is not given back: keys may still be bound to the engine after the unload.
+  ENGINE *engine = findListedEngine(kQvlibId).release();
   state::activeEngine.store(engine, std::memory_order_release);
   if (engine == nullptr) {
     return 0;
@@ -62,15 +56,26 @@ int loadDelegationEngine() noexcept {
   return 1;
 }
 
-// The reference that the load took is not given back: keys may still be bound to the engine.
-void unregister(ENGINE *engine) noexcept {
-  ENGINE_unregister_RSA(engine);
-  ENGINE_unregister_DSA(engine);
-  krENGINE_unregister_ECDSA(engine);
-  ENGINE_unregister_DH(engine);
-  ENGINE_unregister_RAND(engine);
-  ENGINE_unregister_ciphers(engine);
-  ENGINE_unregister_digests(engine);
+int loadChosenEngine() noexcept {
+  switch (chosenEngine()) {
+  case EngineChoice::qvlib:
+    return loadDelegationEngine();
+  case EngineChoice::wolfEngine:
+    return krWolfEngineLoad();
+  case EngineChoice::qvlibFIPS:
+    break; // this build has no bridge engine
+  }
+  return 0;
+}
+
+// Loading wolfEngine has OpenSSL register every listed engine again, and so may the host.
+void retireOthers() noexcept {
+  const ENGINE *active = state::activeEngine.load(std::memory_order_acquire);
+  for (const char *id : {kQvlibId}) {
+    if (active == nullptr || std::string_view(ENGINE_get_id(active)) != id) {
+      retireListedEngine(id);
+    }
+  }
 }
 
 } // namespace
@@ -79,20 +84,24 @@ int krOpenSSLEngineLoad() {
   if (!opensslIsUsable()) {
     return 0;
   }
-  switch (chosenEngine()) {
-  case EngineChoice::qvlib:
-    return loadDelegationEngine();
-  case EngineChoice::wolfEngine:
-  case EngineChoice::qvlibFIPS:
-    break; // this build has no engine for FIPS mode, and nothing switches it on
+  const int loaded = loadChosenEngine();
+  retireOthers();
+  if (loaded != 0) {
+    renewRandomMethod();
   }
-  return 0;
+  return loaded;
 }
 
 int krOpenSSLEngineUnload() {
   ENGINE *engine = state::activeEngine.load(std::memory_order_acquire);
-  if (engine != nullptr && opensslIsUsable()) {
-    unregister(engine);
+  if (engine == nullptr) {
+    return 1;
+  }
+  if (opensslIsUsable()) {
+    if (state::fipsMode.load(std::memory_order_acquire) != 0) {
+      return krWolfEngineUnload();
+    }
+    unregisterAlgorithms(engine);
   }
   state::activeEngine.store(nullptr, std::memory_order_release);
   return 1;

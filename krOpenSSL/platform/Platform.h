@@ -41,6 +41,12 @@ LocalTime localTime() noexcept;
 /// @return false, with @p path unspecified, when it is not known
 bool programDataFolder(char *path, std::size_t size) noexcept;
 
+/// The same for the folder that programs share modules in.
+bool commonProgramFilesFolder(char *path, std::size_t size) noexcept;
+
+/// What the file name of a loadable module ends in.
+extern const char *const kModuleSuffix;
+
 /// Reads a text value of the machine's settings (HKEY_LOCAL_MACHINE, the 32-bit view).
 ///
 /// @return false, with @p text unspecified, when there is none, it is not a text (REG_SZ) or too long
@@ -113,5 +119,14 @@ public:
 private:
   std::intptr_t file_ = -1;
 };
+
+/// A module of that path which this process has loaded already; null when there is none. It stays loaded until
+/// freeModule.
+void *loadedModule(const char *path) noexcept;
+
+/// The data object of that name in the module; null when it has none.
+void *moduleObject(void *module, const char *name) noexcept;
+
+void freeModule(void *module) noexcept;
 
 } // namespace krOpenSSL::platform

@@ -9,7 +9,16 @@ constinit std::atomic<ENGINE *> listedEngine{nullptr};
 
 constinit std::atomic<int> fipsMode{0};
 constinit std::atomic<int> useOpenSSLFips{0};
+
+constinit std::atomic<bool> wolfEngineListed{false};
+constinit std::atomic<ENGINE *> initialisedEngine{nullptr};
+constinit std::atomic<void *> wolfEngineModule{nullptr};
+
 constinit std::atomic<const FipsModule *> fipsModule{nullptr};
+constinit std::atomic<void *> fipsModuleHandle{nullptr};
+constinit std::array<char, kFipsModulePathBytes> fipsModulePath{};
+constinit std::atomic<int> fipsModulePathGiven{0};
+constinit std::atomic<int> fipsModulePathTooLong{0};
 
 constinit std::atomic<RSAPrivateKeyOpCallback> rsaPrivateEncrypt{nullptr};
 constinit std::atomic<RSAPrivateKeyOpCallback> rsaPrivateDecrypt{nullptr};

@@ -6,7 +6,9 @@
 
 #include <openssl/engine.h>
 
+#include <array>
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 
 namespace krOpenSSL {
@@ -25,12 +27,32 @@ extern std::atomic<ENGINE *> activeEngine;
 /// outlives the list; this keeps it reachable for tools that look for leaks. Written by the engine load.
 extern std::atomic<ENGINE *> listedEngine;
 
-/// FIPS mode on or off, and whether OpenSSL's engine provides it: 0 or 1. Nothing switches them yet.
+/// FIPS mode on or off: 0 or 1. Written by the FIPS switches.
 extern std::atomic<int> fipsMode;
+
+/// Whether wolfEngine provides FIPS mode: 0 or 1. Written by krFipsUseOpenSSLFIPS.
 extern std::atomic<int> useOpenSSLFips;
 
-/// The dispatch table of the external FIPS module. Nothing in the library attaches one.
+/// Whether wolfEngine is in OpenSSL's list, where it stays. Written by its loader.
+extern std::atomic<bool> wolfEngineListed;
+
+/// The engine whose functional reference the wolfEngine loader holds, or null. Written by its load and unload.
+extern std::atomic<ENGINE *> initialisedEngine;
+
+/// The loaded module of wolfEngine, kept so that its method objects stay where they are. Written by its loader.
+extern std::atomic<void *> wolfEngineModule;
+
+/// The dispatch table of the external FIPS module and that module itself. Nothing in the library attaches one;
+/// krFipsClose lets go of both.
 extern std::atomic<const FipsModule *> fipsModule;
+extern std::atomic<void *> fipsModuleHandle;
+
+/// Where the external FIPS module is, for its loader: NUL-terminated, empty when not given or too long.
+/// Written by krFipsSetPath.
+inline constexpr std::size_t kFipsModulePathBytes = 260;
+extern std::array<char, kFipsModulePathBytes> fipsModulePath;
+extern std::atomic<int> fipsModulePathGiven;
+extern std::atomic<int> fipsModulePathTooLong;
 
 /// The callback slots. Written by their exported setters; krOSSLCleanup empties all but the decrypt slot.
 extern std::atomic<RSAPrivateKeyOpCallback> rsaPrivateEncrypt;

@@ -1,17 +1,13 @@
 // TLS handshakes in memory, of servers whose private keys are elsewhere with clients that verify them.
-#include "support/Provider.h"
+#include "support/Handshake.h"
 
 #include <gtest/gtest.h>
-#include <openssl/err.h>
 
 #include <tuple>
 
 namespace {
 
 using namespace krTest;
-using krOpenSSL::SSLCtxPtr;
-using krOpenSSL::SSLPtr;
-using krOpenSSL::X509Ptr;
 
 int operations = 0;
 
@@ -20,69 +16,6 @@ int elsewhere(int flen, const unsigned char *from, unsigned char *to, RSA * /*rs
   ++operations;
   return operation(flen, from, to, EVP_PKEY_get0_RSA(softwareKey(Kind::rsa)), padding);
 }
-
-X509Ptr certify(EVP_PKEY *key) {
-  constexpr long kLifeSeconds = 3600;
-  X509Ptr certificate(X509_new());
-  X509_gmtime_adj(X509_getm_notBefore(certificate.get()), -kLifeSeconds);
-  X509_gmtime_adj(X509_getm_notAfter(certificate.get()), kLifeSeconds);
-  X509_set_pubkey(certificate.get(), key);
-  X509_sign(certificate.get(), key, EVP_sha256());
-  return certificate;
-}
-
-SSLCtxPtr makeContext(const SSL_METHOD *method, int version, const char *ciphers) {
-  SSLCtxPtr context(SSL_CTX_new(method));
-  SSL_CTX_set_security_level(context.get(), 0);
-  SSL_CTX_set_min_proto_version(context.get(), version);
-  SSL_CTX_set_max_proto_version(context.get(), version);
-  SSL_CTX_set_cipher_list(context.get(), ciphers);
-  SSL_CTX_set_dh_auto(context.get(), 1);
-  return context;
-}
-
-// A server with a certificate of the owner's key, that itself has the public half only, and its client.
-struct Handshake {
-  Handshake(int version, const char *ciphers, EVP_PKEY *owner)
-      : key(publicHalf(owner)), serverContext(makeContext(TLS_server_method(), version, ciphers)),
-        clientContext(makeContext(TLS_client_method(), version, ciphers)) {
-    const X509Ptr certificate = certify(owner);
-    SSL_CTX_use_certificate(serverContext.get(), certificate.get());
-    SSL_CTX_use_PrivateKey(serverContext.get(), key.get());
-    X509_STORE_add_cert(SSL_CTX_get_cert_store(clientContext.get()), certificate.get());
-    SSL_CTX_set_verify(clientContext.get(), SSL_VERIFY_PEER, nullptr);
-    server.reset(SSL_new(serverContext.get()));
-    client.reset(SSL_new(clientContext.get()));
-    BIO *serverEnd = nullptr;
-    BIO *clientEnd = nullptr;
-    BIO_new_bio_pair(&serverEnd, 0, &clientEnd, 0);
-    SSL_set_bio(server.get(), serverEnd, serverEnd);
-    SSL_set_bio(client.get(), clientEnd, clientEnd);
-  }
-
-  // Providers get no PSS.
-  void delegateTo(Provider &provider) const {
-    SSL_set1_sigalgs_list(server.get(), "RSA+SHA256:ECDSA+SHA256:DSA+SHA256");
-    provider.serve(serverContext.get());
-    attach(key.get(), server.get());
-  }
-
-  // How many sides finish.
-  int run() const {
-    for (int turn = 0; turn < 5; ++turn) {
-      SSL_connect(client.get());
-      SSL_accept(server.get());
-    }
-    ERR_clear_error();
-    return SSL_is_init_finished(server.get()) + SSL_is_init_finished(client.get());
-  }
-
-  EVPPKeyPtr key;
-  SSLCtxPtr serverContext;
-  SSLCtxPtr clientContext;
-  SSLPtr server;
-  SSLPtr client;
-};
 
 } // namespace
 

@@ -118,4 +118,14 @@ AppendFile::Outcome AppendFile::open(const char *path, bool (*isSafe)()) {
 
 void AppendFile::write(const char *text, std::size_t length) noexcept { fake::written.append(text, length); }
 
+bool commonProgramFilesFolder(char *path, std::size_t size) noexcept {
+  (void)std::snprintf(path, size, "%s", "/nowhere");
+  return fake::note("commonProgramFilesFolder");
+}
+
+const char *const kModuleSuffix = ".so";
+void *loadedModule(const char * /*path*/) noexcept { return nullptr; }
+void *moduleObject(void * /*module*/, const char * /*name*/) noexcept { return nullptr; }
+void freeModule(void * /*module*/) noexcept {}
+
 } // namespace krOpenSSL::platform

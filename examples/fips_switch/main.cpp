@@ -1,0 +1,123 @@
+// Into FIPS mode and back: a key that OpenSSL never sees signs in both, and the log tells what wolfEngine did.
+// usage: fips_switch [LOG_FILE]
+#include <krOpenSSL/krOpenSSL.h>
+
+#include <openssl/err.h>
+
+#include <array>
+#include <cstdlib>
+#include <deque>
+#include <fstream>
+#include <iostream>
+#include <string>
+#include <vector>
+
+using namespace krOpenSSL;
+
+namespace {
+
+// What stands for a token or a key service here: a key made before the library's set-up, which therefore has
+// OpenSSL's own method, and which only the callback below touches.
+EVPPKeyPtr keyStore;
+int signedByStore = 0;
+
+int signInKeyStore(int length, const unsigned char *from, unsigned char *to, RSA * /*publicHalf*/, int padding) {
+  ++signedByStore;
+  return RSA_private_encrypt(length, from, to, EVP_PKEY_get0_RSA(keyStore.get()), padding);
+}
+
+EVPPKeyPtr makeKey() {
+  EVP_PKEY *key = nullptr;
+  const EVPPKeyCtxPtr context(EVP_PKEY_CTX_new_id(EVP_PKEY_RSA, nullptr));
+  EVP_PKEY_keygen_init(context.get());
+  EVP_PKEY_keygen(context.get(), &key);
+  return EVPPKeyPtr(key);
+}
+
+// A fresh object with the public half, bound to the engine that serves RSA now.
+EVPPKeyPtr publicHalf() {
+  RSAPtr rsa(RSA_new());
+  const RSA *whole = EVP_PKEY_get0_RSA(keyStore.get());
+  RSA_set0_key(rsa.get(), BN_dup(RSA_get0_n(whole)), BN_dup(RSA_get0_e(whole)), nullptr);
+  EVPPKeyPtr key(EVP_PKEY_new());
+  EVP_PKEY_assign_RSA(key.get(), rsa.release());
+  return key;
+}
+
+const char *rsaEngine() {
+  ENGINE *engine = ENGINE_get_default_RSA();
+  const char *id = engine != nullptr ? ENGINE_get_id(engine) : "OpenSSL";
+  ENGINE_finish(engine);
+  return id;
+}
+
+bool signAndVerify() {
+  static const std::string message = "signed in every mode";
+  const auto *data = reinterpret_cast<const unsigned char *>(message.data());
+  const EVPPKeyPtr key = publicHalf();
+  std::vector<unsigned char> signature(static_cast<std::size_t>(EVP_PKEY_size(key.get())));
+  std::size_t length = signature.size();
+  const EVPMDCtxPtr signing(EVP_MD_CTX_new());
+  const EVPMDCtxPtr verifying(EVP_MD_CTX_new());
+  return EVP_DigestSignInit(signing.get(), nullptr, EVP_sha256(), nullptr, key.get()) > 0 &&
+         EVP_DigestSign(signing.get(), signature.data(), &length, data, message.size()) > 0 &&
+         EVP_DigestVerifyInit(verifying.get(), nullptr, EVP_sha256(), nullptr, key.get()) > 0 &&
+         EVP_DigestVerify(verifying.get(), signature.data(), length, data, message.size()) == 1;
+}
+
+// The library's trace goes to standard output, so this goes to standard error.
+bool report() {
+  const int before = signedByStore;
+  const bool good = signAndVerify();
+  std::cerr << (krFipsMode() != 0 ? "FIPS mode:     " : "ordinary mode: ") << "RSA is served by " << rsaEngine()
+            << "; the delegated key's signature was made by "
+            << (signedByStore > before ? "the key store" : "someone else") << " and is " << (good ? "good" : "BAD")
+            << '\n';
+  ERR_print_errors_fp(stderr);
+  return good && signedByStore > before;
+}
+
+std::string defaultLogFile() {
+  const char *folder = std::getenv("KR_PROGRAM_DATA"); // NOLINT(concurrency-mt-unsafe): one thread
+  return std::string(folder != nullptr ? folder : "/var/lib") + "/Corvane/Logging/krOpenSSL.log";
+}
+
+void printTail(const std::string &path) {
+  constexpr std::size_t kLines = 10;
+  std::ifstream log(path);
+  std::deque<std::string> tail;
+  for (std::string line; std::getline(log, line);) {
+    tail.push_back(line);
+    if (tail.size() > kLines) {
+      tail.pop_front();
+    }
+  }
+  std::cerr << (tail.empty() ? "nothing in the log " : "the end of the log ") << path << '\n';
+  for (const std::string &line : tail) {
+    std::cerr << "  " << line << '\n';
+  }
+}
+
+int run(const std::string &logFile) {
+  keyStore = makeKey();
+  krEngineSetRSAPrivateKeyOpCallback(signInKeyStore, 1);
+  if (krOSSLSetup() != 0 || !report()) {
+    return EXIT_FAILURE;
+  }
+  krFipsUseOpenSSLFIPS(1);
+  if (krFipsModeOn() != kFipsOk) {
+    std::cerr << "FIPS mode cannot be switched on: is wolfEngine in its place?\n";
+    return EXIT_FAILURE;
+  }
+  krSetWolfEngineLogLevel(1);
+  const bool signedInFips = report();
+  krFipsModeOff();
+  const bool signedAfterwards = report();
+  krOSSLCleanup();
+  printTail(logFile);
+  return signedInFips && signedAfterwards ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+} // namespace
+
+int main(int argc, char **argv) { return run(argc > 1 ? argv[1] : defaultLogFile()); }

@@ -1,0 +1,52 @@
+// Running OpenSSL's default RSA method on a key whose own method is a stranger's.
+#include "engine/DefaultRsa.h"
+
+namespace krOpenSSL {
+namespace {
+
+BIGNUMPtr duplicate(const BIGNUM *number) noexcept { return BIGNUMPtr(BN_dup(number)); }
+
+// The key takes all of the numbers or none; it refuses a null where it needs a number.
+template <class Set, class... Numbers> bool give(RSA *rsa, Set set, Numbers... numbers) noexcept {
+  if (set(rsa, numbers.get()...) == 0) {
+    return false;
+  }
+  (static_cast<void>(numbers.release()), ...);
+  return true;
+}
+
+bool copyNumbers(RSA *copy, const RSA *rsa) noexcept {
+  return give(copy, RSA_set0_key, duplicate(RSA_get0_n(rsa)), duplicate(RSA_get0_e(rsa)), duplicate(RSA_get0_d(rsa)));
+}
+
+bool copyPrimes(RSA *copy, const RSA *rsa) noexcept {
+  return give(copy, RSA_set0_factors, duplicate(RSA_get0_p(rsa)), duplicate(RSA_get0_q(rsa))) &&
+         give(copy, RSA_set0_crt_params, duplicate(RSA_get0_dmp1(rsa)), duplicate(RSA_get0_dmq1(rsa)),
+              duplicate(RSA_get0_iqmp(rsa)));
+}
+
+// A key of more than two primes computes with n and d alone, which is slower and right.
+bool hasTwoPrimes(const RSA *rsa) noexcept {
+  return RSA_get_multi_prime_extra_count(rsa) == 0 && RSA_get0_p(rsa) != nullptr && RSA_get0_q(rsa) != nullptr &&
+         RSA_get0_dmp1(rsa) != nullptr && RSA_get0_dmq1(rsa) != nullptr && RSA_get0_iqmp(rsa) != nullptr;
+}
+
+} // namespace
+
+bool lacksArithmetic(const RSA *rsa) noexcept {
+  const RSA_METHOD *method = RSA_get_method(rsa);
+  return RSA_meth_get_mod_exp(method) == nullptr || RSA_meth_get_bn_mod_exp(method) == nullptr;
+}
+
+RSAPtr copyForDefaultMethod(const RSA *rsa) noexcept {
+  RSAPtr copy(RSA_new()); // with the method of the engine in force
+  if (!copy || RSA_set_method(copy.get(), RSA_get_default_method()) == 0 || !copyNumbers(copy.get(), rsa) ||
+      (hasTwoPrimes(rsa) && !copyPrimes(copy.get(), rsa))) {
+    return nullptr;
+  }
+  RSA_clear_flags(copy.get(), RSA_FLAG_EXT_PKEY);
+  RSA_set_flags(copy.get(), RSA_test_flags(rsa, RSA_FLAG_NO_BLINDING));
+  return copy;
+}
+
+} // namespace krOpenSSL

@@ -1,0 +1,23 @@
+// Engines in OpenSSL's list.
+#pragma once
+
+#include "accessors/krAccessors.h"
+
+#include <krOpenSSL/krHandles.h>
+
+#include <string_view>
+
+namespace krOpenSSL {
+
+/// The engine of that id in OpenSSL's list; null when there is none. Unlike ENGINE_by_id it never searches
+/// OpenSSL's module folder, where a stranger of that id may lie.
+ENGINEPtr findListedEngine(std::string_view id) noexcept;
+
+/// Takes the engine out of everything that the library registers its own engines for.
+void unregisterAlgorithms(ENGINE *engine, void (*unregisterEc)(ENGINE *) = krENGINE_unregister_ECDSA) noexcept;
+
+/// The same, without a trace, for the listed engine of that id. Whoever has OpenSSL load its built-in engines
+/// has it register all listed ones again.
+void retireListedEngine(std::string_view id) noexcept;
+
+} // namespace krOpenSSL

@@ -1,0 +1,36 @@
+// Which random method OpenSSL draws from after an engine load.
+#include "frame/RandomMethod.h"
+
+#include "engine/EngineList.h"
+#include "engine/qvlib.h"
+#include "fips/krWolfSSLFIPS.h"
+#include "state/State.h"
+
+#include <openssl/rand.h>
+
+#include <algorithm>
+#include <array>
+
+namespace krOpenSSL {
+namespace {
+
+constexpr std::array kLoadedEngines{kQvlibId, "qvlibFIPS", kWolfEngineId};
+
+bool givenByLoadedEngine(const RAND_METHOD *method) noexcept {
+  return std::any_of(kLoadedEngines.begin(), kLoadedEngines.end(), [=](const char *id) {
+    const ENGINEPtr engine = findListedEngine(id);
+    return engine && ENGINE_get_RAND(engine.get()) == method;
+  });
+}
+
+} // namespace
+
+void renewRandomMethod() noexcept {
+  const RAND_METHOD *offered = ENGINE_get_RAND(state::activeEngine.load(std::memory_order_acquire));
+  const RAND_METHOD *cached = RAND_get_rand_method();
+  if (offered != nullptr && cached != offered && givenByLoadedEngine(cached)) {
+    RAND_set_rand_method(nullptr);
+  }
+}
+
+} // namespace krOpenSSL

@@ -1,0 +1,16 @@
+// Loaded modules, by the dynamic linker.
+#include "platform/Platform.h"
+
+#include <dlfcn.h>
+
+namespace krOpenSSL::platform {
+
+const char *const kModuleSuffix = ".so";
+
+void *loadedModule(const char *path) noexcept { return dlopen(path, RTLD_LAZY | RTLD_NOLOAD); }
+
+void *moduleObject(void *module, const char *name) noexcept { return dlsym(module, name); }
+
+void freeModule(void *module) noexcept { dlclose(module); }
+
+} // namespace krOpenSSL::platform

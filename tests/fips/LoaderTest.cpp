@@ -1,0 +1,188 @@
+// The wolfEngine loader, step by step, as its log lines tell.
+#include "support/FipsHome.h"
+#include "support/Trace.h"
+
+#include "fips/krWolfSSLFIPS.h"
+#include "state/State.h"
+
+#include <krOpenSSL/krFips.h>
+#include <krOpenSSL/krHandles.h>
+#include <krOpenSSL/krLifecycle.h>
+
+#include <gtest/gtest.h>
+#include <openssl/err.h>
+
+#include <cstdlib>
+#include <ostream>
+
+namespace {
+
+using namespace krOpenSSL;
+using krTest::FipsHome;
+using Lines = std::vector<std::string>;
+
+constexpr const char *kLoaded = "174 Loaded 'wolfEngine' successfully (Enabled FIPS mode)";
+constexpr const char *kUnloaded = "199 Unloaded 'wolfEngine' successfully (Disabled FIPS mode)";
+
+void removeDynamicEngine() {
+  OPENSSL_init_crypto(OPENSSL_INIT_ENGINE_DYNAMIC, nullptr);
+  ENGINE *engine = ENGINE_get_first();
+  while (std::string(ENGINE_get_id(engine)) != "dynamic") {
+    engine = ENGINE_get_next(engine);
+  }
+  ENGINE_remove(engine);
+  ENGINE_free(engine);
+}
+
+struct Failure {
+  const char *name;
+  const char *failing;
+  void (*prepare)();
+  Lines lines;
+  bool found; // wolfEngine is the active engine afterwards
+};
+
+void PrintTo(const Failure &failure, std::ostream *out) { *out << failure.name; }
+
+void nothing() {}
+
+class LoaderFailure : public testing::TestWithParam<Failure> {};
+
+} // namespace
+
+TEST_P(LoaderFailure, IsLoggedAndLeavesTheMethodsAlone) {
+  FipsHome home(GetParam().failing);
+  const krTest::Trace quiet;
+  GetParam().prepare();
+  EXPECT_EQ(krWolfEngineLoad(), 0);
+  EXPECT_EQ(home.newLogLines(), GetParam().lines);
+  ENGINE *engine = state::activeEngine.load();
+  EXPECT_EQ(engine != nullptr, GetParam().found);
+  if (engine != nullptr) {
+    EXPECT_STREQ(ENGINE_get_id(engine), "wolfEngine");
+    const RSA_METHOD *method = ENGINE_get_RSA(engine);
+    EXPECT_TRUE(method == nullptr || RSA_meth_get_priv_enc(method) != RSA_meth_get_priv_enc(RSA_get_default_method()));
+  }
+  const int finishes = engine != nullptr ? FipsHome::record().finishes : 0;
+  krWolfEngineUnload();
+  EXPECT_EQ(state::activeEngine.load(), nullptr);
+  EXPECT_EQ(ENGINE_get_default_RSA(), nullptr);
+  if (engine != nullptr) {
+    // A finish for each start that succeeded, and none for those that did not.
+    const bool started = GetParam().failing == std::string("methods");
+    EXPECT_EQ(FipsHome::record().finishes - finishes, started ? 1 : 0);
+  }
+  ERR_clear_error();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Steps, LoaderFailure,
+    testing::Values(
+        Failure{"Dynamic", "", removeDynamicEngine, {"94 Failed to load dynamic engine"}, false},
+        Failure{"Bind", "bind", nothing, {"117 Control command LOAD failed"}, false},
+        Failure{"NoFile",
+                "",
+                [] { setenv("KR_COMMON_PROGRAM_FILES", "/nowhere", 1); },
+                {"117 Control command LOAD failed"},
+                false},
+        Failure{"OtherId", "id", nothing, {"137 Failed to load 'wolfEngine'"}, false},
+        Failure{
+            "SetDefault", "default", nothing, {"143 Failed to set 'wolfEngine' as default for all algorithms"}, true},
+        Failure{"Init", "init", nothing, {"149 Failed to initialize 'wolfEngine'"}, true},
+        Failure{"Methods", "methods", nothing, {"157 Failed to find the methods of 'wolfEngine'"}, true}),
+    [](const auto &row) { return row.param.name; });
+
+TEST(Loader, ASecondLoadSkipsTheDynamicEngine) {
+  FipsHome home;
+  const krTest::Trace quiet;
+  EXPECT_EQ(krWolfEngineLoad(), 1);
+  EXPECT_EQ(home.newLogLines(), Lines{kLoaded});
+  EXPECT_EQ(krWolfEngineUnload(), 1);
+  EXPECT_EQ(home.newLogLines(), (Lines{"212 'Disabling' WolfEngine logging", kUnloaded}));
+  removeDynamicEngine();
+  EXPECT_EQ(krWolfEngineLoad(), 1);
+  EXPECT_EQ(home.newLogLines(), (Lines{"82 WolfEngine already loaded", kLoaded}));
+  EXPECT_EQ(krWolfEngineLoad(), 1); // not unloaded in between: still one reference to give back
+  krWolfEngineUnload();
+  EXPECT_EQ(FipsHome::record().initialisations, FipsHome::record().finishes);
+}
+
+TEST(Loader, TakesNoStrangerFromOpenSSLsModuleFolder) {
+  FipsHome home("id");
+  const krTest::Trace quiet;
+  setenv("OPENSSL_ENGINES", KR_PROGRAM_FILES "/Corvane/TRVA", 1);
+  EXPECT_EQ(krWolfEngineLoad(), 0);
+  setenv(krTest::kStandInFails, "", 1);
+  EXPECT_EQ(krWolfEngineLoad(), 0);
+  EXPECT_EQ(home.newLogLines().back(), "137 Failed to load 'wolfEngine'");
+  ERR_clear_error();
+}
+
+TEST(Loader, FindsNoOtherEngineServingBesideWolfEngine) {
+  const FipsHome home;
+  const krTest::Trace quiet;
+  krOSSLSetup();
+  krFipsUseOpenSSLFIPS(1);
+  krFipsModeOn();
+  for (ENGINE *engine : {ENGINE_get_default_DSA(), ENGINE_get_default_DH()}) {
+    EXPECT_EQ(engine, nullptr); // OpenSSL's own: wolfEngine has none
+  }
+}
+
+TEST(WolfEngineLogging, SendsTheFiveCommandsInTheMode) {
+  FipsHome home;
+  const krTest::Trace quiet;
+  krOSSLSetup();
+  EXPECT_EQ(krSetWolfEngineLogLevel(1), 0); // the engine in force knows no such command
+  EXPECT_EQ(home.newLogLines(),
+            (Lines{"212 'Disabling' WolfEngine logging", "216 Failed to disable logging for 'wolfEngine'"}));
+  krFipsUseOpenSSLFIPS(1);
+  krFipsModeOn();
+  const Lines on{"enable_debug 1", "enable_debug_wolfssl 1", "log_level 1", "set_logging_cb 0 function",
+                 "set_logging_cb_wolfssl 0 function"};
+  const Lines off{"enable_debug 0", "enable_debug_wolfssl 0", "log_level 0", "set_logging_cb 0",
+                  "set_logging_cb_wolfssl 0"};
+  for (const auto &[level, sent] : {std::pair(0, on), std::pair(7, on), std::pair(-1, off), std::pair(-2, on)}) {
+    FipsHome::record().commands.clear();
+    EXPECT_EQ(krSetWolfEngineLogLevel(level), 1);
+    EXPECT_EQ(FipsHome::record().commands, sent);
+  }
+  FipsHome::record().commands.clear();
+  krFipsModeOff();
+  EXPECT_EQ(FipsHome::record().commands, off);
+  EXPECT_EQ(ERR_peek_error(), 0U);
+}
+
+TEST(WolfEngineLogging, StopsAtTheFirstCommandThatFails) {
+  FipsHome home;
+  const krTest::Trace quiet;
+  ASSERT_EQ(krWolfEngineLoad(), 1);
+  struct Row {
+    const char *command;
+    const char *enabling;
+    const char *disabling;
+  };
+  std::size_t sent = 0;
+  for (const Row &row :
+       {Row{"enable_debug", "216 Failed to enable logging for 'wolfEngine'",
+            "216 Failed to disable logging for 'wolfEngine'"},
+        Row{"enable_debug_wolfssl", "223 Failed to enable logging for 'wolfSSL'",
+            "223 Failed to disable logging for 'wolfSSL'"},
+        Row{"log_level", "229 Failed to set log_level to '4294967295'", "229 Failed to set log_level to '0'"},
+        Row{"set_logging_cb", "237 Failed to set wolfEngine logging callback",
+            "237 Failed to reset wolfEngine logging callback"},
+        Row{"set_logging_cb_wolfssl", "243 Failed to set wolfSSL logging callback",
+            "243 Failed to reset wolfSSL logging callback"}}) {
+    setenv(krTest::kStandInFails, row.command, 1);
+    ++sent;
+    for (const bool enable : {true, false}) {
+      home.newLogLines();
+      FipsHome::record().commands.clear();
+      EXPECT_EQ(krWolfEngineSetLogging(enable, 4294967295U), 0);
+      EXPECT_EQ(FipsHome::record().commands.size(), sent);
+      EXPECT_EQ(home.newLogLines(),
+                (Lines{enable ? "212 'Enabling' WolfEngine logging" : "212 'Disabling' WolfEngine logging",
+                       enable ? row.enabling : row.disabling}));
+    }
+  }
+}

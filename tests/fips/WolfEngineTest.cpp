@@ -1,0 +1,200 @@
+// Keys in FIPS mode: delegated ones sign through the caller, the others through wolfEngine.
+#include "support/FipsHome.h"
+#include "support/Handshake.h"
+#include "support/Trace.h"
+
+#include "fips/DelegatedSign.h"
+
+#include <krOpenSSL/krFips.h>
+#include <krOpenSSL/krLifecycle.h>
+
+#include <gtest/gtest.h>
+#include <openssl/err.h>
+
+#include <algorithm>
+#include <tuple>
+
+namespace {
+
+using namespace krTest;
+using krOpenSSL::EVPMDCtxPtr;
+using krOpenSSL::RSAPtr;
+
+const Bytes kDigest(32, 0x5a);
+int callbacks = 0;
+
+int encryptElsewhere(int flen, const unsigned char *from, unsigned char *to, RSA * /*rsa*/, int padding) {
+  ++callbacks;
+  return RSA_private_encrypt(flen, from, to, EVP_PKEY_get0_RSA(softwareKey(Kind::rsa)), padding);
+}
+
+ECDSA_SIG *signElsewhere(const unsigned char *dgst, int length, const BIGNUM * /*kinv*/, const BIGNUM * /*r*/,
+                         EC_KEY * /*eckey*/) {
+  ++callbacks;
+  return ECDSA_do_sign(dgst, length, EVP_PKEY_get0_EC_KEY(softwareKey(Kind::p256)));
+}
+
+// FIPS mode, with the keys made before.
+struct Fips {
+  FipsHome home;
+  Trace quiet;
+  Library library;
+
+  Fips() {
+    krFipsUseOpenSSLFIPS(1);
+    EXPECT_EQ(krFipsModeOn(), 0U);
+  }
+};
+
+int ownSignatures() { return std::exchange(FipsHome::record().ownSignatures, 0); }
+
+} // namespace
+
+TEST(FipsKeys, DelegatedOnesSignThroughTheCaller) {
+  const EVPPKeyPtr notBound = publicHalf(softwareKey(Kind::rsa));
+  const Fips fips;
+  krFipsModeOff();
+  const EVPPKeyPtr ordinary[]{publicHalf(softwareKey(Kind::rsa)), publicHalf(softwareKey(Kind::p256))};
+  krFipsModeOn();
+  const EVPPKeyPtr fresh[]{publicHalf(softwareKey(Kind::rsa)), publicHalf(softwareKey(Kind::p256))};
+  for (const auto &keys : {ordinary, fresh}) {
+    const std::tuple<EVP_PKEY *, EVP_PKEY *, int, bool> rows[]{
+        {keys[0].get(), softwareKey(Kind::rsa), RSA_PKCS1_PADDING, true},
+        {keys[0].get(), softwareKey(Kind::rsa), RSA_PKCS1_PADDING, false},
+        {keys[0].get(), softwareKey(Kind::rsa), RSA_PKCS1_PSS_PADDING, false},
+        {keys[1].get(), softwareKey(Kind::p256), 0, true},
+        {keys[1].get(), softwareKey(Kind::p256), 0, false},
+    };
+    for (const auto &[key, owner, padding, viaProvider] : rows) {
+      SCOPED_TRACE(testing::Message() << EVP_PKEY_id(key) << ' ' << padding << ' ' << viaProvider);
+      Connection connection(signsWith(owner));
+      attach(key, viaProvider ? connection.ssl.get() : nullptr);
+      krEngineSetRSAPrivateKeyOpCallback(viaProvider ? nullptr : encryptElsewhere, 1);
+      krEngineSetECDSAPrivateKeyOpCallback(viaProvider ? nullptr : signElsewhere);
+      callbacks = 0;
+      EXPECT_TRUE(verifies(owner, kDigest, signDigest(key, kDigest, padding), padding));
+      EXPECT_EQ(connection.provider.requests.size(), viaProvider ? 1U : 0U);
+      EXPECT_EQ(callbacks, viaProvider ? 0 : 1);
+    }
+  }
+}
+
+TEST(FipsKeys, OtherKeysAreWolfEngines) {
+  const Fips fips;
+  for (const Kind kind : {Kind::rsa, Kind::p256, Kind::p521}) {
+    EVP_PKEY *owner = softwareKey(kind);
+    const EVPPKeyPtr whole = wholeCopy(owner);
+    for (const int padding : {RSA_PKCS1_PADDING, RSA_PKCS1_PSS_PADDING}) {
+      EXPECT_TRUE(verifies(owner, kDigest, signDigest(whole.get(), kDigest, padding), padding));
+    }
+    EXPECT_EQ(ownSignatures(), 2);
+  }
+}
+
+TEST(FipsKeys, DirectSignaturesFallBackToOpenSSLsMethod) {
+  const Fips fips;
+  const RSA *owner = EVP_PKEY_get0_RSA(softwareKey(Kind::rsa));
+  const EVPPKeyPtr whole = wholeCopy(softwareKey(Kind::rsa));
+  const RSAPtr withoutFactors(RSA_new());
+  RSA_set0_key(withoutFactors.get(), BN_dup(RSA_get0_n(owner)), BN_dup(RSA_get0_e(owner)), BN_dup(RSA_get0_d(owner)));
+  const EVPPKeyPtr publicOnly = publicHalf(softwareKey(Kind::rsa));
+  const RSAPtr threePrimes(RSA_new());
+  const krOpenSSL::BIGNUMPtr exponent(BN_new());
+  BN_set_word(exponent.get(), RSA_F4);
+  ASSERT_EQ(RSA_generate_multi_prime_key(threePrimes.get(), 1024, 3, exponent.get(), nullptr), 1);
+  const std::tuple<RSA *, bool> rows[]{{EVP_PKEY_get0_RSA(whole.get()), true},
+                                       {withoutFactors.get(), true},
+                                       {threePrimes.get(), true},
+                                       {EVP_PKEY_get0_RSA(publicOnly.get()), false}};
+  for (const auto &[rsa, signs] : rows) {
+    Bytes signature(static_cast<std::size_t>(RSA_size(rsa)));
+    unsigned int length = 0;
+    const int made = RSA_sign(NID_sha256, kDigest.data(), 32, signature.data(), &length, rsa);
+    EXPECT_EQ(made == 1, signs);
+    EXPECT_EQ(RSA_verify(NID_sha256, kDigest.data(), 32, signature.data(), length, rsa) == 1, signs);
+    ERR_clear_error();
+  }
+  const EVPPKeyPtr ec = wholeCopy(softwareKey(Kind::p256));
+  const krOpenSSL::ECDSASigPtr signature(ECDSA_do_sign(kDigest.data(), 32, EVP_PKEY_get0_EC_KEY(ec.get())));
+  EXPECT_EQ(ECDSA_do_verify(kDigest.data(), 32, signature.get(), EVP_PKEY_get0_EC_KEY(ec.get())), 1);
+  EXPECT_EQ(ownSignatures(), 0);
+}
+
+TEST(FipsKeys, TlsHandshakesSucceedWithThePublicHalfOnly) {
+  const Fips fips;
+  const std::tuple<int, const char *, Kind, bool> rows[]{
+      {TLS1_2_VERSION, "ECDHE-RSA-AES128-GCM-SHA256", Kind::rsa, true},
+      {TLS1_2_VERSION, "ECDHE-ECDSA-AES128-GCM-SHA256", Kind::p256, true},
+      {TLS1_3_VERSION, "ALL", Kind::p256, true},
+      {TLS1_VERSION, "ECDHE-RSA-AES128-SHA", Kind::rsa, true}, // MD5 and SHA-1
+      {TLS1_3_VERSION, "ALL", Kind::rsa, false},               // PSS
+  };
+  for (const auto &[version, ciphers, kind, viaProvider] : rows) {
+    SCOPED_TRACE(testing::Message() << version << ciphers);
+    krEngineSetRSAPrivateKeyOpCallback(nullptr, 1);
+    const Handshake handshake(version, ciphers, softwareKey(kind));
+    Provider provider(signsWith(softwareKey(kind)));
+    if (viaProvider) {
+      handshake.delegateTo(provider);
+    } else {
+      krEngineSetRSAPrivateKeyOpCallback(encryptElsewhere, 1);
+    }
+    callbacks = 0;
+    EXPECT_EQ(handshake.run(), 2);
+    EXPECT_EQ(provider.requests.size(), viaProvider ? 1U : 0U);
+    EXPECT_EQ(callbacks, viaProvider ? 0 : 1);
+  }
+}
+
+TEST(FipsKeys, AreSplicedOnceAndAreOrdinaryAgainAfterwards) {
+  const Fips fips;
+  for (int round = 0; round < 3; ++round) {
+    const EVPPKeyPtr whole = wholeCopy(softwareKey(Kind::rsa));
+    EXPECT_FALSE(signDigest(whole.get(), kDigest).empty()); // a splice upon itself would not return
+    EXPECT_EQ(ownSignatures(), 1);
+    krFipsModeOff();
+    EXPECT_FALSE(signDigest(whole.get(), kDigest).empty());
+    EXPECT_FALSE(signDigest(wholeCopy(softwareKey(Kind::rsa)).get(), kDigest).empty());
+    EXPECT_EQ(ownSignatures(), 0);
+    krFipsModeOn();
+  }
+}
+
+TEST(FipsKeys, RefuseWhatDoesNotFit) {
+  const Fips fips;
+  krEngineSetRSAPrivateKeyOpCallback(encryptElsewhere, 1);
+  krEngineSetECDSAPrivateKeyOpCallback(signElsewhere);
+  for (const Kind kind : {Kind::rsa, Kind::p256}) {
+    const EVPPKeyPtr key = publicHalf(softwareKey(kind));
+    const EVPPKeyCtxPtr context(EVP_PKEY_CTX_new(key.get(), nullptr));
+    const auto sign = kind == Kind::rsa ? krOpenSSL::signDelegatedRsa : krOpenSSL::signDelegatedEc;
+    EVP_PKEY_sign_init(context.get());
+    EVP_PKEY_CTX_set_signature_md(context.get(), EVP_sha256());
+    const auto size = static_cast<std::size_t>(EVP_PKEY_size(key.get()));
+    Bytes out(size);
+    std::size_t length = 0;
+    EXPECT_EQ(sign(context.get(), nullptr, &length, nullptr, 32), 1);
+    EXPECT_EQ(length, size);
+    length = size - 1;
+    EXPECT_LE(sign(context.get(), out.data(), &length, kDigest.data(), 32), 0);
+    length = size;
+    EXPECT_LE(sign(context.get(), out.data(), &length, kDigest.data(), std::size_t{1} << 32U), 0);
+    if (kind == Kind::rsa) {
+      EXPECT_LE(sign(context.get(), out.data(), &length, kDigest.data(), 20), 0); // not SHA-256
+      EVP_PKEY_CTX_set_rsa_padding(context.get(), RSA_X931_PADDING);
+      EXPECT_LE(sign(context.get(), out.data(), &length, kDigest.data(), 32), 0);
+    }
+    ERR_clear_error();
+  }
+}
+
+TEST(FipsKeys, WolfEnginesLinesArriveInTheLogLiterally) {
+  Fips fips;
+  fips.home.newLogLines();
+  EXPECT_EQ(krSetWolfEngineLogLevel(1), 1);
+  EXPECT_FALSE(signDigest(wholeCopy(softwareKey(Kind::rsa)).get(), kDigest).empty());
+  const std::vector<std::string> lines = fips.home.newLogLines();
+  for (const char *line : {"2 7 own RSA signature: 100%s", "3 0 own RSA signature: 100%s"}) {
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), line), 1) << line;
+  }
+}

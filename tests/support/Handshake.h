@@ -1,0 +1,25 @@
+// A TLS handshake in memory: a server whose private key is elsewhere and a client that verifies it.
+#pragma once
+
+#include "support/Provider.h"
+
+namespace krTest {
+
+/// The server has a certificate of the owner's key and itself the public half only.
+struct Handshake {
+  Handshake(int version, const char *ciphers, EVP_PKEY *owner);
+
+  /// Has the provider sign for this connection, with algorithms that providers serve.
+  void delegateTo(Provider &provider) const;
+
+  /// How many sides finish.
+  int run() const;
+
+  EVPPKeyPtr key;
+  krOpenSSL::SSLCtxPtr serverContext;
+  krOpenSSL::SSLCtxPtr clientContext;
+  krOpenSSL::SSLPtr server;
+  krOpenSSL::SSLPtr client;
+};
+
+} // namespace krTest

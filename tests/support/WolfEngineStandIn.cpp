@@ -1,0 +1,212 @@
+// The least that behaves as wolfEngine does: a dynamic engine whose RSA method has no arithmetic of its own, whose
+// EVP_PKEY methods sign with the key itself, and which logs from inside OpenSSL's calls.
+#include "support/WolfEngineStandIn.h"
+
+#include <krOpenSSL/krHandles.h>
+
+#include <openssl/rand.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#define EXPORTED extern "C" __attribute__((visibility("default")))
+
+using krOpenSSL::ECKeyPtr;
+using krOpenSSL::RSAPtr;
+
+EXPORTED RSA_METHOD *we_rsa_method;
+EXPORTED EC_KEY_METHOD *we_ec_key_method;
+EXPORTED krTest::WolfEngineRecord standInRecord;
+RSA_METHOD *we_rsa_method = nullptr;
+EC_KEY_METHOD *we_ec_key_method = nullptr;
+krTest::WolfEngineRecord standInRecord;
+
+namespace {
+
+using LogCallback = void (*)(int level, int component, const char *message);
+using WolfSSLLogCallback = void (*)(int level, const char *message);
+
+EVP_PKEY_METHOD *rsaPkeyMethod = nullptr;
+EVP_PKEY_METHOD *ecPkeyMethod = nullptr;
+bool debug = false;
+LogCallback logCallback = nullptr;
+WolfSSLLogCallback wolfSSLLogCallback = nullptr;
+
+bool fails(const char *step) {
+  const char *failing = std::getenv(krTest::kStandInFails);
+  return failing != nullptr && std::strcmp(failing, step) == 0;
+}
+
+void log(const char *message) {
+  if (debug && logCallback != nullptr) {
+    logCallback(2, 7, message);
+  }
+  if (debug && wolfSSLLogCallback != nullptr) {
+    wolfSSLLogCallback(3, message);
+  }
+}
+
+// wolfSSL's arithmetic, played by OpenSSL's.
+RSAPtr playedByOpenSSL(const RSA *rsa) {
+  RSAPtr copy(RSA_new());
+  RSA_set_method(copy.get(), RSA_PKCS1_OpenSSL());
+  RSA_set0_key(copy.get(), BN_dup(RSA_get0_n(rsa)), BN_dup(RSA_get0_e(rsa)),
+               RSA_get0_d(rsa) != nullptr ? BN_dup(RSA_get0_d(rsa)) : nullptr);
+  return copy;
+}
+
+template <auto getOperation>
+int rsaOperation(int length, const unsigned char *from, unsigned char *to, RSA *rsa, int padding) {
+  log("RSA operation");
+  const RSAPtr copy = playedByOpenSSL(rsa);
+  return getOperation(RSA_PKCS1_OpenSSL())(length, from, to, copy.get(), padding);
+}
+
+int signRsa(EVP_PKEY_CTX *context, unsigned char *out, std::size_t *outLength, const unsigned char *digest,
+            std::size_t length) {
+  RSA *rsa = EVP_PKEY_get0_RSA(EVP_PKEY_CTX_get0_pkey(context));
+  if (out == nullptr) {
+    *outLength = static_cast<std::size_t>(RSA_size(rsa));
+    return 1;
+  }
+  ++standInRecord.ownSignatures;
+  log("own RSA signature: 100%s");
+  const RSAPtr copy = playedByOpenSSL(rsa);
+  const EVP_MD *hash = nullptr;
+  int padding = 0;
+  int salt = 0;
+  EVP_PKEY_CTX_get_signature_md(context, &hash);
+  EVP_PKEY_CTX_get_rsa_padding(context, &padding);
+  if (padding == RSA_PKCS1_PADDING) {
+    unsigned int written = 0;
+    const int made = RSA_sign(EVP_MD_type(hash), digest, static_cast<unsigned int>(length), out, &written, copy.get());
+    *outLength = written;
+    return made;
+  }
+  EVP_PKEY_CTX_get_rsa_pss_saltlen(context, &salt);
+  std::vector<unsigned char> block(static_cast<std::size_t>(RSA_size(rsa)));
+  RSA_padding_add_PKCS1_PSS(copy.get(), block.data(), digest, hash, salt);
+  const int written = RSA_private_encrypt(RSA_size(rsa), block.data(), out, copy.get(), RSA_NO_PADDING);
+  *outLength = static_cast<std::size_t>(written);
+  return written > 0 ? 1 : 0;
+}
+
+int signEc(EVP_PKEY_CTX *context, unsigned char *out, std::size_t *outLength, const unsigned char *digest,
+           std::size_t length) {
+  EC_KEY *key = EVP_PKEY_get0_EC_KEY(EVP_PKEY_CTX_get0_pkey(context));
+  if (out == nullptr) {
+    *outLength = static_cast<std::size_t>(ECDSA_size(key));
+    return 1;
+  }
+  ++standInRecord.ownSignatures;
+  log("own EC signature");
+  const ECKeyPtr copy(EC_KEY_dup(key));
+  EC_KEY_set_method(copy.get(), EC_KEY_OpenSSL());
+  unsigned int written = 0;
+  const int made = ECDSA_sign(0, digest, static_cast<int>(length), out, &written, copy.get());
+  *outLength = written;
+  return made;
+}
+
+int pkeyMethods(ENGINE * /*engine*/, EVP_PKEY_METHOD **method, const int **types, int type) {
+  static const int kTypes[]{EVP_PKEY_RSA, EVP_PKEY_EC};
+  if (method == nullptr) {
+    *types = kTypes;
+    return 2;
+  }
+  *method = type == EVP_PKEY_RSA ? rsaPkeyMethod : type == EVP_PKEY_EC ? ecPkeyMethod : nullptr;
+  return *method != nullptr ? 1 : 0;
+}
+
+template <class Sign> EVP_PKEY_METHOD *makePkeyMethod(int type, Sign *sign) {
+  int (*initialise)(EVP_PKEY_CTX *) = nullptr;
+  EVP_PKEY_METHOD *method = EVP_PKEY_meth_new(type, EVP_PKEY_FLAG_AUTOARGLEN);
+  EVP_PKEY_meth_copy(method, EVP_PKEY_meth_find(type));
+  EVP_PKEY_meth_get_sign(method, &initialise, nullptr);
+  EVP_PKEY_meth_set_sign(method, initialise, sign);
+  return method;
+}
+
+void makeMethods() {
+  we_rsa_method = RSA_meth_new("wolfEngine RSA method", 0);
+  RSA_meth_set_pub_enc(we_rsa_method, rsaOperation<RSA_meth_get_pub_enc>);
+  RSA_meth_set_pub_dec(we_rsa_method, rsaOperation<RSA_meth_get_pub_dec>);
+  RSA_meth_set_priv_enc(we_rsa_method, rsaOperation<RSA_meth_get_priv_enc>);
+  RSA_meth_set_priv_dec(we_rsa_method, rsaOperation<RSA_meth_get_priv_dec>);
+  we_ec_key_method = EC_KEY_METHOD_new(EC_KEY_OpenSSL());
+  rsaPkeyMethod = makePkeyMethod(EVP_PKEY_RSA, signRsa);
+  ecPkeyMethod = makePkeyMethod(EVP_PKEY_EC, signEc);
+}
+
+int drawBytes(unsigned char *out, int length) {
+  ++standInRecord.randomRequests;
+  return RAND_OpenSSL()->bytes(out, length);
+}
+
+const RAND_METHOD kRandom{nullptr, drawBytes, nullptr, nullptr, drawBytes, [] { return 1; }};
+
+int initialise(ENGINE * /*engine*/) {
+  ++standInRecord.initialisations;
+  return fails("default") || fails("init") ? 0 : 1;
+}
+
+int finish(ENGINE * /*engine*/) {
+  ++standInRecord.finishes;
+  return 1;
+}
+
+const ENGINE_CMD_DEFN kCommands[]{
+    {ENGINE_CMD_BASE, "enable_debug", "", ENGINE_CMD_FLAG_NUMERIC},
+    {ENGINE_CMD_BASE + 1, "enable_debug_wolfssl", "", ENGINE_CMD_FLAG_NUMERIC},
+    {ENGINE_CMD_BASE + 2, "log_level", "", ENGINE_CMD_FLAG_NUMERIC},
+    {ENGINE_CMD_BASE + 3, "set_logging_cb", "", ENGINE_CMD_FLAG_INTERNAL},
+    {ENGINE_CMD_BASE + 4, "set_logging_cb_wolfssl", "", ENGINE_CMD_FLAG_INTERNAL},
+    {0, nullptr, nullptr, 0},
+};
+
+int control(ENGINE * /*engine*/, int command, long number, void * /*pointer*/, void (*function)()) {
+  const int index = command - static_cast<int>(ENGINE_CMD_BASE);
+  const char *name = kCommands[index].cmd_name;
+  standInRecord.commands.push_back(std::string(name) + " " + std::to_string(number) +
+                                   (function != nullptr ? " function" : ""));
+  if (fails(name)) {
+    return 0;
+  }
+  if (index == 0) {
+    debug = number != 0;
+  } else if (index == 3) {
+    logCallback = reinterpret_cast<LogCallback>(function);
+  } else if (index == 4) {
+    wolfSSLLogCallback = reinterpret_cast<WolfSSLLogCallback>(function);
+  }
+  return 1;
+}
+
+int bind(ENGINE *engine) {
+  if (fails("bind")) {
+    return 0;
+  }
+  makeMethods();
+  const bool bare = fails("init");
+  const bool bound =
+      ENGINE_set_id(engine, fails("id") ? "another" : "wolfEngine") != 0 &&
+      ENGINE_set_name(engine, "stand-in for wolfEngine") != 0 && ENGINE_set_init_function(engine, initialise) != 0 &&
+      ENGINE_set_finish_function(engine, finish) != 0 && ENGINE_set_ctrl_function(engine, control) != 0 &&
+      ENGINE_set_cmd_defns(engine, kCommands) != 0 && (bare || ENGINE_set_RSA(engine, we_rsa_method) != 0) &&
+      (bare || ENGINE_set_EC(engine, we_ec_key_method) != 0) && (bare || ENGINE_set_RAND(engine, &kRandom) != 0) &&
+      (bare || ENGINE_set_pkey_meths(engine, pkeyMethods) != 0);
+  if (fails("methods")) {
+    we_ec_key_method = nullptr;
+  }
+  return bound ? 1 : 0;
+}
+
+} // namespace
+
+EXPORTED unsigned long v_check(unsigned long version) {
+  return version >= OSSL_DYNAMIC_OLDEST ? OSSL_DYNAMIC_VERSION : 0;
+}
+
+EXPORTED int bind_engine(ENGINE *engine, const char * /*id*/, const dynamic_fns * /*functions*/) {
+  return bind(engine);
+}
