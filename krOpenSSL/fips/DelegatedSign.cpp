@@ -1,6 +1,7 @@
 // Signing with delegated keys through an engine's EVP_PKEY methods.
 #include "fips/DelegatedSign.h"
 
+#include "engine/ErrorQueueScope.h"
 #include "engine/exDataIndexes.h"
 #include "state/State.h"
 
@@ -22,12 +23,15 @@ struct Message {
   int length;
 };
 
-RSA *rsaOf(EVP_PKEY_CTX *context) noexcept { return EVP_PKEY_get0_RSA(EVP_PKEY_CTX_get0_pkey(context)); }
-EC_KEY *ecKeyOf(EVP_PKEY_CTX *context) noexcept { return EVP_PKEY_get0_EC_KEY(EVP_PKEY_CTX_get0_pkey(context)); }
+// Null for a context without a key.
+RSA *rsaOf(EVP_PKEY_CTX *context) noexcept {
+  EVP_PKEY *key = EVP_PKEY_CTX_get0_pkey(context);
+  return key != nullptr ? EVP_PKEY_get0_RSA(key) : nullptr;
+}
 
-// Null when the context has none; false when the engine's method does not tell.
-bool signatureDigest(EVP_PKEY_CTX *context, const EVP_MD *&digest) noexcept {
-  return EVP_PKEY_CTX_get_signature_md(context, &digest) > 0;
+EC_KEY *ecKeyOf(EVP_PKEY_CTX *context) noexcept {
+  EVP_PKEY *key = EVP_PKEY_CTX_get0_pkey(context);
+  return key != nullptr ? EVP_PKEY_get0_EC_KEY(key) : nullptr;
 }
 
 int signPkcs1(const EVP_MD *hash, const Message &message, unsigned char *out, RSA *rsa) noexcept {
@@ -54,7 +58,7 @@ int signPss(EVP_PKEY_CTX *context, const EVP_MD *hash, const Message &message, u
 int signRsa(EVP_PKEY_CTX *context, const Message &message, unsigned char *out, RSA *rsa) noexcept {
   const EVP_MD *hash = nullptr;
   int padding = 0;
-  if (!signatureDigest(context, hash) || EVP_PKEY_CTX_get_rsa_padding(context, &padding) <= 0) {
+  if (EVP_PKEY_CTX_get_signature_md(context, &hash) <= 0 || EVP_PKEY_CTX_get_rsa_padding(context, &padding) <= 0) {
     return kFailure;
   }
   if (hash == nullptr) {
@@ -73,13 +77,17 @@ int signRsa(EVP_PKEY_CTX *context, const Message &message, unsigned char *out, R
   }
 }
 
-int signEc(EVP_PKEY_CTX *context, const Message &message, unsigned char *out, EC_KEY *key) noexcept {
+// OpenSSL's method takes a digest of any length and does not look at its type: an engine that does not tell the
+// digest is no obstacle.
+int digestType(EVP_PKEY_CTX *context) noexcept {
+  const ErrorQueueScope errors;
   const EVP_MD *hash = nullptr;
-  if (!signatureDigest(context, hash)) {
-    return kFailure;
-  }
+  return EVP_PKEY_CTX_get_signature_md(context, &hash) > 0 && hash != nullptr ? EVP_MD_type(hash) : NID_sha1;
+}
+
+int signEc(EVP_PKEY_CTX *context, const Message &message, unsigned char *out, EC_KEY *key) noexcept {
   unsigned int written = 0;
-  const int type = hash != nullptr ? EVP_MD_type(hash) : NID_sha1;
+  const int type = digestType(context);
   const int result = ECDSA_sign(type, message.data, message.length, out, &written, key);
   return result > 0 ? static_cast<int>(written) : result;
 }
@@ -107,13 +115,15 @@ int signWith(int (*sign)(EVP_PKEY_CTX *, const Message &, unsigned char *, Key *
 } // namespace
 
 bool isDelegatedRsa(EVP_PKEY_CTX *context) noexcept {
-  return state::rsaPrivateEncrypt.load(std::memory_order_acquire) != nullptr ||
-         RSA_get_ex_data(rsaOf(context), exDataIndex(ExData::rsa)) != nullptr;
+  const RSA *rsa = rsaOf(context);
+  return rsa != nullptr && (state::rsaPrivateEncrypt.load(std::memory_order_acquire) != nullptr ||
+                            RSA_get_ex_data(rsa, exDataIndex(ExData::rsa)) != nullptr);
 }
 
 bool isDelegatedEc(EVP_PKEY_CTX *context) noexcept {
-  return state::ecdsaSign.load(std::memory_order_acquire) != nullptr ||
-         EC_KEY_get_ex_data(ecKeyOf(context), exDataIndex(ExData::ecdsa)) != nullptr;
+  const EC_KEY *key = ecKeyOf(context);
+  return key != nullptr && (state::ecdsaSign.load(std::memory_order_acquire) != nullptr ||
+                            EC_KEY_get_ex_data(key, exDataIndex(ExData::ecdsa)) != nullptr);
 }
 
 int signDelegatedRsa(EVP_PKEY_CTX *context, unsigned char *signature, std::size_t *signatureLength,
