@@ -5,6 +5,7 @@
 #include "engine/qvlib.h"
 #include "fips/krWolfSSLFIPS.h"
 #include "frame/RandomMethod.h"
+#include "platform/Platform.h"
 #include "state/State.h"
 
 #include <openssl/engine.h>
@@ -81,7 +82,8 @@ void retireOthers() noexcept {
 } // namespace
 
 int krOpenSSLEngineLoad() {
-  if (!opensslIsUsable()) {
+  // From here on OpenSSL's engine list holds functions of this library.
+  if (!opensslIsUsable() || !platform::stayLoaded()) {
     return 0;
   }
   const int loaded = loadChosenEngine();

@@ -121,12 +121,15 @@ private:
 };
 
 /// A module of that path which this process has loaded already; null when there is none. It stays loaded until
-/// freeModule.
+/// freeModule. On windows/ the data objects of "NAME.dll" are those of "NAME-x64.dll" where that is loaded.
 void *loadedModule(const char *path) noexcept;
 
 /// The data object of that name in the module; null when it has none.
 void *moduleObject(void *module, const char *name) noexcept;
 
 void freeModule(void *module) noexcept;
+
+/// Has this library stay loaded to the end of the process; false when that cannot be had.
+bool stayLoaded() noexcept;
 
 } // namespace krOpenSSL::platform

@@ -127,5 +127,6 @@ const char *const kModuleSuffix = ".so";
 void *loadedModule(const char * /*path*/) noexcept { return nullptr; }
 void *moduleObject(void * /*module*/, const char * /*name*/) noexcept { return nullptr; }
 void freeModule(void * /*module*/) noexcept {}
+bool stayLoaded() noexcept { return true; }
 
 } // namespace krOpenSSL::platform

@@ -1,0 +1,66 @@
+// Appending to a file that others may swap for a link at any moment.
+#include "platform/Platform.h"
+#include "platform/windows/Win32.h"
+
+#include <algorithm>
+
+namespace krOpenSSL::platform {
+namespace {
+
+// A process that rotates the file changes it now and then; somebody who always changes it wants no lines.
+constexpr int kAttempts = 16;
+
+// The runtime library's mode "a", except that a link is opened itself and that every write goes to the end in
+// one step, whichever process it comes from.
+Handle openToAppend(const char *path) noexcept {
+  return Handle(CreateFileA(path, FILE_APPEND_DATA | FILE_READ_ATTRIBUTES, kShareInPlace, nullptr, OPEN_ALWAYS,
+                            FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+}
+
+// Whether the path still leads to the open file, and nothing else does.
+bool isStillThere(const char *path, const Handle &file) noexcept {
+  const Handle now = openExisting(path, FILE_READ_ATTRIBUTES, kShareAll, kEntryItself);
+  Found opened;
+  Found there;
+  return now && opened.look(file) && there.look(now) && there.isPlainFile() && there.isSameEntry(opened);
+}
+
+} // namespace
+
+AppendFile::~AppendFile() { const Handle closes(reinterpret_cast<HANDLE>(file_)); }
+
+AppendFile::Outcome AppendFile::open(const char *path, bool (*isSafe)()) {
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    Handle file = openToAppend(path);
+    if (!file) {
+      return Outcome::failed;
+    }
+    if (Found found; !found.look(file) || !found.isPlainFile()) {
+      file.close(); // the check is to replace it, which an open file would not let happen
+    }
+    if (!isSafe()) {
+      return Outcome::unsafe;
+    }
+    if (file && isStillThere(path, file)) {
+      file_ = reinterpret_cast<std::intptr_t>(file.release());
+      return Outcome::opened;
+    }
+  }
+  return Outcome::unsafe;
+}
+
+// One call, so that lines of several processes do not mix. Lines end as text files' do here.
+void AppendFile::write(const char *text, std::size_t length) noexcept {
+  std::array<char, 16384> bytes;
+  DWORD count = 0;
+  for (std::size_t i = 0; i < length && count + 2 <= bytes.size(); ++i) {
+    if (text[i] == '\n') {
+      bytes[count++] = '\r';
+    }
+    bytes[count++] = text[i];
+  }
+  DWORD written = 0;
+  WriteFile(reinterpret_cast<HANDLE>(file_), bytes.data(), count, &written, nullptr);
+}
+
+} // namespace krOpenSSL::platform
