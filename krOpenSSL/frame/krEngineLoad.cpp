@@ -3,6 +3,7 @@
 
 #include "accessors/krAccessors.h"
 #include "engine/qvlib.h"
+#include "fipsbridge/qvlibFIPS.h"
 #include "state/State.h"
 
 #include <openssl/engine.h>
@@ -62,6 +63,24 @@ int loadDelegationEngine() noexcept {
   return 1;
 }
 
+int loadBridgeEngine() noexcept {
+  qvlibFIPS_bind();
+  ENGINE *engine = findListedEngine(kQvlibFipsId);
+  state::activeEngine.store(engine, std::memory_order_release);
+  if (engine == nullptr) {
+    return 0;
+  }
+  state::listedBridge.store(engine, std::memory_order_release);
+  ENGINE_register_RSA(engine);
+  ENGINE_register_DSA(engine);
+  krENGINE_register_ECDSA(engine);
+  ENGINE_register_DH(engine);
+  ENGINE_register_RAND(engine);
+  ENGINE_register_ciphers(engine);
+  ENGINE_register_digests(engine);
+  return 1;
+}
+
 // The reference that the load took is not given back: keys may still be bound to the engine.
 void unregister(ENGINE *engine) noexcept {
   ENGINE_unregister_RSA(engine);
@@ -82,9 +101,10 @@ int krOpenSSLEngineLoad() {
   switch (chosenEngine()) {
   case EngineChoice::qvlib:
     return loadDelegationEngine();
-  case EngineChoice::wolfEngine:
   case EngineChoice::qvlibFIPS:
-    break; // this build has no engine for FIPS mode, and nothing switches it on
+    return loadBridgeEngine();
+  case EngineChoice::wolfEngine:
+    break; // this build has no such engine, and nothing chooses it
   }
   return 0;
 }

@@ -6,10 +6,12 @@ namespace krOpenSSL::state {
 constinit std::atomic<std::int32_t> setupCount{0};
 constinit std::atomic<ENGINE *> activeEngine{nullptr};
 constinit std::atomic<ENGINE *> listedEngine{nullptr};
+constinit std::atomic<ENGINE *> listedBridge{nullptr};
 
 constinit std::atomic<int> fipsMode{0};
 constinit std::atomic<int> useOpenSSLFips{0};
 constinit std::atomic<const FipsModule *> fipsModule{nullptr};
+constinit std::atomic<int> fipsGeneratorReady{0};
 
 constinit std::atomic<RSAPrivateKeyOpCallback> rsaPrivateEncrypt{nullptr};
 constinit std::atomic<RSAPrivateKeyOpCallback> rsaPrivateDecrypt{nullptr};
@@ -20,5 +22,10 @@ constinit std::atomic<int> rsaIndex{-1};
 constinit std::atomic<int> dsaIndex{-1};
 constinit std::atomic<int> ecdsaIndex{-1};
 constinit std::atomic<int> sslCtxIndex{-1};
+
+constinit std::atomic<int> fipsRsaIndex{-1};
+constinit std::atomic<int> fipsDsaIndex{-1};
+constinit std::atomic<int> fipsDhIndex{-1};
+constinit std::atomic<int> fipsEngineIndex{-1};
 
 } // namespace krOpenSSL::state

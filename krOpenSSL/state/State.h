@@ -25,12 +25,18 @@ extern std::atomic<ENGINE *> activeEngine;
 /// outlives the list; this keeps it reachable for tools that look for leaks. Written by the engine load.
 extern std::atomic<ENGINE *> listedEngine;
 
+/// The same for the bridge to the FIPS module, an engine of its own in that list.
+extern std::atomic<ENGINE *> listedBridge;
+
 /// FIPS mode on or off, and whether OpenSSL's engine provides it: 0 or 1. Nothing switches them yet.
 extern std::atomic<int> fipsMode;
 extern std::atomic<int> useOpenSSLFips;
 
 /// The dispatch table of the external FIPS module. Nothing in the library attaches one.
 extern std::atomic<const FipsModule *> fipsModule;
+
+/// 1 once the module's generator is instantiated. Written by the bridge's random method.
+extern std::atomic<int> fipsGeneratorReady;
 
 /// The callback slots. Written by their exported setters; krOSSLCleanup empties all but the decrypt slot.
 extern std::atomic<RSAPrivateKeyOpCallback> rsaPrivateEncrypt;
@@ -43,5 +49,12 @@ extern std::atomic<int> rsaIndex;
 extern std::atomic<int> dsaIndex;
 extern std::atomic<int> ecdsaIndex;
 extern std::atomic<int> sslCtxIndex;
+
+/// The bridge's ex-data indexes, -1 until made: for the key handle cells, written by qvlibFIPS_init, and for
+/// the methods of an engine object, written by qvlibFIPS_bind.
+extern std::atomic<int> fipsRsaIndex;
+extern std::atomic<int> fipsDsaIndex;
+extern std::atomic<int> fipsDhIndex;
+extern std::atomic<int> fipsEngineIndex;
 
 } // namespace krOpenSSL::state
