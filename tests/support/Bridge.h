@@ -29,6 +29,7 @@ struct Bridge {
   }
   ~Bridge() {
     referenceModule::failing.clear();
+    referenceModule::fault = referenceModule::Fault::none;
     RAND_set_rand_method(nullptr); // or OpenSSL would stay with the bridge's
     qvFipsRandCleanup();
     krOpenSSL::state::fipsModule = nullptr;

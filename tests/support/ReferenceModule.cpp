@@ -195,7 +195,7 @@ bool write(const BIGNUM *from, Buffer out, Capacity length) {
     return false;
   }
   BN_bn2bin(from, out);
-  *length = overstates ? *length + 1 : BN_num_bytes(from);
+  *length = fault == Fault::overstates ? *length + 1 : BN_num_bytes(from);
   return true;
 }
 
@@ -233,7 +233,7 @@ int rsaStep(Cell cell, Bytes in, Length length, Length padding, Buffer out, Capa
   constexpr std::array kPaddings{RSA_NO_PADDING, RSA_PKCS1_PADDING, RSA_SSLV23_PADDING, RSA_PKCS1_OAEP_PADDING};
   const int result =
       Operation(static_cast<int>(length), in, out, keyIn<RSA>(cell), kPaddings.at(static_cast<std::size_t>(padding)));
-  *written = overstates ? RSA_size(keyIn<RSA>(cell)) + 1 : result;
+  *written = fault == Fault::overstates ? RSA_size(keyIn<RSA>(cell)) + 1 : result;
   return done(result >= 0);
 }
 
@@ -248,12 +248,12 @@ int dsaLoadKey(void *, Cell cell, Length, void *, Bytes p, Length pLength, Bytes
 }
 int dsaGenerateParameters(void *, Cell cell, Length, void *, Length bits, Bytes seed, Length seedLength, void *,
                           std::int32_t *counter, Buffer h) {
-  unsigned long word = 0;
   const int made = DSA_generate_parameters_ex(newKey<DSA, DSA_new_method>(cell), static_cast<int>(bits), seed,
-                                              static_cast<int>(seedLength), counter, &word, nullptr);
+                                              static_cast<int>(seedLength), nullptr, nullptr, nullptr);
   const BIGNUMPtr number(BN_new());
-  BN_set_word(number.get(), word);
+  BN_set_word(number.get(), kH);
   BN_bn2binpad(number.get(), h, static_cast<int>((bits + 7) / 8));
+  *counter = kCounter;
   return done(made == 1);
 }
 int dsaGenerateKey(Cell cell) { return done(DSA_generate_key(keyIn<DSA>(cell)) == 1); }
@@ -269,7 +269,8 @@ int dsaSign(Cell cell, Bytes digest, Length length, Buffer der, Capacity derLeng
   EXPECT_EQ(*derLength, DSA_size(dsa));
   unsigned written = 0;
   const int made = DSA_sign(0, digest, static_cast<int>(length), der, &written, dsa);
-  *derLength = overstates ? *derLength + 1 : static_cast<Length>(written);
+  der[0] = fault == Fault::garbles ? 0 : der[0];
+  *derLength = fault == Fault::overstates ? *derLength + 1 : static_cast<Length>(written);
   return done(made == 1);
 }
 int dsaVerify(Cell cell, Bytes digest, Length length, Bytes der, Length derLength) {
@@ -298,7 +299,7 @@ int dhGenerateKey(Cell cell, Buffer publicOut, Capacity publicLength, Length cap
 int dhComputeKey(Cell cell, Buffer secretOut, Capacity secretLength, Length capacity, Bytes peer, Length peerLength) {
   const BIGNUMPtr peerKey(number(peer, peerLength));
   const int made = keyIn<DH>(cell) != nullptr ? DH_compute_key(secretOut, peerKey.get(), keyIn<DH>(cell)) : -1;
-  *secretLength = overstates ? capacity + 1 : made;
+  *secretLength = fault == Fault::overstates ? capacity + 1 : made;
   return done(made > 0);
 }
 

@@ -11,11 +11,16 @@ extern const krOpenSSL::FipsModule table;
 /// What a failing entry returns.
 inline constexpr int kFailure = 7;
 
+/// What it tells of each group that it generates for DSA.
+inline constexpr int kCounter = 105;
+inline constexpr std::uint64_t kH = 0x1234000000C0FFEE; // of which a caller of OpenSSL gets 32 bits
+
 /// The entry that fails now, by its name.
 inline std::string failing;
 
-/// Whether entries claim to have written more than fits.
-inline bool overstates = false;
+/// What entries do wrong while they succeed: claim to have written more than fits, or write no DER signature.
+enum class Fault { none, overstates, garbles };
+inline Fault fault = Fault::none;
 
 /// The keys that the module holds.
 int liveKeys();
