@@ -29,6 +29,17 @@ void *areaOf(const EVP_CIPHER_CTX *ctx, const char *callback) noexcept {
   return area;
 }
 
+/// The clean-up without a module, which has to fail. OpenSSL then keeps the area, and with it the keys, for
+/// good: so a context of the bridge gives it back first.
+int abandonArea(EVP_CIPHER_CTX *ctx, int (*cleanup)(EVP_CIPHER_CTX *)) noexcept {
+  const EVP_CIPHER *cipher = EVP_CIPHER_CTX_cipher(ctx);
+  if (cipher != nullptr && EVP_CIPHER_meth_get_cleanup(cipher) == cleanup) {
+    OPENSSL_clear_free(EVP_CIPHER_CTX_set_cipher_data(ctx, nullptr),
+                       static_cast<std::size_t>(EVP_CIPHER_impl_ctx_size(cipher)));
+  }
+  return 0;
+}
+
 /// Both views of the context's one IV buffer, which the module carries forward.
 struct Iv {
   const unsigned char *in;
@@ -131,7 +142,7 @@ int qv_cipher_aes_ecb(EVP_CIPHER_CTX *ctx, unsigned char *out, const unsigned ch
 int qv_cleanup_3des(EVP_CIPHER_CTX *ctx) noexcept {
   const FipsModule *module = attachedModule();
   if (module == nullptr) {
-    return 0;
+    return abandonArea(ctx, qv_cleanup_3des);
   }
   auto *schedules = static_cast<Schedules *>(areaOf(ctx, __func__));
   if (schedules == nullptr) {
@@ -146,7 +157,7 @@ int qv_cleanup_3des(EVP_CIPHER_CTX *ctx) noexcept {
 int qv_cleanup_aes(EVP_CIPHER_CTX *ctx) noexcept {
   const FipsModule *module = attachedModule();
   if (module == nullptr) {
-    return 0;
+    return abandonArea(ctx, qv_cleanup_aes);
   }
   void *area = areaOf(ctx, __func__);
   if (area == nullptr) {

@@ -396,6 +396,7 @@ TEST(BridgeKeys, WithoutAReadyModuleNothingWorks) {
   for (const bool attached : {false, true}) { // attached, but without a generator
     SCOPED_TRACE(attached);
     state::fipsModule = attached ? &referenceModule::table : nullptr;
+    referenceModule::failing = "DsaLoadKey"; // or it would keep the empty keys, which are freed when it is ready
     for (const auto &[name, entries, work] : operations(keys)) {
       EXPECT_FALSE(work()) << name;
     }
@@ -403,14 +404,14 @@ TEST(BridgeKeys, WithoutAReadyModuleNothingWorks) {
     const BIGNUM *peer = DH_get0_pub_key(keys.dh.get());
     EXPECT_EQ(DH_compute_key(out, peer, keys.dhTwin.get()), 0); // not -1
     EXPECT_EQ(RSA_private_encrypt(20, kDigest.data(), out, keys.rsaTwin, RSA_PKCS1_PADDING), -1);
-    EXPECT_EQ(qvFipsRsaLoadKey(keys.rsaTwin) == 0, attached);
+    EXPECT_TRUE(attached || qvFipsRsaLoadKey(keys.rsaTwin) == -53);
   }
   EXPECT_TRUE(qvFipsRsaInit(nullptr) == 0 && qvFipsRsaFinish(nullptr) == 0);
   EXPECT_TRUE(qvFipsDsaInit(nullptr) == 0 && qvFipsDhFinish(nullptr) == 0);
   EXPECT_TRUE(qvFipsRsaFinish(keys.rsa) == 1);       // no cell
   EXPECT_TRUE(qvFipsDhInit(keys.dhTwin.get()) == 1); // in place of the cell that is there
   for (const auto &line : referenceModule::calls()) {
-    EXPECT_TRUE(line.starts_with("DsaLoadKey" + kCreates + " null 0") || line.starts_with("Rsa")) << line;
+    EXPECT_EQ(line, "DsaLoadKey" + kCreates + " null 0 null 0 null 0 null 0 null 0");
   }
 }
 
