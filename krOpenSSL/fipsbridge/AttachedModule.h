@@ -1,4 +1,4 @@
-// The FIPS module that is attached now. An operation asks once and stays with the answer.
+// The FIPS module that is attached now.
 #pragma once
 
 #include "fipsbridge/FipsModule.h"
