@@ -15,7 +15,7 @@ namespace krOpenSSL {
 
 /// Where the module keeps its handle of a key: one cell for each RSA, DSA and DH object, zero at start.
 struct KeyHandleCell {
-  std::uint64_t handle;
+  void *handle;
 };
 static_assert(sizeof(KeyHandleCell) == 8);
 

@@ -7,6 +7,7 @@
 #include "support/Sweep.h"
 
 #include <algorithm>
+#include <set>
 #include <stdexcept>
 
 namespace {
@@ -389,6 +390,16 @@ TEST(BridgeKeys, OperationsSucceedOrFailWholeWhenAllocationsFail) {
     SCOPED_TRACE(name);
     sweep([&run = work] { run(); }, [&run = work] { EXPECT_TRUE(run()); });
   }
+  // A number that cannot be made is told as the setter's refusal; nothing else is.
+  std::set<std::string> told(keys.bridge.trace.lines.begin(), keys.bridge.trace.lines.end());
+  std::erase_if(told, [](const std::string &line) { return line.find(" qvFips") == std::string::npos; });
+  const Lines expected = tagged("qvFipsDhGenerateParameters: DH_set0_pqg failed to set value(s)|"
+                                "qvFipsDsaGenerateKey: DSA_set0_key returned: 0|"
+                                "qvFipsDsaGenerateParameters: DSA_set0_pqg returned: 0|"
+                                "qvFipsRsaGenerateKey: RSA_set0_crt_params returned: 0|"
+                                "qvFipsRsaGenerateKey: RSA_set0_factors returned: 0|"
+                                "qvFipsRsaGenerateKey: RSA_set0_key returned: 0");
+  EXPECT_EQ(Lines(told.begin(), told.end()), expected);
 }
 
 TEST(BridgeKeys, WithoutAReadyModuleNothingWorks) {

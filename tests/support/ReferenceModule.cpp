@@ -165,21 +165,21 @@ ENGINE *ownMethods() {
 
 std::atomic<int> live{0};
 
-template <class Key> Key *keyIn(Cell cell) { return reinterpret_cast<Key *>(cell->handle); }
+template <class Key> Key *keyIn(Cell cell) { return static_cast<Key *>(cell->handle); }
 
 template <class Key, auto New> Key *newKey(Cell cell) {
-  EXPECT_EQ(cell->handle, 0U) << "the key before was not freed";
+  EXPECT_EQ(cell->handle, nullptr) << "the key before was not freed";
   Key *key = New(ownMethods());
   EXPECT_NE(key, nullptr);
   ++live;
-  cell->handle = reinterpret_cast<std::uint64_t>(key);
+  cell->handle = key;
   return key;
 }
 
 template <class Key, auto Free> int freeKey(Cell cell) {
-  live -= cell->handle != 0 ? 1 : 0;
+  live -= cell->handle != nullptr ? 1 : 0;
   Free(keyIn<Key>(cell));
-  cell->handle = 0;
+  cell->handle = nullptr;
   return kOk;
 }
 
