@@ -3,9 +3,9 @@
 
 #include "FipsWay.h"
 #include "Lengths.h"
+#include "accessors/ErrorQueueScope.h"
 #include "accessors/krAccessors.h"
 #include "accessors/krTraceLog.h"
-#include "engine/ErrorQueueScope.h"
 
 #include <openssl/crypto.h>
 #include <openssl/hmac.h>
