@@ -54,4 +54,4 @@ bool krLogSecurePath(const krLogFolderSecurity &security, const char *path) {
   return security.protect(path);
 }
 
-int krLogCreateFresh(std::string file) { return platform::startFileForEveryone(file.c_str()) ? 1 : 0; }
+int krLogCreateFresh(const char *file) { return platform::startFileForEveryone(file) ? 1 : 0; }

@@ -4,8 +4,6 @@
 
 #include "platform/Platform.h"
 
-#include <string>
-
 /// What a replacement needs, for as long as it lives: the access list, and the take-ownership privilege.
 class krLogFolderSecurity {
 public:
@@ -35,4 +33,4 @@ bool krLogSecurePath(const krLogFolderSecurity &security, const char *path);
 
 /// Starts the file that follows a rotated one, which everyone may write to.
 /// @return 1 when it is there, else 0
-int krLogCreateFresh(std::string file);
+int krLogCreateFresh(const char *file);

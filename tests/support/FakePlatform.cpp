@@ -107,12 +107,17 @@ bool giveToAdministrators(const char *path) noexcept { return fake::note("giveTo
 
 bool protect(const char *path, const Protection & /*protection*/) noexcept { return fake::note("protect", path); }
 
-AppendFile::~AppendFile() { fake::note("close"); }
+AppendFile::~AppendFile() {
+  if (file_ >= 0) {
+    fake::note("close");
+  }
+}
 
 AppendFile::Outcome AppendFile::open(const char *path, bool (*isSafe)()) {
   if (!fake::note("open", path)) {
     return Outcome::failed;
   }
+  file_ = 0;
   return isSafe() ? fake::opening : Outcome::unsafe;
 }
 
