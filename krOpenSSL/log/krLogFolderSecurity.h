@@ -25,7 +25,8 @@ private:
 bool krLogCheckFolder(const krLogFolderSecurity &security, const char *folder);
 
 /// Whether the file is no link and has one name only, or has been replaced. A missing file passes.
-bool krLogCheckFile(const krLogFolderSecurity &security, const char *file);
+/// @param found  what stood there
+bool krLogCheckFile(const krLogFolderSecurity &security, const char *file, krOpenSSL::platform::Entry &found);
 
 /// Removes the entry itself and puts an empty, protected one in its place: a folder where a link to a folder
 /// was, else a file.
