@@ -39,6 +39,7 @@ BENCHMARK(logLine);
 
 int main(int argc, char **argv) {
   std::string name = (std::filesystem::temp_directory_path() / "krLogXXXXXX").string();
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): there is one thread
   if (::mkdtemp(name.data()) == nullptr || ::setenv("KR_PROGRAM_DATA", name.c_str(), 1) != 0) {
     return 1;
   }

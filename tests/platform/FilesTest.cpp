@@ -95,6 +95,36 @@ TEST(AppendFile, IsNotMadeBeforeTheCheckNorOverAnotherOne) {
   EXPECT_EQ(linesOf(log.file).size(), 2U);
 }
 
+TEST(Inspect, SeesTheEntryAndTheEndOfItsLinks) {
+  const TestLog log;
+  std::filesystem::create_symlink(log.target, log.file);
+  std::filesystem::create_symlink(log.old, log.old);
+  std::filesystem::create_hard_link(log.target, log.root / "name");
+  const struct {
+    std::filesystem::path entry;
+    EntryKind target, kind;
+    std::uint64_t links;
+  } rows[]{
+      {log.target, EntryKind::file, EntryKind::file, 2},
+      {log.root, EntryKind::folder, EntryKind::folder, 1},
+      {log.file, EntryKind::file, EntryKind::link, 1},
+      {log.old, EntryKind::missing, EntryKind::link, 1},
+      {"/dev/null", EntryKind::other, EntryKind::other, 1},
+      {log.root / "none", EntryKind::missing, EntryKind::missing, 0},
+      {log.target / "none", EntryKind::missing, EntryKind::missing, 0},
+      {log.root / std::string(300, 'x'), EntryKind::missing, EntryKind::missing, 0},
+  };
+  for (const auto &row : rows) {
+    const Entry found = inspect(row.entry.c_str());
+    EXPECT_EQ(found.target, row.target) << row.entry;
+    EXPECT_EQ(found.kind, row.kind) << row.entry;
+    EXPECT_EQ(found.links, row.links) << row.entry;
+    EXPECT_EQ(status(row.entry.c_str()), row.target) << row.entry;
+    EXPECT_EQ(linkStatus(row.entry.c_str()), row.kind) << row.entry;
+    EXPECT_EQ(fileSize(row.entry.c_str()).has_value(), row.kind == EntryKind::file) << row.entry;
+  }
+}
+
 TEST(MoveOver, MovesAFullFileOfWhichNobodyElseDoes) {
   const TestLog log;
   const auto moves = [&](std::uintmax_t size, bool locked) {
