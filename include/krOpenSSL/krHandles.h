@@ -27,6 +27,7 @@ template <class Object, auto FreeFunction> using Handle = std::unique_ptr<Object
 using BIGNUMPtr = Handle<BIGNUM, BN_clear_free>;
 using BIOPtr = Handle<BIO, BIO_free_all>;
 using DHPtr = Handle<DH, DH_free>;
+using DHMethodPtr = Handle<DH_METHOD, DH_meth_free>;
 using DSAPtr = Handle<DSA, DSA_free>;
 using DSAMethodPtr = Handle<DSA_METHOD, DSA_meth_free>;
 using DSASigPtr = Handle<DSA_SIG, DSA_SIG_free>;

@@ -1,7 +1,7 @@
 // Signing through the provider with a key whose signatures are DER objects: DSA and ECDSA.
 #pragma once
 
-#include "engine/ErrorQueueScope.h"
+#include "accessors/ErrorQueueScope.h"
 #include "engine/iftProvider.h"
 
 #include <array>

@@ -1,9 +1,9 @@
 // Creation of the four ex-data indexes and their exported getters.
 #include "engine/exDataIndexes.h"
 
+#include "accessors/ErrorQueueScope.h"
 #include "accessors/krAccessors.h"
 #include "accessors/krTraceLog.h"
-#include "engine/ErrorQueueScope.h"
 #include "platform/Mutex.h"
 #include "state/State.h"
 

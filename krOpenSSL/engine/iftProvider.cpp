@@ -1,10 +1,10 @@
 // The TLS key-operation provider.
 #include "engine/iftProvider.h"
 
+#include "accessors/CallOut.h"
+#include "accessors/ErrorQueueScope.h"
 #include "accessors/krAccessors.h"
 #include "accessors/krTraceLog.h"
-#include "engine/CallOut.h"
-#include "engine/ErrorQueueScope.h"
 #include "engine/exDataIndexes.h"
 
 #include <krOpenSSL/krDelegation.h>

@@ -5,7 +5,7 @@
 // because OpenSSL's list holds one of the same id, takes nothing from the listed one.
 #include "engine/qvlib.h"
 
-#include "engine/ErrorQueueScope.h"
+#include "accessors/ErrorQueueScope.h"
 #include "engine/qvlibDSA.h"
 #include "engine/qvlibECDSA.h"
 #include "engine/qvlibRSA.h"

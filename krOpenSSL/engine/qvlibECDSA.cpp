@@ -1,9 +1,9 @@
 // ECDSA signing.
 #include "engine/qvlibECDSA.h"
 
+#include "accessors/CallOut.h"
 #include "accessors/krAccessors.h"
 #include "accessors/krTraceLog.h"
-#include "engine/CallOut.h"
 #include "engine/ProviderSignature.h"
 #include "engine/exDataIndexes.h"
 #include "state/State.h"

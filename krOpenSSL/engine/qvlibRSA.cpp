@@ -1,9 +1,9 @@
 // RSA private encryption and decryption.
 #include "engine/qvlibRSA.h"
 
+#include "accessors/CallOut.h"
 #include "accessors/krAccessors.h"
 #include "accessors/krTraceLog.h"
-#include "engine/CallOut.h"
 #include "engine/DefaultRsa.h"
 #include "engine/exDataIndexes.h"
 #include "engine/iftProvider.h"

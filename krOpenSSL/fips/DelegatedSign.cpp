@@ -1,7 +1,7 @@
 // Signing with delegated keys through an engine's EVP_PKEY methods.
 #include "fips/DelegatedSign.h"
 
-#include "engine/ErrorQueueScope.h"
+#include "accessors/ErrorQueueScope.h"
 #include "engine/exDataIndexes.h"
 #include "state/State.h"
 

@@ -1,7 +1,7 @@
 // Switching wolfEngine's and wolfSSL's own logging into the library's log file.
 #include "fips/krWolfSSLFIPS.h"
 
-#include "engine/ErrorQueueScope.h"
+#include "accessors/ErrorQueueScope.h"
 #include "log/krCustomLogger.h"
 #include "state/State.h"
 

@@ -4,5 +4,6 @@
 namespace krOpenSSL {
 
 alignas(std::max_align_t) constinit unsigned char fipsModuleContext[kFipsModuleContextBytes]{};
+alignas(std::max_align_t) constinit unsigned char fipsGeneratorState[kFipsGeneratorStateBytes]{};
 
 } // namespace krOpenSSL

@@ -4,6 +4,7 @@
 #include "engine/EngineList.h"
 #include "engine/qvlib.h"
 #include "fips/krWolfSSLFIPS.h"
+#include "fipsbridge/qvlibFIPS.h"
 #include "state/State.h"
 
 #include <openssl/rand.h>
@@ -14,7 +15,7 @@
 namespace krOpenSSL {
 namespace {
 
-constexpr std::array kLoadedEngines{kQvlibId, "qvlibFIPS", kWolfEngineId};
+constexpr std::array kLoadedEngines{kQvlibId, kQvlibFipsId, kWolfEngineId};
 
 bool givenByLoadedEngine(const RAND_METHOD *method) noexcept {
   return std::any_of(kLoadedEngines.begin(), kLoadedEngines.end(), [=](const char *id) {

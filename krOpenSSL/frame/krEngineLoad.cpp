@@ -4,6 +4,7 @@
 #include "engine/EngineList.h"
 #include "engine/qvlib.h"
 #include "fips/krWolfSSLFIPS.h"
+#include "fipsbridge/qvlibFIPS.h"
 #include "frame/RandomMethod.h"
 #include "platform/Platform.h"
 #include "state/State.h"
@@ -41,19 +42,43 @@ void listDelegationEngine() noexcept {
   }
 }
 
+// Makes the listed engine of that id the active one; null when there is none. The reference is not given back:
+// keys may still be bound to the engine after the unload.
+ENGINE *activate(std::string_view id, std::atomic<ENGINE *> &listed) noexcept {
+  ENGINE *engine = findListedEngine(id).release();
+  state::activeEngine.store(engine, std::memory_order_release);
+  if (engine != nullptr) {
+    listed.store(engine, std::memory_order_release);
+  }
+  return engine;
+}
+
 int loadDelegationEngine() noexcept {
   listDelegationEngine();
-  // The reference is not given back: keys may still be bound to the engine after the unload.
-  ENGINE *engine = findListedEngine(kQvlibId).release();
-  state::activeEngine.store(engine, std::memory_order_release);
+  ENGINE *engine = activate(kQvlibId, state::listedEngine);
   if (engine == nullptr) {
     return 0;
   }
-  state::listedEngine.store(engine, std::memory_order_release);
   ENGINE_register_RSA(engine);
   ENGINE_register_DSA(engine);
   krENGINE_register_ECDSA(engine);
   ENGINE_register_RAND(engine);
+  return 1;
+}
+
+int loadBridgeEngine() noexcept {
+  qvlibFIPS_bind();
+  ENGINE *engine = activate(kQvlibFipsId, state::listedBridge);
+  if (engine == nullptr) {
+    return 0;
+  }
+  ENGINE_register_RSA(engine);
+  ENGINE_register_DSA(engine);
+  krENGINE_register_ECDSA(engine);
+  ENGINE_register_DH(engine);
+  ENGINE_register_RAND(engine);
+  ENGINE_register_ciphers(engine);
+  ENGINE_register_digests(engine);
   return 1;
 }
 
@@ -64,7 +89,7 @@ int loadChosenEngine() noexcept {
   case EngineChoice::wolfEngine:
     return krWolfEngineLoad();
   case EngineChoice::qvlibFIPS:
-    break; // this build has no bridge engine
+    return loadBridgeEngine();
   }
   return 0;
 }
@@ -72,7 +97,7 @@ int loadChosenEngine() noexcept {
 // Loading wolfEngine has OpenSSL register every listed engine again, and so may the host.
 void retireOthers() noexcept {
   const ENGINE *active = state::activeEngine.load(std::memory_order_acquire);
-  for (const char *id : {kQvlibId}) {
+  for (const char *id : {kQvlibId, kQvlibFipsId}) {
     if (active == nullptr || std::string_view(ENGINE_get_id(active)) != id) {
       retireListedEngine(id);
     }

@@ -38,9 +38,14 @@ const RotationSecurityOwner owner{};
 
 bool isFolderSafe(const krLogFolderSecurity &security) { return krLogCheckFolder(security, folderPath.data()); }
 
-bool isSafe() {
+bool isFileSafe(const krLogFolderSecurity &security, const char *file) {
+  platform::Entry found;
+  return krLogCheckFile(security, file, found);
+}
+
+bool isSafe(platform::Entry &checked) {
   const krLogFolderSecurity security;
-  return isFolderSafe(security) && krLogCheckFile(security, filePath.data());
+  return isFolderSafe(security) && krLogCheckFile(security, filePath.data(), checked);
 }
 
 } // namespace
@@ -82,9 +87,8 @@ int krLogRotate() {
   if (rotationSecurity == nullptr) {
     rotationSecurity = new krLogFolderSecurity;
   }
-  if (!isFolderSafe(*rotationSecurity) || !krLogCheckFile(*rotationSecurity, filePath.data()) ||
-      !krLogCheckFile(*rotationSecurity, oldPath.data()) ||
-      !platform::moveOver(filePath.data(), oldPath.data(), limit)) {
+  if (!isFolderSafe(*rotationSecurity) || !isFileSafe(*rotationSecurity, filePath.data()) ||
+      !isFileSafe(*rotationSecurity, oldPath.data()) || !platform::moveOver(filePath.data(), oldPath.data(), limit)) {
     return 0;
   }
   return krLogCreateFresh(filePath.data());

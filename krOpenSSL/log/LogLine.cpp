@@ -10,12 +10,12 @@
 namespace krOpenSSL {
 namespace {
 
-constexpr std::size_t kTextBytes = LogLine::kMostCharacters + 1;
+constexpr std::string_view kEnd = " \n";
 
 // Bounded printing, one piece behind the other. A piece that cannot be printed is left out.
 class Text {
 public:
-  explicit Text(char *buffer) noexcept : buffer_(buffer) { *buffer = '\0'; }
+  explicit Text(char *buffer) noexcept : buffer_(buffer) {}
 
   [[gnu::format(printf, 2, 3)]] void append(const char *format, ...) noexcept {
     std::va_list arguments;
@@ -25,16 +25,21 @@ public:
   }
 
   void appendList(const char *format, std::va_list arguments) noexcept {
-    const std::size_t room = kTextBytes - length_;
+    const std::size_t room = most_ + 1 - length_;
     // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the analyzer does not follow va_start
     const int printed = std::vsnprintf(buffer_ + length_, room, format, arguments);
     length_ += std::min(static_cast<std::size_t>(std::max(printed, 0)), room - 1);
-    buffer_[length_] = '\0';
   }
+
+  /// Has the text take so many more characters than it has now.
+  void limit(std::size_t more) noexcept { most_ = length_ + more; }
+
+  [[nodiscard]] std::string_view view() const noexcept { return {buffer_, length_}; }
 
 private:
   char *buffer_;
   std::size_t length_ = 0;
+  std::size_t most_ = LogLine::kMostCharacters;
 };
 
 const char *baseName(const char *path) noexcept {
@@ -58,13 +63,16 @@ void appendPrefix(Text &text, const LogSource &source) noexcept {
 std::string_view LogLine::print(int level, int component, const LogSource &source, const char *message,
                                 std::va_list arguments) noexcept {
   Text text(text_.data());
+  text.append("%d, c=%d ", level, component);
+  text.limit(kMostCharacters);
   appendPrefix(text, source);
   if (source.component != nullptr) {
     text.append("'%s' ", source.component);
   }
   text.appendList(message, arguments);
-  const int printed = std::snprintf(line_.data(), line_.size(), "%d, c=%d %s \n", level, component, text_.data());
-  return {line_.data(), static_cast<std::size_t>(std::max(printed, 0))};
+  text.limit(kEnd.size());
+  text.append("%s", kEnd.data());
+  return text.view();
 }
 
 } // namespace krOpenSSL

@@ -26,7 +26,6 @@ public:
 
 private:
   std::array<char, 4096> text_{};
-  std::array<char, 4096 + 64> line_{};
 };
 
 } // namespace krOpenSSL

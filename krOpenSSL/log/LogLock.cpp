@@ -12,7 +12,8 @@ constinit platform::Mutex logMutex; // trivially destroyed
 constinit thread_local bool isForking = false;
 
 // A fork waits for the line that is being written, so that the child finds neither the lock held nor the
-// state behind it (ours, and the time zone's in the C library) half changed. No line waits for a fork.
+// state behind it (ours, and the time zone's in the C library) half changed. A line needs nothing that the
+// thread which forks could hold, so the wait ends.
 void beforeFork() noexcept {
   logMutex.lock();
   isForking = true;

@@ -4,8 +4,6 @@
 
 #include "platform/Platform.h"
 
-#include <string>
-
 /// What a replacement needs, for as long as it lives: the access list, and the take-ownership privilege.
 class krLogFolderSecurity {
 public:
@@ -27,7 +25,8 @@ private:
 bool krLogCheckFolder(const krLogFolderSecurity &security, const char *folder);
 
 /// Whether the file is no link and has one name only, or has been replaced. A missing file passes.
-bool krLogCheckFile(const krLogFolderSecurity &security, const char *file);
+/// @param found  what stood there
+bool krLogCheckFile(const krLogFolderSecurity &security, const char *file, krOpenSSL::platform::Entry &found);
 
 /// Removes the entry itself and puts an empty, protected one in its place: a folder where a link to a folder
 /// was, else a file.
@@ -35,4 +34,4 @@ bool krLogSecurePath(const krLogFolderSecurity &security, const char *path);
 
 /// Starts the file that follows a rotated one, which everyone may write to.
 /// @return 1 when it is there, else 0
-int krLogCreateFresh(std::string file);
+int krLogCreateFresh(const char *file);

@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <system_error>
 
 namespace krOpenSSL::platform {
 
@@ -54,14 +53,25 @@ bool registryText(const char *key, const char *name, char *text, std::size_t siz
 
 enum class EntryKind { missing, file, folder, link, other };
 
-/// What stands at the end of all links. An entry that is not there is no error.
-EntryKind status(const char *path, std::error_code &error) noexcept;
+/// A file as the check of it finds it.
+struct Entry {
+  EntryKind target = EntryKind::missing; ///< what stands at the end of all links
+  EntryKind kind = EntryKind::missing;   ///< what stands at the path itself
+  std::uint64_t links = 0;               ///< how many names it has; a folder has one
+  std::uint64_t device = 0, number = 0;  ///< which entry it is; posix/ only
+};
 
-/// What stands at the path itself: a symbolic link or a junction is a link.
-EntryKind linkStatus(const char *path, std::error_code &error) noexcept;
+/// What stands at the path. A missing entry is no error; without a target the rest need not be known.
+///
+/// @throws std::filesystem::filesystem_error for the operation exists, symlink_status or hard_link_count
+Entry inspect(const char *path);
 
-/// How many names the entry at the path itself has; a folder has one.
-std::uint64_t hardLinks(const char *path, std::error_code &error) noexcept;
+/// What stands at the end of all links; may throw the error for the operation status.
+EntryKind status(const char *path);
+
+/// What stands at the path itself, a symbolic link or a junction being a link; may throw the error for the
+/// operation symlink_status.
+EntryKind linkStatus(const char *path);
 
 /// The size of the file at the path; none when it is not there, cannot be had or is no file.
 std::optional<std::uint64_t> fileSize(const char *path) noexcept;
@@ -108,10 +118,11 @@ public:
   AppendFile(const AppendFile &) = delete;
   AppendFile &operator=(const AppendFile &) = delete;
 
-  /// Opens the file, made if it is missing, and has @p isSafe check folder and file on the way: after the
-  /// opening on windows/, where the open file is kept if the check passes; on posix/ before it, and what
-  /// was opened then has to be what was checked. What @p isSafe throws passes through.
-  Outcome open(const char *path, bool (*isSafe)());
+  /// Opens the file, made if it is missing, and has @p isSafe check folder and file on the way and say
+  /// which entry it found: after the opening on windows/, where the open file has to be what stands there once the check has passed;
+  /// before it on posix/, where the file that is opened has to be the entry that passed. What @p isSafe
+  /// throws passes through.
+  Outcome open(const char *path, bool (*isSafe)(Entry &checked));
 
   /// Hands the whole text to the system; a text that does not fit on the disk is lost.
   void write(const char *text, std::size_t length) noexcept;

@@ -6,6 +6,7 @@ namespace krOpenSSL::state {
 constinit std::atomic<std::int32_t> setupCount{0};
 constinit std::atomic<ENGINE *> activeEngine{nullptr};
 constinit std::atomic<ENGINE *> listedEngine{nullptr};
+constinit std::atomic<ENGINE *> listedBridge{nullptr};
 
 constinit std::atomic<int> fipsMode{0};
 constinit std::atomic<int> useOpenSSLFips{0};
@@ -19,6 +20,7 @@ constinit std::atomic<void *> fipsModuleHandle{nullptr};
 constinit std::array<char, kFipsModulePathBytes> fipsModulePath{};
 constinit std::atomic<int> fipsModulePathGiven{0};
 constinit std::atomic<int> fipsModulePathTooLong{0};
+constinit std::atomic<int> fipsGeneratorReady{0};
 
 constinit std::atomic<RSAPrivateKeyOpCallback> rsaPrivateEncrypt{nullptr};
 constinit std::atomic<RSAPrivateKeyOpCallback> rsaPrivateDecrypt{nullptr};
@@ -29,6 +31,11 @@ constinit std::atomic<int> rsaIndex{-1};
 constinit std::atomic<int> dsaIndex{-1};
 constinit std::atomic<int> ecdsaIndex{-1};
 constinit std::atomic<int> sslCtxIndex{-1};
+
+constinit std::atomic<int> fipsRsaIndex{-1};
+constinit std::atomic<int> fipsDsaIndex{-1};
+constinit std::atomic<int> fipsDhIndex{-1};
+constinit std::atomic<int> fipsEngineIndex{-1};
 
 constinit std::atomic<std::uint32_t> krLogThreshold{0};
 

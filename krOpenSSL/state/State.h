@@ -27,6 +27,9 @@ extern std::atomic<ENGINE *> activeEngine;
 /// outlives the list; this keeps it reachable for tools that look for leaks. Written by the engine load.
 extern std::atomic<ENGINE *> listedEngine;
 
+/// The same for the bridge to the FIPS module, an engine of its own in that list.
+extern std::atomic<ENGINE *> listedBridge;
+
 /// FIPS mode on or off: 0 or 1. Written by the FIPS switches.
 extern std::atomic<int> fipsMode;
 
@@ -54,6 +57,9 @@ extern std::array<char, kFipsModulePathBytes> fipsModulePath;
 extern std::atomic<int> fipsModulePathGiven;
 extern std::atomic<int> fipsModulePathTooLong;
 
+/// 1 once the module's generator is instantiated. Written by the bridge's random method.
+extern std::atomic<int> fipsGeneratorReady;
+
 /// The callback slots. Written by their exported setters; krOSSLCleanup empties all but the decrypt slot.
 extern std::atomic<RSAPrivateKeyOpCallback> rsaPrivateEncrypt;
 extern std::atomic<RSAPrivateKeyOpCallback> rsaPrivateDecrypt;
@@ -68,5 +74,12 @@ extern std::atomic<int> sslCtxIndex;
 
 /// krLogWrite writes above 3 only. Nothing in the library raises it.
 extern std::atomic<std::uint32_t> krLogThreshold;
+
+/// The bridge's ex-data indexes, -1 until made: for the key handle cells, written by qvlibFIPS_init, and for
+/// the methods of an engine object, written by qvlibFIPS_bind.
+extern std::atomic<int> fipsRsaIndex;
+extern std::atomic<int> fipsDsaIndex;
+extern std::atomic<int> fipsDhIndex;
+extern std::atomic<int> fipsEngineIndex;
 
 } // namespace krOpenSSL::state

@@ -19,6 +19,7 @@ namespace fs = std::filesystem;
 // Writes numbered lines from a number of threads at once.
 void writeLines(int writer, int threads, int lines) {
   std::vector<std::jthread> running;
+  running.reserve(static_cast<std::size_t>(threads));
   for (int thread = 0; thread < threads; ++thread) {
     running.emplace_back([=] {
       for (int i = 0; i < lines; ++i) {

@@ -206,20 +206,20 @@ TEST(LogFile, StartsAFreshFileOverWhateverStandsThere) {
   const auto modes = [&] { return accessOf(log.file).substr(accessOf(log.file).find(' ')); };
   put(log.file, "text");
   ASSERT_EQ(::chmod(log.file.c_str(), 0600), 0); // not what an append leaves
-  EXPECT_EQ(krLogCreateFresh(log.file), 1);
+  EXPECT_EQ(krLogCreateFresh(log.file.c_str()), 1);
   EXPECT_EQ(contentOf(log.file) + modes(), " 100666");
   fs::remove(log.file);
   fs::create_symlink(log.target, log.file);
-  EXPECT_EQ(krLogCreateFresh(log.file), 1);
+  EXPECT_EQ(krLogCreateFresh(log.file.c_str()), 1);
   EXPECT_EQ(contentOf(log.file) + modes() + contentOf(log.target), " 100666untouched");
   fs::remove(log.file);
   fs::create_directory(log.file);
-  EXPECT_EQ(krLogCreateFresh(log.file), 0);
-  EXPECT_EQ(krLogCreateFresh(log.root / "none/krOpenSSL.log"), 0);
+  EXPECT_EQ(krLogCreateFresh(log.file.c_str()), 0);
+  EXPECT_EQ(krLogCreateFresh((log.root / "none/krOpenSSL.log").c_str()), 0);
   // A line of another process that came between the move and this stays.
   fs::remove(log.file);
   line();
-  EXPECT_EQ(krLogCreateFresh(log.file), 1);
+  EXPECT_EQ(krLogCreateFresh(log.file.c_str()), 1);
   EXPECT_EQ(std::to_string(linesOf(log.file).size()) + modes(), "1 100666");
 }
 
@@ -251,7 +251,7 @@ TEST(LogFile, ServesUsersWithoutPrivileges) {
     });
   };
   // It may write to a file for everyone, which it cannot move away.
-  ASSERT_EQ(krLogCreateFresh(log.file), 1);
+  ASSERT_EQ(krLogCreateFresh(log.file.c_str()), 1);
   EXPECT_EQ(asNobody(false,
                      [&] {
                        line();

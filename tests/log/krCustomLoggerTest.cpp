@@ -21,11 +21,16 @@ using Calls = std::vector<std::string>;
 
 const std::string kFolder = "/data/Corvane/Logging";
 const std::string kFile = kFolder + "/krOpenSSL.log";
-constexpr fake::Entry kPlain{EntryKind::file, EntryKind::file};
-constexpr fake::Entry kLink{EntryKind::link, EntryKind::file};
+constexpr fake::Entry entryOf(EntryKind target, EntryKind kind, std::uint64_t links = 1, std::uint64_t size = 0) {
+  return {{target, kind, links}, size};
+}
+constexpr fake::Entry kPlain = entryOf(EntryKind::file, EntryKind::file);
+constexpr fake::Entry kLink = entryOf(EntryKind::file, EntryKind::link);
+constexpr fake::Entry kTwoNames = entryOf(EntryKind::file, EntryKind::file, 2);
+constexpr fake::Entry kFull = entryOf(EntryKind::file, EntryKind::file, 1, 1U << 30U);
 
 const Calls kResolve{"programDataFolder", "linkStatus Logging"};
-const Calls kCheckFile{"status krOpenSSL.log", "linkStatus krOpenSSL.log", "hardLinks krOpenSSL.log"};
+const Calls kCheck{"linkStatus Logging", "inspect krOpenSSL.log"};
 const Calls kReplaceFile{"status krOpenSSL.log", "removeEntry krOpenSSL.log", "createFile krOpenSSL.log",
                          "giveToAdministrators krOpenSSL.log", "protect krOpenSSL.log"};
 
@@ -51,14 +56,14 @@ std::string expected(const std::string &message) {
 } // namespace
 
 TEST(LogWriter, TakesItsStepsInOrder) {
-  fake::entries = {{kFolder, {EntryKind::folder, EntryKind::folder}}, {kFile, {kPlain}}};
+  fake::entries = {{kFolder, entryOf(EntryKind::folder, EntryKind::folder)}, {kFile, kPlain}};
   fake::entries[kFile].size = 5'000'000'000; // the first line does not look at it
   fake::logSize = "4095";
-  const Calls append = Calls{"open krOpenSSL.log"} + inside(Calls{"linkStatus Logging"} + kCheckFile) + Calls{"close"};
+  const Calls append = Calls{"open krOpenSSL.log"} + inside(kCheck) + Calls{"close"};
   EXPECT_EQ(line(), std::pair(inside(kResolve) + append, expected("text")));
 
-  const Calls rotate = Calls{"linkStatus Logging"} + kCheckFile +
-                       Calls{"status krOpenSSL.log.old", "moveOver 4292870144", "startFileForEveryone krOpenSSL.log"};
+  const Calls rotate =
+      kCheck + Calls{"inspect krOpenSSL.log.old", "moveOver 4292870144", "startFileForEveryone krOpenSSL.log"};
   const Calls sized = {"fileSize krOpenSSL.log"};
   EXPECT_EQ(line(),
             std::pair(sized + Calls{R"(registryText SOFTWARE\Corvane\Logging LogSizeInMB)", "prepareProtection"} +
@@ -108,7 +113,6 @@ TEST(LogWriter, WritesFormattedLinesAboveTheThresholdOnly) {
 }
 
 TEST(LogWriter, DropsTheLineOnAFailureAndGoesOn) {
-  constexpr fake::Entry kFull{EntryKind::file, EntryKind::file, 1, 1U << 30U};
   const struct {
     const char *failing;
     fake::Entry file;
@@ -116,9 +120,9 @@ TEST(LogWriter, DropsTheLineOnAFailureAndGoesOn) {
   } rows[]{
       {"open", kPlain, false},
       {"prepareProtection", kPlain, false}, // raises, as do the three below
-      {"status", kPlain, false},
+      {"status", kLink, false},
       {"linkStatus", kPlain, false},
-      {"hardLinks", kPlain, false},
+      {"inspect", kPlain, false},
       {"removeEntry", kLink, false},
       {"giveToAdministrators", kLink, false},
       {"protect", kLink, false},
@@ -146,32 +150,31 @@ TEST(LogWriter, DropsTheLineOnAFailureAndGoesOn) {
 TEST(LogWriter, ReplacesWhatRedirectsTheFile) {
   line();
   const Calls found = Calls{"fileSize krOpenSSL.log", "open krOpenSSL.log"};
-  const Calls check = Calls{"linkStatus Logging"} + kCheckFile;
-  for (const fake::Entry &entry : {kLink, fake::Entry{EntryKind::file, EntryKind::file, 2}}) {
+  for (const fake::Entry &entry : {kLink, kTwoNames}) {
     fake::entries = {{kFile, entry}};
     Calls calls = line().first;
     std::erase_if(calls, [](const std::string &call) { return call.starts_with("registryText"); });
-    EXPECT_EQ(calls, found + inside(check + kReplaceFile) + Calls{"close"});
+    EXPECT_EQ(calls, found + inside(kCheck + kReplaceFile) + Calls{"close"});
     EXPECT_FALSE(fake::written.empty());
   }
-  fake::entries = {{kFile, {EntryKind::link, EntryKind::folder}}};
+  fake::entries = {{kFile, entryOf(EntryKind::folder, EntryKind::link)}};
   EXPECT_EQ(std::ranges::count(line().first, "createFolder krOpenSSL.log"), 1);
   // A link that came after the check is replaced too, but costs the line.
   fake::entries = {{kFile, kPlain}};
   fake::opening = AppendFile::Outcome::redirected;
-  EXPECT_EQ(line(), std::pair(found + inside(check) + inside(kReplaceFile) + Calls{"close"}, std::string()));
+  EXPECT_EQ(line(), std::pair(found + inside(kCheck) + inside(kReplaceFile) + Calls{"close"}, std::string()));
 }
 
 TEST(LogWriter, ResolvesThePathUntilThereIsOne) {
   fake::failing = {"programDataFolder"};
-  const Calls nowhere = inside({"programDataFolder", "linkStatus"}) + Calls{"close"};
+  const Calls nowhere = inside({"programDataFolder", "linkStatus"});
   for (int i = 0; i < 2; ++i) {
     EXPECT_EQ(line().first, nowhere);
   }
   // Once known, the path stays, though the folder was not safe at first.
   fake::failing = {"removeEntry"};
   fake::entries = {{kFolder, kLink}};
-  EXPECT_EQ(line().first, inside(kResolve + Calls{"status Logging", "removeEntry Logging"}) + Calls{"close"});
+  EXPECT_EQ(line().first, inside(kResolve + Calls{"status Logging", "removeEntry Logging"}));
   fake::failing.clear();
   fake::programData = "/elsewhere";
   EXPECT_EQ(line().first.at(0), "open krOpenSSL.log");
@@ -183,7 +186,7 @@ TEST(LogWriter, NeverMovesTheFileToANameThatHadToBeCut) {
     const auto rotates = [length] {
       fake::programData = "/" + std::string(length - std::string("//Corvane/Logging/krOpenSSL.log.old").size(), 'd');
       const std::string file = fake::programData + "/Corvane/Logging/krOpenSSL.log";
-      fake::entries = {{file, {EntryKind::file, EntryKind::file, 1, 1U << 30U}}};
+      fake::entries = {{file, kFull}};
       line();
       const Calls calls = line().first;
       std::exit(!fake::written.empty() && std::ranges::count(calls, "startFileForEveryone krOpenSSL.log") == 1 ? 0 : 1);

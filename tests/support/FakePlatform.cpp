@@ -2,11 +2,10 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 
 namespace krTest::fakePlatform {
 namespace {
-
-using krOpenSSL::platform::EntryKind;
 
 // Whether the call is to succeed.
 bool note(const std::string &call, const std::string &path = {}) {
@@ -14,10 +13,12 @@ bool note(const std::string &call, const std::string &path = {}) {
   return !failing.contains(call);
 }
 
-Entry query(const std::string &call, const char *path, std::error_code &error) {
-  error = note(call, path) ? std::error_code{} : std::make_error_code(std::errc::permission_denied);
+Entry query(const std::string &call, const char *path) {
+  if (!note(call, path)) {
+    throw std::filesystem::filesystem_error(call, path, std::make_error_code(std::errc::permission_denied));
+  }
   const auto found = entries.find(path);
-  return found == entries.end() ? Entry{EntryKind::missing, EntryKind::missing} : found->second;
+  return found == entries.end() ? Entry{} : found->second;
 }
 
 } // namespace
@@ -67,17 +68,11 @@ bool registryText(const char *key, const char *name, char *text, std::size_t siz
   return fake::note(std::string("registryText ") + key + " " + name) && fake::logSize.has_value();
 }
 
-EntryKind status(const char *path, std::error_code &error) noexcept {
-  return fake::query("status", path, error).target;
-}
+Entry inspect(const char *path) { return fake::query("inspect", path); }
 
-EntryKind linkStatus(const char *path, std::error_code &error) noexcept {
-  return fake::query("linkStatus", path, error).kind;
-}
+EntryKind status(const char *path) { return fake::query("status", path).target; }
 
-std::uint64_t hardLinks(const char *path, std::error_code &error) noexcept {
-  return fake::query("hardLinks", path, error).links;
-}
+EntryKind linkStatus(const char *path) { return fake::query("linkStatus", path).kind; }
 
 std::optional<std::uint64_t> fileSize(const char *path) noexcept {
   const auto found = fake::entries.find(path);
@@ -107,13 +102,19 @@ bool giveToAdministrators(const char *path) noexcept { return fake::note("giveTo
 
 bool protect(const char *path, const Protection & /*protection*/) noexcept { return fake::note("protect", path); }
 
-AppendFile::~AppendFile() { fake::note("close"); }
+AppendFile::~AppendFile() {
+  if (file_ >= 0) {
+    fake::note("close");
+  }
+}
 
-AppendFile::Outcome AppendFile::open(const char *path, bool (*isSafe)()) {
+AppendFile::Outcome AppendFile::open(const char *path, bool (*isSafe)(Entry &checked)) {
   if (!fake::note("open", path)) {
     return Outcome::failed;
   }
-  return isSafe() ? fake::opening : Outcome::unsafe;
+  file_ = 0;
+  Entry checked;
+  return isSafe(checked) ? fake::opening : Outcome::unsafe;
 }
 
 void AppendFile::write(const char *text, std::size_t length) noexcept { fake::written.append(text, length); }

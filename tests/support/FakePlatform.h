@@ -22,10 +22,8 @@ inline std::int64_t process = 1;
 /// What the random source gave at its @p call-th draw, counted from 1.
 Bytes systemBytes(std::size_t call);
 
-/// What stands at a path, and what stands at the end of its links.
-struct Entry {
-  krOpenSSL::platform::EntryKind kind, target;
-  std::uint64_t links = 1;
+/// What stands at a path.
+struct Entry : krOpenSSL::platform::Entry {
   std::uint64_t size = 0;
 };
 

@@ -12,7 +12,7 @@ using Outcome = AppendFile::Outcome;
 // A process that rotates the file changes it now and then; somebody who always changes it wants no lines.
 constexpr int kAttempts = 16;
 
-// What a failed open says; none when the entry is not the one that was looked at, so look again.
+// What a failed open says; none when the entry is not the one that was checked.
 std::optional<Outcome> outcomeOf(int error) noexcept {
   switch (error) {
   case ENOENT:
@@ -26,47 +26,49 @@ std::optional<Outcome> outcomeOf(int error) noexcept {
   }
 }
 
-std::optional<Outcome> judge(const struct stat &found) noexcept {
-  if (S_ISLNK(found.st_mode) || (S_ISREG(found.st_mode) && found.st_nlink > 1)) {
-    return Outcome::redirected;
-  }
-  if (!S_ISREG(found.st_mode)) {
+std::optional<Outcome> judge(const struct stat &opened) noexcept {
+  if (!S_ISREG(opened.st_mode)) {
     return Outcome::unsafe;
   }
-  return found.st_nlink == 1 ? std::optional(Outcome::opened) : std::nullopt;
+  if (opened.st_nlink > 1) {
+    return Outcome::redirected;
+  }
+  return opened.st_nlink == 1 ? std::optional(Outcome::opened) : std::nullopt;
 }
 
-// One attempt, after the check has passed; none when the entry has changed meanwhile.
-std::optional<Outcome> openChecked(const char *path, Descriptor &file) noexcept {
+// Opens the entry that passed the check; none when another one has taken its place.
+std::optional<Outcome> openChecked(const char *path, const Entry &checked, Descriptor &file) noexcept {
   const Place place(path);
   if (!place) {
     return Outcome::failed;
   }
-  struct stat found {};
-  if (!place.look(found)) {
-    if (errno == ENOENT) {
-      file = place.create(kStartedFileMode);
-    }
+  if (checked.kind == EntryKind::missing) {
+    file = place.create(kStartedFileMode);
     return file ? Outcome::opened : outcomeOf(errno);
   }
-  if (const auto verdict = judge(found); verdict != Outcome::opened) {
-    return verdict;
+  if (checked.kind != EntryKind::file && checked.kind != EntryKind::link) {
+    return Outcome::unsafe;
   }
-  file = place.open(O_WRONLY | O_APPEND, found);
-  return file ? judge(found) : outcomeOf(errno);
+  struct stat opened {};
+  opened.st_dev = checked.device;
+  opened.st_ino = checked.number;
+  file = place.open(O_WRONLY | O_APPEND, opened);
+  return file ? judge(opened) : outcomeOf(errno);
 }
 
 } // namespace
 
 AppendFile::~AppendFile() { const Descriptor closes(static_cast<int>(file_)); }
 
-AppendFile::Outcome AppendFile::open(const char *path, bool (*isSafe)()) {
+// A link that the check has replaced is not the file that stands there now: the next attempt finds that.
+AppendFile::Outcome AppendFile::open(const char *path, bool (*isSafe)(Entry &checked)) {
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    if (!isSafe()) {
+    Entry checked;
+    if (!isSafe(checked)) {
       return Outcome::unsafe;
     }
     Descriptor file;
-    if (const auto outcome = openChecked(path, file)) {
+    if (const auto outcome = openChecked(path, checked, file)) {
       file_ = outcome == Outcome::opened ? file.release() : -1;
       return *outcome;
     }

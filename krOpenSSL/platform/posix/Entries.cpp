@@ -5,6 +5,7 @@
 #include <sys/file.h>
 
 #include <cerrno>
+#include <filesystem>
 
 namespace krOpenSSL::platform {
 namespace {
@@ -27,12 +28,20 @@ bool meansMissing(int error) noexcept {
   return error == ENOENT || error == ENOTDIR || error == ELOOP || error == ENAMETOOLONG;
 }
 
-EntryKind result(bool had, const struct stat &found, std::error_code &error) noexcept {
-  error.clear();
-  if (!had && !meansMissing(errno)) {
-    error.assign(errno, std::generic_category());
+// Passes on the error of a query that failed for another reason than that nothing is there.
+EntryKind kindFrom(int result, const struct stat &found, const char *operation, const char *path) {
+  if (result == 0) {
+    return kindOf(found);
   }
-  return had ? kindOf(found) : EntryKind::missing;
+  if (!meansMissing(errno)) {
+    throw std::filesystem::filesystem_error(operation, path, std::error_code(errno, std::generic_category()));
+  }
+  return EntryKind::missing;
+}
+
+EntryKind targetOf(const char *path, const char *operation) {
+  struct stat found {};
+  return kindFrom(::stat(path, &found), found, operation, path);
 }
 
 // What an appending process leaves that found no file: its owner and mode give nobody anything new.
@@ -42,26 +51,21 @@ bool isJustStarted(const struct stat &found) noexcept {
 
 } // namespace
 
-EntryKind status(const char *path, std::error_code &error) noexcept {
+Entry inspect(const char *path) {
   struct stat found {};
-  return result(::stat(path, &found) == 0, found, error);
+  const EntryKind kind = kindFrom(::lstat(path, &found), found, "exists", path);
+  return {.target = kind == EntryKind::link ? targetOf(path, "exists") : kind,
+          .kind = kind,
+          .links = kind == EntryKind::folder ? 1 : found.st_nlink, // its parts count as links to it here
+          .device = found.st_dev,
+          .number = found.st_ino};
 }
 
-EntryKind linkStatus(const char *path, std::error_code &error) noexcept {
-  struct stat found {};
-  return result(::lstat(path, &found) == 0, found, error);
-}
+EntryKind status(const char *path) { return targetOf(path, "status"); }
 
-std::uint64_t hardLinks(const char *path, std::error_code &error) noexcept {
+EntryKind linkStatus(const char *path) {
   struct stat found {};
-  switch (result(::lstat(path, &found) == 0, found, error)) {
-  case EntryKind::missing: // another process may just be rotating
-    return 0;
-  case EntryKind::folder: // its parts count as links to it here
-    return 1;
-  default:
-    return found.st_nlink;
-  }
+  return kindFrom(::lstat(path, &found), found, "symlink_status", path);
 }
 
 std::optional<std::uint64_t> fileSize(const char *path) noexcept {

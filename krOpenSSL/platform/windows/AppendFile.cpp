@@ -29,7 +29,7 @@ bool isStillThere(const char *path, const Handle &file) noexcept {
 
 AppendFile::~AppendFile() { const Handle closes(reinterpret_cast<HANDLE>(file_)); }
 
-AppendFile::Outcome AppendFile::open(const char *path, bool (*isSafe)()) {
+AppendFile::Outcome AppendFile::open(const char *path, bool (*isSafe)(Entry &checked)) {
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     Handle file = openToAppend(path);
     if (!file) {
@@ -38,7 +38,8 @@ AppendFile::Outcome AppendFile::open(const char *path, bool (*isSafe)()) {
     if (Found found; !found.look(file) || !found.isPlainFile()) {
       file.close(); // the check is to replace it, which an open file would not let happen
     }
-    if (!isSafe()) {
+    Entry checked;
+    if (!isSafe(checked)) {
       return Outcome::unsafe;
     }
     if (file && isStillThere(path, file)) {

@@ -3,24 +3,13 @@
 #include "platform/windows/Access.h"
 #include "platform/windows/Win32.h"
 
+#include <filesystem>
+
 namespace krOpenSSL::platform {
 namespace {
 
 bool meansMissing(DWORD error) noexcept {
   return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND || error == ERROR_INVALID_NAME;
-}
-
-// Looks at what opens with these flags. False when nothing can be told: the entry is missing, or error is set.
-bool query(const char *path, DWORD flags, Found &found, std::error_code &error) noexcept {
-  error.clear();
-  const Handle entry = openExisting(path, FILE_READ_ATTRIBUTES, kShareAll, flags);
-  if (entry && found.look(entry)) {
-    return true;
-  }
-  if (const DWORD reason = GetLastError(); !meansMissing(reason)) {
-    error.assign(static_cast<int>(reason), std::system_category());
-  }
-  return false;
 }
 
 EntryKind kindOf(const Found &found) noexcept {
@@ -30,25 +19,41 @@ EntryKind kindOf(const Found &found) noexcept {
   return found.isFolder() ? EntryKind::folder : EntryKind::file;
 }
 
+// Looks at what opens with these flags; false when there is nothing. Passes on the error of a query that failed
+// for another reason.
+bool query(const char *path, DWORD flags, Found &found, const char *operation) {
+  const Handle entry = openExisting(path, FILE_READ_ATTRIBUTES, kShareAll, flags);
+  if (entry && found.look(entry)) {
+    return true;
+  }
+  const DWORD reason = GetLastError();
+  if (!meansMissing(reason)) {
+    throw std::filesystem::filesystem_error(operation, path,
+                                            std::error_code(static_cast<int>(reason), std::system_category()));
+  }
+  return false;
+}
+
+EntryKind kindAt(const char *path, DWORD flags, const char *operation) {
+  Found found;
+  return query(path, flags, found, operation) ? kindOf(found) : EntryKind::missing;
+}
+
 } // namespace
 
-EntryKind status(const char *path, std::error_code &error) noexcept {
+Entry inspect(const char *path) {
+  Entry entry{.target = kindAt(path, FILE_FLAG_BACKUP_SEMANTICS, "exists")};
   Found found;
-  return query(path, FILE_FLAG_BACKUP_SEMANTICS, found, error) ? kindOf(found) : EntryKind::missing;
-}
-
-EntryKind linkStatus(const char *path, std::error_code &error) noexcept {
-  Found found;
-  return query(path, kEntryItself, found, error) ? kindOf(found) : EntryKind::missing;
-}
-
-std::uint64_t hardLinks(const char *path, std::error_code &error) noexcept {
-  Found found;
-  if (!query(path, kEntryItself, found, error)) {
-    return 0; // another process may just be rotating
+  if (query(path, kEntryItself, found, "symlink_status")) {
+    entry.kind = kindOf(found);
+    entry.links = found.isFolder() ? 1 : found.information.nNumberOfLinks;
   }
-  return found.isFolder() ? 1 : found.information.nNumberOfLinks;
+  return entry;
 }
+
+EntryKind status(const char *path) { return kindAt(path, FILE_FLAG_BACKUP_SEMANTICS, "status"); }
+
+EntryKind linkStatus(const char *path) { return kindAt(path, kEntryItself, "symlink_status"); }
 
 std::optional<std::uint64_t> fileSize(const char *path) noexcept {
   const Handle file = openExisting(path, GENERIC_READ, kShareAll, kEntryItself);

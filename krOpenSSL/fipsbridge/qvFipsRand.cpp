@@ -1,0 +1,49 @@
+// The random method over the FIPS module's generator.
+//
+// No lock: the module gets concurrent calls as they come, and may call OpenSSL's random functions itself.
+#include "fipsbridge/qvFipsRand.h"
+
+#include "fipsbridge/AttachedModule.h"
+
+using namespace krOpenSSL;
+
+int qvFipsRandSeed(const void *buf, int num) noexcept {
+  const FipsModule *module = attachedModule();
+  if (module == nullptr) {
+    return 0;
+  }
+  const auto *seed = static_cast<const unsigned char *>(buf);
+  if (qvFipsRandStatus() == 1) {
+    return module->RngReseed(fipsGeneratorState, seed, num);
+  }
+  if (module->RngInstantiate(fipsModuleContext, fipsGeneratorState, kFipsGeneratorStateBytes, seed, num, 1) != 0) {
+    return 0;
+  }
+  state::fipsGeneratorReady.store(1, std::memory_order_release);
+  return 1;
+}
+
+int qvFipsRandBytes(unsigned char *buf, int num) noexcept {
+  const FipsModule *module = attachedModule();
+  const bool ready = module != nullptr && qvFipsRandStatus() == 1;
+  return ready && module->RngGenerate(fipsGeneratorState, buf, num) == 0 ? 1 : 0;
+}
+
+void qvFipsRandCleanup() noexcept {
+  // Taken first, so that of two clean-ups only one uninstantiates.
+  const bool ready = state::fipsGeneratorReady.exchange(0, std::memory_order_acq_rel) != 0;
+  if (const FipsModule *module = attachedModule(); module != nullptr && ready) {
+    module->RngUninstantiate(fipsGeneratorState);
+  }
+}
+
+int qvFipsRandAdd(const void *buf, int num, double /*randomness*/) noexcept {
+  const FipsModule *module = attachedModule();
+  return module != nullptr ? module->RngReseed(fipsGeneratorState, static_cast<const unsigned char *>(buf), num) : 0;
+}
+
+int qvFipsRandStatus() noexcept { return state::fipsGeneratorReady.load(std::memory_order_acquire) == 1 ? 1 : 0; }
+
+constinit const RAND_METHOD qvFipsRandMethod{
+    qvFipsRandSeed, qvFipsRandBytes, qvFipsRandCleanup, qvFipsRandAdd, qvFipsRandBytes, qvFipsRandStatus,
+};

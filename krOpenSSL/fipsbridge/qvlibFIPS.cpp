@@ -1,0 +1,75 @@
+// Construction of the bridge engine.
+//
+// Each engine object owns the methods attached to it, from the moment it has its destroy function: so it gets
+// that one first.
+#include "fipsbridge/qvlibFIPS.h"
+
+#include "accessors/ErrorQueueScope.h"
+#include "fipsbridge/BridgeIndexes.h"
+#include "fipsbridge/EngineMethods.h"
+#include "fipsbridge/krFIPSDH.h"
+#include "fipsbridge/krFIPSDSA.h"
+#include "fipsbridge/krFIPSRSA.h"
+#include "fipsbridge/qvFipsRand.h"
+
+#include <krOpenSSL/krHandles.h>
+
+#include <openssl/err.h>
+
+#include <memory>
+
+using namespace krOpenSSL;
+
+namespace {
+
+bool setIdentity(ENGINE *engine) noexcept {
+  return ENGINE_set_destroy_function(engine, qvlibFIPS_destroy) != 0 && ENGINE_set_id(engine, kQvlibFipsId) != 0 &&
+         ENGINE_set_name(engine, "qvlib FIPS mode engine") != 0 &&
+         ENGINE_set_init_function(engine, qvlibFIPS_init) != 0;
+}
+
+bool attachSelectors(ENGINE *engine) noexcept {
+  return giveMethods(engine) && ENGINE_set_digests(engine, qv_digests) != 0 &&
+         ENGINE_set_ciphers(engine, qv_ciphers) != 0;
+}
+
+/// Hands the method over to the engine; it stays the handle's when the engine refuses it. An engine without
+/// the method, because it could not be built, is complete all the same.
+template <class MethodPtr, class Setter> bool attach(ENGINE *engine, MethodPtr method, Setter setter) noexcept {
+  const bool taken = setter(engine, method.get()) != 0;
+  if (taken) {
+    static_cast<void>(method.release());
+  }
+  return taken;
+}
+
+bool fill(ENGINE *engine) noexcept {
+  return setIdentity(engine) && attachSelectors(engine) && ENGINE_set_RAND(engine, &qvFipsRandMethod) != 0 &&
+         attach(engine, RSAMethodPtr(qvFipsRsaMethod()), ENGINE_set_RSA) &&
+         attach(engine, DSAMethodPtr(qvFipsDsaMethod()), ENGINE_set_DSA) &&
+         attach(engine, DHMethodPtr(qvFipsDhMethod()), ENGINE_set_DH);
+}
+
+} // namespace
+
+void qvlibFIPS_bind() noexcept {
+  const ErrorQueueScope errors;
+  const Handle<ENGINE, ENGINE_free> engine(ENGINE_new());
+  if (engine && fill(engine.get())) {
+    ENGINE_add(engine.get());
+    ERR_clear_error();
+  }
+}
+
+int qvlibFIPS_init(ENGINE * /*engine*/) noexcept {
+  makeKeyIndexes();
+  return 1;
+}
+
+int qvlibFIPS_destroy(ENGINE *engine) noexcept {
+  DH_meth_free(const_cast<DH_METHOD *>(ENGINE_get_DH(engine)));
+  DSA_meth_free(const_cast<DSA_METHOD *>(ENGINE_get_DSA(engine)));
+  RSA_meth_free(const_cast<RSA_METHOD *>(ENGINE_get_RSA(engine)));
+  std::unique_ptr<EngineMethods>(methodsOf(engine)).reset();
+  return 1;
+}

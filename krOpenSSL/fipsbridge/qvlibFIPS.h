@@ -1,0 +1,20 @@
+// The bridge engine "qvlibFIPS": OpenSSL's algorithms, carried out by the external FIPS module.
+#pragma once
+
+#include <openssl/engine.h>
+
+namespace krOpenSSL {
+
+inline constexpr const char *kQvlibFipsId = "qvlibFIPS";
+
+} // namespace krOpenSSL
+
+/// Builds an engine and offers it to OpenSSL's list, which refuses it when it holds one of this id already.
+/// Clears the error queue when the engine was built, and leaves it as it was when that failed.
+void qvlibFIPS_bind() noexcept;
+
+/// Makes the ex-data indexes that are not there yet. Returns 1.
+int qvlibFIPS_init(ENGINE *engine) noexcept;
+
+/// Frees the methods of this very engine. Returns 1.
+int qvlibFIPS_destroy(ENGINE *engine) noexcept;

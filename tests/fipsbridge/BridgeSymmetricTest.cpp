@@ -1,0 +1,272 @@
+// Ciphers and digests through the FIPS module: the same results as OpenSSL's own, whatever the chunks.
+#include "support/Bridge.h"
+
+#include "fipsbridge/qvCiphers.h"
+#include "fipsbridge/qvDigests.h"
+#include "support/Allocations.h"
+#include "support/Vectors.h"
+
+#include <krOpenSSL/krHandles.h>
+
+#include <openssl/err.h>
+
+#include <numeric>
+
+namespace {
+
+using namespace krTest;
+using CipherContext = krOpenSSL::Handle<EVP_CIPHER_CTX, EVP_CIPHER_CTX_free>;
+using krOpenSSL::EVPMDCtxPtr;
+
+constexpr unsigned long kCbc = 0x2;
+constexpr unsigned long kEcb = 0x101;
+
+struct CipherFacts {
+  int nid;
+  int block;
+  int key;
+  unsigned long flags;
+};
+constexpr CipherFacts kCiphers[]{{44, 8, 24, kCbc},   {419, 16, 16, kCbc}, {423, 16, 24, kCbc}, {427, 16, 32, kCbc},
+                                 {418, 16, 16, kEcb}, {422, 16, 24, kEcb}, {426, 16, 32, kEcb}};
+
+struct DigestFacts {
+  int nid;
+  int signatureNid;
+  int size;
+  int block;
+};
+constexpr DigestFacts kDigests[]{
+    {64, 65, 20, 64}, {675, 671, 28, 64}, {672, 668, 32, 64}, {673, 669, 48, 128}, {674, 670, 64, 128}};
+
+constexpr std::array<std::size_t, 4> kChunks{1, 7, 16, 500};
+
+const Bytes kData = [] {
+  Bytes data(403);
+  std::iota(data.begin(), data.end(), static_cast<unsigned char>(1));
+  return data;
+}();
+
+// Goes on in a copy of the context half-way through. Empty on failure.
+Bytes crypt(int nid, bool encrypt, const Bytes &in, std::size_t chunk) {
+  CipherContext context(EVP_CIPHER_CTX_new());
+  bool good = EVP_CipherInit_ex(context.get(), EVP_get_cipherbynid(nid), nullptr, kData.data(), kData.data() + 64,
+                                encrypt ? 1 : 0) == 1;
+  Bytes out(in.size() + 64);
+  unsigned char *end = out.data();
+  int written = 0;
+  for (std::size_t at = 0; good && at < in.size(); at += chunk) {
+    good = EVP_CipherUpdate(context.get(), end, &written, in.data() + at,
+                            static_cast<int>(std::min(chunk, in.size() - at))) == 1;
+    end += written;
+    if (at <= in.size() / 2) {
+      CipherContext copy(EVP_CIPHER_CTX_new());
+      good = good && EVP_CIPHER_CTX_copy(copy.get(), context.get()) == 1;
+      context.swap(copy);
+    }
+  }
+  good = good && EVP_CipherFinal_ex(context.get(), end, &written) == 1;
+  out.resize(good ? static_cast<std::size_t>(end + written - out.data()) : 0);
+  return out;
+}
+
+Bytes digest(int nid, std::size_t chunk) {
+  EVPMDCtxPtr context(EVP_MD_CTX_new());
+  bool good = EVP_DigestInit_ex(context.get(), EVP_get_digestbynid(nid), nullptr) == 1;
+  for (std::size_t at = 0; good && at < kData.size(); at += chunk) {
+    good = EVP_DigestUpdate(context.get(), kData.data() + at, std::min(chunk, kData.size() - at)) == 1;
+    EVPMDCtxPtr copy(EVP_MD_CTX_new());
+    good = good && EVP_MD_CTX_copy_ex(copy.get(), context.get()) == 1;
+    context.swap(copy);
+  }
+  Bytes out(64);
+  unsigned length = 0;
+  good = good && EVP_DigestFinal_ex(context.get(), out.data(), &length) == 1;
+  out.resize(good ? length : 0);
+  return out;
+}
+
+// Everything, with what is encrypted decrypted again.
+std::vector<Bytes> allResults() {
+  std::vector<Bytes> results;
+  for (const std::size_t chunk : kChunks) {
+    for (const CipherFacts &cipher : kCiphers) {
+      const Bytes encrypted = crypt(cipher.nid, true, kData, chunk);
+      results.push_back(encrypted);
+      results.push_back(crypt(cipher.nid, false, encrypted, chunk));
+    }
+    for (const DigestFacts &facts : kDigests) {
+      results.push_back(digest(facts.nid, chunk));
+    }
+  }
+  return results;
+}
+
+} // namespace
+
+TEST(BridgeSymmetric, GivesWhatOpenSSLGives) {
+  const std::vector<Bytes> expected = allResults();
+  EXPECT_EQ(std::count(expected.begin(), expected.end(), Bytes()), 0);
+  EXPECT_EQ(std::count(expected.begin(), expected.end(), kData), kChunks.size() * std::size(kCiphers));
+  const Bridge bridge;
+  EXPECT_EQ(allResults(), expected);
+}
+
+TEST(BridgeSymmetric, MethodsAreAsTheTablesSay) {
+  const Bridge bridge;
+  const int *nids = nullptr;
+  ASSERT_EQ(qv_ciphers(bridge.engine, nullptr, &nids, 0), 7);
+  for (const CipherFacts &facts : kCiphers) {
+    EXPECT_EQ(*nids++, facts.nid);
+    const EVP_CIPHER *cipher = nullptr;
+    EXPECT_EQ(qv_ciphers(bridge.engine, &cipher, nullptr, facts.nid), 1);
+    EXPECT_EQ(cipher, ENGINE_get_cipher(bridge.engine, facts.nid));
+    EXPECT_TRUE(EVP_CIPHER_block_size(cipher) == facts.block && EVP_CIPHER_key_length(cipher) == facts.key &&
+                EVP_CIPHER_iv_length(cipher) == facts.block && EVP_CIPHER_flags(cipher) == facts.flags);
+    EXPECT_EQ(EVP_CIPHER_impl_ctx_size(cipher), facts.nid == 44 ? 384 : 256);
+    EXPECT_EQ(EVP_CIPHER_meth_get_ctrl(cipher), nullptr);
+    EXPECT_EQ(EVP_CIPHER_meth_get_set_asn1_params(cipher), EVP_CIPHER_set_asn1_iv);
+  }
+  ASSERT_EQ(qv_digests(bridge.engine, nullptr, &nids, 0), 8);
+  for (const DigestFacts &facts : kDigests) {
+    EXPECT_EQ(*nids++, facts.nid);
+    const EVP_MD *method = ENGINE_get_digest(bridge.engine, facts.nid);
+    EXPECT_TRUE(EVP_MD_type(method) == facts.nid && EVP_MD_pkey_type(method) == facts.signatureNid &&
+                EVP_MD_size(method) == facts.size && EVP_MD_block_size(method) == facts.block);
+    EXPECT_EQ(EVP_MD_flags(method), 0x8U);
+    EXPECT_TRUE(EVP_MD_meth_get_copy(method) == nullptr && EVP_MD_meth_get_ctrl(method) == nullptr);
+  }
+  for (const auto &[nid, own] : {std::pair(116, 64), {802, 675}, {803, 672}}) {
+    EXPECT_EQ(*nids++, nid);
+    EXPECT_EQ(ENGINE_get_digest(bridge.engine, nid), ENGINE_get_digest(bridge.engine, own));
+  }
+  for (ENGINE *engine : {bridge.engine, static_cast<ENGINE *>(nullptr)}) { // one that is no engine of ours
+    const EVP_CIPHER *cipher = EVP_enc_null();
+    const EVP_MD *method = EVP_md_null();
+    EXPECT_TRUE(qv_ciphers(engine, &cipher, nullptr, engine != nullptr ? 420 : 44) == 0 && cipher == nullptr);
+    EXPECT_EQ(qv_digests(engine, &method, nullptr, engine != nullptr ? 4 : 64), engine != nullptr ? 0 : 1);
+    EXPECT_EQ(method, nullptr);
+  }
+}
+
+TEST(BridgeSymmetric, TheModuleGetsItsArgumentsInOrder) {
+  Bridge bridge;
+  const Bytes block(16);
+  const Lines expected[]{
+      {"TdesSetKey context area 128 in", "TdesSetKey context area 128 in", "TdesSetKey context area 128 in",
+       "TdesCbc area area area in out 16 in out 1", "TdesCbc area area area in out 8 in out 1", "TdesFree area",
+       "TdesFree area", "TdesFree area"},
+      {"AesSetEncryptKey context area 256 in 192", "AesCbc area in out 16 in out 1", "AesCbc area in out 16 in out 1",
+       "AesFree area"},
+      {"AesSetEncryptKey context area 256 in 256", "AesEcb area in out 16 1", "AesEcb area in out 16 1",
+       "AesFree area"},
+  };
+  const auto *lines = expected;
+  for (const int nid : {44, 423, 426}) {
+    const CipherContext context(EVP_CIPHER_CTX_new());
+    unsigned char out[32];
+    int written = 0;
+    EVP_EncryptInit_ex(context.get(), EVP_get_cipherbynid(nid), nullptr, kData.data(), kData.data());
+    EVP_EncryptUpdate(context.get(), out, &written, block.data(), 16);
+    EVP_EncryptFinal_ex(context.get(), out, &written);
+    EVP_CIPHER_CTX_reset(context.get());
+    EXPECT_EQ(referenceModule::calls(), *lines++);
+  }
+  bridge.trace.lines.clear();
+  EXPECT_EQ(crypt(419, false, Bytes(), 1), Bytes()); // nothing in: the padding is missing
+  ERR_clear_error();
+  EXPECT_EQ(referenceModule::calls(), (Lines{"AesSetDecryptKey context area 256 in 128", "AesFree area"}));
+  EXPECT_EQ(bridge.trace.lines, tagged("@krEVP_CIPHER_CTX_get_cipher_data|@krEVP_CIPHER_CTX_get_cipher_data"));
+  EXPECT_EQ(EVP_Digest(kData.data(), 5, Bytes(64).data(), nullptr, EVP_sha384(), nullptr), 1);
+  EXPECT_EQ(referenceModule::calls(),
+            (Lines{"ShaInit context area 216 48", "ShaUpdate area in 5", "ShaFinal area out", "ShaFree area"}));
+}
+
+TEST(BridgeSymmetric, EachEntryThatFailsFailsTheOperation) {
+  const Bridge bridge;
+  for (const auto &[entry, nid] : {std::pair("TdesCbc", 44), {"AesCbc", 419}, {"AesEcb", 418}}) {
+    referenceModule::failing = entry;
+    EXPECT_EQ(crypt(nid, true, kData, 16), Bytes()) << entry;
+  }
+  for (const auto *entry : {"ShaInit", "ShaUpdate", "ShaFinal"}) {
+    referenceModule::failing = entry;
+    EXPECT_EQ(digest(64, 16), Bytes()) << entry;
+  }
+  EXPECT_EQ(ERR_peek_error(), 0U);
+}
+
+namespace {
+
+// The callbacks of each cipher and digest, called as OpenSSL would. What each returned comes back.
+std::vector<int> callEach(ENGINE *engine, EVP_CIPHER_CTX *cipherContext, EVP_MD_CTX *digestContext) {
+  Bytes out(64);
+  std::vector<int> results;
+  for (const int nid : {44, 427, 426}) {
+    const EVP_CIPHER *cipher = ENGINE_get_cipher(engine, nid);
+    results.push_back(EVP_CIPHER_meth_get_init(cipher)(cipherContext, kData.data(), kData.data(), 1));
+    results.push_back(EVP_CIPHER_meth_get_do_cipher(cipher)(cipherContext, out.data(), kData.data(), 16));
+    results.push_back(EVP_CIPHER_meth_get_cleanup(cipher)(cipherContext));
+  }
+  const EVP_MD *method = ENGINE_get_digest(engine, 674);
+  results.push_back(EVP_MD_meth_get_init(method)(digestContext));
+  results.push_back(EVP_MD_meth_get_update(method)(digestContext, kData.data(), 16));
+  results.push_back(EVP_MD_meth_get_final(method)(digestContext, out.data()));
+  results.push_back(EVP_MD_meth_get_cleanup(method)(digestContext));
+  return results;
+}
+
+} // namespace
+
+TEST(BridgeSymmetric, ContextsThatCannotServeAreToldAbout) {
+  Bridge bridge;
+  const CipherContext bare(EVP_CIPHER_CTX_new()); // without data
+  EVP_EncryptInit_ex(bare.get(), EVP_enc_null(), nullptr, nullptr, nullptr);
+  const EVPMDCtxPtr raw(EVP_MD_CTX_new());
+  EVP_MD_CTX_set_flags(raw.get(), EVP_MD_CTX_FLAG_NO_INIT);
+  bridge.trace.lines.clear();
+  EXPECT_EQ(callEach(bridge.engine, bare.get(), raw.get()), std::vector<int>(13, 0));
+  EXPECT_EQ(referenceModule::calls(), Lines());
+  const std::string noData = "@krEVP_CIPHER_CTX_get_cipher_data|%: ctx->cipher_data is NULL|";
+  const std::string direction = "@krEVP_CIPHER_CTX_encrypting|%: ctx->encrypt: 1|" + noData;
+  const std::string chained = "@krEVP_CIPHER_CTX_iv|@krEVP_CIPHER_CTX_iv_noconst|" + direction;
+  const std::string noInit = "@krEVP_MD_CTX_test_flags|%: EVP_MD_CTX_test_flags returned: 256|";
+  std::string messages;
+  for (const auto &[callback, said] : {std::pair<std::string, std::string>{"qv_init_key_3des", noData},
+                                       {"qv_cipher_3des", chained},
+                                       {"qv_cleanup_3des", noData},
+                                       {"qv_init_key_aes", noData},
+                                       {"qv_cipher_aes_cbc", chained},
+                                       {"qv_cleanup_aes", noData},
+                                       {"qv_init_key_aes", noData},
+                                       {"qv_cipher_aes_ecb", direction},
+                                       {"qv_cleanup_aes", noData},
+                                       {"qv_sha_init", noInit},
+                                       {"qv_sha_update", noInit},
+                                       {"qv_sha_final", noInit},
+                                       {"qv_sha_term", noInit}}) {
+    std::string named = said;
+    for (auto at = named.find('%'); at != std::string::npos; at = named.find('%')) {
+      named.replace(at, 1, callback);
+    }
+    messages += named;
+  }
+  messages.pop_back();
+  EXPECT_EQ(bridge.trace.lines, tagged(messages));
+}
+
+TEST(BridgeSymmetric, WithoutAModuleNothingWorksAndNothingIsSaid) {
+  Bridge bridge(false);
+  const CipherContext context(EVP_CIPHER_CTX_new());
+  const EVPMDCtxPtr digestContext(EVP_MD_CTX_new());
+  EXPECT_EQ(callEach(bridge.engine, context.get(), digestContext.get()), std::vector<int>(13, 0));
+  EXPECT_EQ(digest(672, 16), Bytes());
+  std::array<long, 3> held{};
+  for (long &blocks : held) {
+    EXPECT_EQ(crypt(427, true, kData, 16), Bytes());
+    EXPECT_EQ(crypt(44, true, kData, 16), Bytes());
+    blocks = allocations::outstanding();
+  }
+  EXPECT_EQ(held[1], held[2]);
+  ERR_clear_error();
+  EXPECT_EQ(bridge.trace.lines, Lines());
+}

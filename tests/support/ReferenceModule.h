@@ -1,0 +1,32 @@
+// A FIPS module for the tests, built on OpenSSL's own methods. It writes down its calls and fails on demand.
+#pragma once
+
+#include "fipsbridge/FipsModule.h"
+#include "support/Trace.h"
+
+namespace krTest::referenceModule {
+
+extern const krOpenSSL::FipsModule table;
+
+/// What a failing entry returns.
+inline constexpr int kFailure = 7;
+
+/// What it tells of each group that it generates for DSA.
+inline constexpr int kCounter = 105;
+inline constexpr std::uint64_t kH = 0x1234000000C0FFEE; // of which a caller of OpenSSL gets 32 bits
+
+/// The entry that fails now, by its name.
+inline std::string failing;
+
+/// What entries do wrong while they succeed: claim to have written more than fits, or write no DER signature.
+enum class Fault { none, overstates, garbles };
+inline Fault fault = Fault::none;
+
+/// The keys that the module holds.
+int liveKeys();
+
+/// The calls since the last time: each entry with its arguments, numbers as they are, pointers by what they
+/// are. Entries that do not begin with @p kind are left out.
+Lines calls(const std::string &kind = "");
+
+} // namespace krTest::referenceModule
