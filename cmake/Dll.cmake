@@ -8,6 +8,6 @@ target_include_directories(krOpenSSL64 PRIVATE ${PROJECT_SOURCE_DIR}/krOpenSSL)
 set_target_properties(krOpenSSL64 PROPERTIES PREFIX "")
 
 if(MINGW)
-  target_link_options(krOpenSSL64 PRIVATE -static LINKER:--output-def,${CMAKE_CURRENT_BINARY_DIR}/krOpenSSL64.def)
+  target_link_options(krOpenSSL64 PRIVATE LINKER:--output-def,${CMAKE_CURRENT_BINARY_DIR}/krOpenSSL64.def)
   target_link_libraries(krOpenSSL64 PRIVATE krWarnings)
 endif()

@@ -10,6 +10,11 @@ endif()
 
 find_package(OpenSSL REQUIRED COMPONENTS SSL Crypto)
 
+if(WIN32)
+  get_filename_component(_prefix ${OPENSSL_INCLUDE_DIR} DIRECTORY)
+  file(COPY ${_prefix}/bin/libcrypto-1_1-x64.dll ${_prefix}/bin/libssl-1_1-x64.dll DESTINATION ${PROJECT_BINARY_DIR}/bin)
+endif()
+
 if(NOT OPENSSL_VERSION MATCHES "^1\\.1\\.1")
   message(FATAL_ERROR
     "krOpenSSL needs OpenSSL 1.1.1, but found ${OPENSSL_VERSION} (${OPENSSL_INCLUDE_DIR}). "

@@ -172,11 +172,11 @@ TEST(BridgeSymmetric, TheModuleGetsItsArgumentsInOrder) {
     EVP_CIPHER_CTX_reset(context.get());
     EXPECT_EQ(referenceModule::calls(), *lines++);
   }
-  bridge.trace.lines.clear();
+  bridge.trace.clear();
   EXPECT_EQ(crypt(419, false, Bytes(), 1), Bytes()); // nothing in: the padding is missing
   ERR_clear_error();
   EXPECT_EQ(referenceModule::calls(), (Lines{"AesSetDecryptKey context area 256 in 128", "AesFree area"}));
-  EXPECT_EQ(bridge.trace.lines, tagged("@krEVP_CIPHER_CTX_get_cipher_data|@krEVP_CIPHER_CTX_get_cipher_data"));
+  EXPECT_EQ(bridge.trace.lines(), tagged("@krEVP_CIPHER_CTX_get_cipher_data|@krEVP_CIPHER_CTX_get_cipher_data"));
   EXPECT_EQ(EVP_Digest(kData.data(), 5, Bytes(64).data(), nullptr, EVP_sha384(), nullptr), 1);
   EXPECT_EQ(referenceModule::calls(),
             (Lines{"ShaInit context area 216 48", "ShaUpdate area in 5", "ShaFinal area out", "ShaFree area"}));
@@ -223,7 +223,7 @@ TEST(BridgeSymmetric, ContextsThatCannotServeAreToldAbout) {
   EVP_EncryptInit_ex(bare.get(), EVP_enc_null(), nullptr, nullptr, nullptr);
   const EVPMDCtxPtr raw(EVP_MD_CTX_new());
   EVP_MD_CTX_set_flags(raw.get(), EVP_MD_CTX_FLAG_NO_INIT);
-  bridge.trace.lines.clear();
+  bridge.trace.clear();
   EXPECT_EQ(callEach(bridge.engine, bare.get(), raw.get()), std::vector<int>(13, 0));
   EXPECT_EQ(referenceModule::calls(), Lines());
   const std::string noData = "@krEVP_CIPHER_CTX_get_cipher_data|%: ctx->cipher_data is NULL|";
@@ -251,7 +251,7 @@ TEST(BridgeSymmetric, ContextsThatCannotServeAreToldAbout) {
     messages += named;
   }
   messages.pop_back();
-  EXPECT_EQ(bridge.trace.lines, tagged(messages));
+  EXPECT_EQ(bridge.trace.lines(), tagged(messages));
 }
 
 TEST(BridgeSymmetric, WithoutAModuleNothingWorksAndNothingIsSaid) {
@@ -268,5 +268,5 @@ TEST(BridgeSymmetric, WithoutAModuleNothingWorksAndNothingIsSaid) {
   }
   EXPECT_EQ(held[1], held[2]);
   ERR_clear_error();
-  EXPECT_EQ(bridge.trace.lines, Lines());
+  EXPECT_EQ(bridge.trace.lines(), Lines());
 }

@@ -122,7 +122,7 @@ int tdesFree(void *schedule) {
 }
 int tdesCbc(void *first, void *second, void *third, Bytes in, Buffer out, Length length, Bytes iv, Buffer ivOut,
             Length encrypt) {
-  DES_ede3_cbc_encrypt(in, out, length, static_cast<DES_key_schedule *>(first), static_cast<DES_key_schedule *>(second),
+  DES_ede3_cbc_encrypt(in, out, static_cast<long>(length), static_cast<DES_key_schedule *>(first), static_cast<DES_key_schedule *>(second),
                        static_cast<DES_key_schedule *>(third), reinterpret_cast<DES_cblock *>(ivOut),
                        static_cast<int>(encrypt));
   return done(iv == ivOut);

@@ -2,6 +2,7 @@
 // EVP_PKEY methods sign with the key itself, and which logs from inside OpenSSL's calls.
 #include "support/WolfEngineStandIn.h"
 
+#include <krOpenSSL/krExport.h>
 #include <krOpenSSL/krHandles.h>
 
 #include <openssl/rand.h>
@@ -9,7 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#define EXPORTED extern "C" __attribute__((visibility("default")))
+#define EXPORTED extern "C" KR_API
 
 using krOpenSSL::ECKeyPtr;
 using krOpenSSL::RSAPtr;
