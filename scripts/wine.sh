@@ -5,5 +5,7 @@ set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 export WINEPREFIX="${WINEPREFIX:-$root/build/wine}" WINEDEBUG="${WINEDEBUG:--all}"
 mkdir -p "$(dirname "$WINEPREFIX")"
-# Who reads the output expects the line ends of this system.
-wine "$@" | sed -u 's/\r$//'
+# The first program of a session starts Wine's services, which would hold its output open after its end: so
+# the first is one without output. The session outlives the last program by a minute.
+{ wineserver -p60 && wine cmd /c rem; } </dev/null >/dev/null 2>&1 || true
+exec wine "$@"

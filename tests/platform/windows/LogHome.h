@@ -34,10 +34,13 @@ inline std::string contentOf(const std::string &file) {
   return content.str();
 }
 
-/// The owner's SID, then each entry of the access list with its rights: "owner S-1-5-32-544, allow S-1-1-0 all".
-std::string accessOf(const std::string &path);
+/// Whether access lists that are put on files can be read back; Wine makes them of the file's mode.
+bool keepsAccessLists();
 
-constexpr const char *kProtected = "owner S-1-5-32-544, allow S-1-5-18 all, allow S-1-5-32-544 all, allow S-1-1-0 read";
-constexpr const char *kForEveryone = "allow S-1-1-0 all";
+/// Whether the entry has the owner and the access list, or as far as the system keeps them.
+bool hasAccess(const std::string &path, const std::string &access);
+
+constexpr const char *kProtected = "S-1-5-32-544, allow S-1-5-18 all, allow S-1-5-32-544 all, allow S-1-1-0 read";
+constexpr const char *kForEveryone = ", allow S-1-1-0 all";
 
 } // namespace krTest
