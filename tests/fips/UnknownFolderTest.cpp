@@ -25,8 +25,8 @@ TEST(WolfEnginePath, IsAskedForAgainUntilTheFolderIsKnown) {
     EXPECT_TRUE(logged("krWolfSSLFIPS.cpp:103 - 'wolfEngine' Control command SO_PATH failed \n"));
   }
   fake::failing.clear();
-  EXPECT_EQ(krWolfEngineGetPath(), "/nowhere/Corvane/TRVA/wolfEngine.so");
+  EXPECT_STREQ(krWolfEngineGetPath(), "/nowhere/Corvane/TRVA/wolfEngine.so");
   fake::failing = {"commonProgramFilesFolder"};
-  EXPECT_EQ(krWolfEngineGetPath(), "/nowhere/Corvane/TRVA/wolfEngine.so");
+  EXPECT_STREQ(krWolfEngineGetPath(), "/nowhere/Corvane/TRVA/wolfEngine.so");
   ERR_clear_error();
 }
