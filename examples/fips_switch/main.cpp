@@ -16,14 +16,14 @@ using namespace krOpenSSL;
 
 namespace {
 
-// What stands for a token or a key service here: a key made before the library's set-up, which therefore has
-// OpenSSL's own method, and which only the callback below touches.
+// What stands for a token or a key service here: a key that only the callback below touches, and that with
+// OpenSSL's own method.
 EVPPKeyPtr keyStore;
 int signedByStore = 0;
 
 int signInKeyStore(int length, const unsigned char *from, unsigned char *to, RSA * /*publicHalf*/, int padding) {
   ++signedByStore;
-  return RSA_private_encrypt(length, from, to, EVP_PKEY_get0_RSA(keyStore.get()), padding);
+  return RSA_meth_get_priv_enc(RSA_PKCS1_OpenSSL())(length, from, to, EVP_PKEY_get0_RSA(keyStore.get()), padding);
 }
 
 EVPPKeyPtr makeKey() {
@@ -99,9 +99,12 @@ void printTail(const std::string &path) {
 }
 
 int run(const std::string &logFile) {
+  if (krOSSLSetup() != 0) {
+    return EXIT_FAILURE;
+  }
   keyStore = makeKey();
   krEngineSetRSAPrivateKeyOpCallback(signInKeyStore, 1);
-  if (krOSSLSetup() != 0 || !report()) {
+  if (!report()) {
     return EXIT_FAILURE;
   }
   krFipsUseOpenSSLFIPS(1);

@@ -39,7 +39,8 @@ bool lacksArithmetic(const RSA *rsa) noexcept {
 }
 
 RSAPtr copyForDefaultMethod(const RSA *rsa) noexcept {
-  RSAPtr copy(RSA_new()); // with the method of the engine in force
+  // OpenSSL has no way past the engine in force: its method starts the key and ends it again.
+  RSAPtr copy(RSA_new());
   if (!copy || RSA_set_method(copy.get(), RSA_get_default_method()) == 0 || !copyNumbers(copy.get(), rsa) ||
       (hasTwoPrimes(rsa) && !copyPrimes(copy.get(), rsa))) {
     return nullptr;

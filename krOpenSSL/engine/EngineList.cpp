@@ -3,6 +3,8 @@
 
 namespace krOpenSSL {
 
+bool opensslIsUsable() noexcept { return OPENSSL_init_crypto(0, nullptr) != 0; }
+
 ENGINEPtr findListedEngine(std::string_view id) noexcept {
   ENGINE *engine = ENGINE_get_first();
   while (engine != nullptr && id != ENGINE_get_id(engine)) {
@@ -24,6 +26,8 @@ void unregisterAlgorithms(ENGINE *engine, void (*unregisterEc)(ENGINE *)) noexce
 void retireListedEngine(std::string_view id) noexcept {
   if (const ENGINEPtr engine = findListedEngine(id); engine) {
     unregisterAlgorithms(engine.get(), ENGINE_unregister_EC);
+    ENGINE_unregister_pkey_meths(engine.get());
+    ENGINE_unregister_pkey_asn1_meths(engine.get());
   }
 }
 

@@ -9,6 +9,10 @@
 
 namespace krOpenSSL {
 
+/// False once OpenSSL has been cleaned up for good, by an exit handler of the host's or by hand: its engine list
+/// is gone then, lock and all, and its random method too.
+bool opensslIsUsable() noexcept;
+
 /// The engine of that id in OpenSSL's list; null when there is none. Unlike ENGINE_by_id it never searches
 /// OpenSSL's module folder, where a stranger of that id may lie.
 ENGINEPtr findListedEngine(std::string_view id) noexcept;
@@ -16,8 +20,8 @@ ENGINEPtr findListedEngine(std::string_view id) noexcept;
 /// Takes the engine out of everything that the library registers its own engines for.
 void unregisterAlgorithms(ENGINE *engine, void (*unregisterEc)(ENGINE *) = krENGINE_unregister_ECDSA) noexcept;
 
-/// The same, without a trace, for the listed engine of that id. Whoever has OpenSSL load its built-in engines
-/// has it register all listed ones again.
+/// Takes the listed engine of that id out of all of OpenSSL's defaults, without a trace. Whoever has OpenSSL load
+/// its built-in engines has it register all listed ones again.
 void retireListedEngine(std::string_view id) noexcept;
 
 } // namespace krOpenSSL

@@ -8,7 +8,8 @@
 
 namespace krOpenSSL {
 
-/// Whether the context's key names its connection, or a callback is registered for keys of its type.
+/// Whether the context's key names its connection, or the callback for signatures of its type is registered (the
+/// RSA private-encrypt or the ECDSA slot).
 bool isDelegatedRsa(EVP_PKEY_CTX *context) noexcept;
 bool isDelegatedEc(EVP_PKEY_CTX *context) noexcept;
 

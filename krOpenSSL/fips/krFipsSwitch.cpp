@@ -2,6 +2,7 @@
 #include <krOpenSSL/krFips.h>
 #include <krOpenSSL/krLifecycle.h>
 
+#include "engine/EngineList.h"
 #include "platform/Platform.h"
 #include "state/State.h"
 
@@ -18,7 +19,7 @@ namespace {
 /// those are never seeded.
 class CarryOver {
 public:
-  CarryOver() noexcept : drawn_(RAND_bytes(bytes_.data(), kBytes) == 1) {}
+  CarryOver() noexcept : drawn_(draw()) {}
   ~CarryOver() { OPENSSL_cleanse(bytes_.data(), bytes_.size()); }
   CarryOver(const CarryOver &) = delete;
   CarryOver &operator=(const CarryOver &) = delete;
@@ -31,6 +32,17 @@ public:
 
 private:
   static constexpr int kBytes = 64;
+
+  bool draw() noexcept {
+    if (!opensslIsUsable()) {
+      return false;
+    }
+    if (state::activeEngine.load(std::memory_order_acquire) == nullptr) {
+      // This very draw has OpenSSL choose its built-in method, where none is chosen yet.
+      state::randomFellToOpenSSL.store(true);
+    }
+    return RAND_bytes(bytes_.data(), kBytes) == 1;
+  }
 
   std::array<unsigned char, kBytes> bytes_{};
   bool drawn_;

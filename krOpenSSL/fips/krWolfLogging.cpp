@@ -2,6 +2,7 @@
 #include "fips/krWolfSSLFIPS.h"
 
 #include "accessors/ErrorQueueScope.h"
+#include "engine/EngineList.h"
 #include "log/krCustomLogger.h"
 #include "state/State.h"
 
@@ -25,7 +26,7 @@ struct LoggingCommand {
   const char *word;
 };
 
-bool send(const LoggingCommand &command) noexcept {
+bool sendToActive(const LoggingCommand &command) noexcept {
   const ErrorQueueScope errors;
   ENGINE *engine = state::activeEngine.load(std::memory_order_acquire);
   if (ENGINE_ctrl_cmd(engine, command.name, command.number, nullptr, command.function, 0) == 1) {
@@ -62,7 +63,7 @@ int krWolfEngineSetLogging(bool enable, unsigned int level) noexcept {
                      "Failed to %s wolfSSL logging callback", setting},
   };
   for (const LoggingCommand &command : commands) {
-    if (!send(command)) {
+    if (!sendToActive(command)) {
       return 0;
     }
   }
@@ -70,6 +71,9 @@ int krWolfEngineSetLogging(bool enable, unsigned int level) noexcept {
 }
 
 int krSetWolfEngineLogLevel(int level) {
+  if (!opensslIsUsable()) {
+    return 0;
+  }
   const bool enable = krFipsMode() != 0 && level != -1;
   return krWolfEngineSetLogging(enable, enable ? kWolfLogLevel : 0);
 }

@@ -12,14 +12,15 @@
 #include "state/State.h"
 
 #include <array>
+#include <cstdio>
 #include <filesystem>
-#include <string>
 
 using namespace krOpenSSL;
 
 namespace {
 
 constexpr std::size_t kKnownFolderBytes = 1024;
+constexpr char kSeparator = static_cast<char>(std::filesystem::path::preferred_separator);
 
 struct ControlCommand {
   const char *name;
@@ -28,7 +29,7 @@ struct ControlCommand {
   int line;
 };
 
-bool send(ENGINE *dynamic, const ControlCommand &command) noexcept {
+bool sendToDynamic(ENGINE *dynamic, const ControlCommand &command) noexcept {
   if (ENGINE_ctrl_cmd_string(dynamic, command.name, command.argument, 0) != 0) {
     return true;
   }
@@ -37,24 +38,23 @@ bool send(ENGINE *dynamic, const ControlCommand &command) noexcept {
 }
 
 // Has OpenSSL bring wolfEngine into its list.
-bool listWolfEngine() {
+bool listWolfEngine() noexcept {
   OPENSSL_init_crypto(OPENSSL_INIT_ENGINE_DYNAMIC, nullptr);
   const ENGINEPtr dynamic(ENGINE_by_id("dynamic"));
   if (!dynamic) {
     krLogWrite(kWolfSource, 94, kWolfComponent, "Failed to load dynamic engine");
     return false;
   }
-  const std::string path = krWolfEngineGetPath();
   for (const ControlCommand &command : {
-           ControlCommand{"SO_PATH", path.c_str(), "Control command SO_PATH failed", 103},
+           ControlCommand{"SO_PATH", krWolfEngineGetPath(), "Control command SO_PATH failed", 103},
            ControlCommand{"LIST_ADD", "2", "Control command LIST_ADD failed", 110},
            ControlCommand{"LOAD", nullptr, "Control command LOAD failed", 117},
        }) {
-    if (!send(dynamic.get(), command)) {
+    if (!sendToDynamic(dynamic.get(), command)) {
       return false;
     }
   }
-  state::wolfEngineListed = true;
+  state::wolfEngineListed.store(true, std::memory_order_release);
   return true;
 }
 
@@ -63,17 +63,9 @@ bool initialise(ENGINE *engine) noexcept {
   if (ENGINE_init(engine) == 0) {
     return false;
   }
-  if (ENGINE *held = state::initialisedEngine.exchange(engine); held != nullptr) {
-    ENGINE_finish(held);
-  }
+  releaseWolfEngine();
+  state::initialisedEngine.store(engine, std::memory_order_release);
   return true;
-}
-
-// An engine that the loader did not initialise has no reference to give back.
-void finish(ENGINE *engine) noexcept {
-  if (state::initialisedEngine.compare_exchange_strong(engine, nullptr)) {
-    ENGINE_finish(engine);
-  }
 }
 
 bool makeDefault(ENGINE *engine) noexcept {
@@ -94,17 +86,17 @@ template <class Method> Method *exportedMethod(void *module, const char *name) n
   return object != nullptr ? *object : nullptr;
 }
 
-void *wolfEngineModule() {
-  void *module = state::wolfEngineModule.load();
+void *wolfEngineModule() noexcept {
+  void *module = state::wolfEngineModule.load(std::memory_order_acquire);
   if (module == nullptr) {
-    module = platform::loadedModule(krWolfEngineGetPath().c_str());
-    state::wolfEngineModule.store(module);
+    module = platform::loadedModule(krWolfEngineGetPath());
+    state::wolfEngineModule.store(module, std::memory_order_release);
   }
   return module;
 }
 
 // Both methods or neither: nothing of wolfEngine is changed when one of them is missing.
-bool spliceDelegation(ENGINE *engine) {
+bool spliceDelegation(ENGINE *engine) noexcept {
   void *module = wolfEngineModule();
   auto *rsa = module != nullptr ? exportedMethod<RSA_METHOD>(module, "we_rsa_method") : nullptr;
   auto *ec = module != nullptr ? exportedMethod<EC_KEY_METHOD>(module, "we_ec_key_method") : nullptr;
@@ -118,8 +110,8 @@ bool spliceDelegation(ENGINE *engine) {
   return true;
 }
 
-bool load() {
-  if (state::wolfEngineListed) {
+bool load() noexcept {
+  if (state::wolfEngineListed.load(std::memory_order_acquire)) {
     krLogWrite(kWolfSource, 82, kWolfComponent, "WolfEngine already loaded");
   } else if (!listWolfEngine()) {
     return false;
@@ -140,27 +132,28 @@ bool load() {
 
 } // namespace
 
-std::string krWolfEngineGetPath() {
-  static std::string path;
+void krOpenSSL::releaseWolfEngine() noexcept {
+  if (ENGINE *held = state::initialisedEngine.exchange(nullptr); held != nullptr) {
+    ENGINE_finish(held);
+  }
+}
+
+const char *krWolfEngineGetPath() noexcept {
   std::array<char, kKnownFolderBytes> folder;
-  if (!path.empty()) {
-    return path;
+  auto &path = state::wolfEnginePath;
+  if (path[0] != '\0') {
+    return path.data();
   }
   if (!platform::commonProgramFilesFolder(folder.data(), folder.size())) {
     krLogWrite(kWolfSource, 65, kWolfComponent, "Failed to get 'TRVA' directory path");
-    return path;
+    return path.data();
   }
-  const auto place = std::filesystem::path(folder.data()) / "Corvane" / "TRVA" / "wolfEngine";
-  return path = place.string() + platform::kModuleSuffix;
+  (void)std::snprintf(path.data(), path.size(), "%s%cCorvane%cTRVA%cwolfEngine%s", folder.data(), kSeparator,
+                      kSeparator, kSeparator, platform::kModuleSuffix);
+  return path.data();
 }
 
-int krWolfEngineLoad() noexcept {
-  try {
-    return load() ? 1 : 0;
-  } catch (...) {
-    return 0; // no memory for the path
-  }
-}
+int krWolfEngineLoad() noexcept { return load() ? 1 : 0; }
 
 int krWolfEngineUnload() noexcept {
   krWolfEngineSetLogging(false, 0);
@@ -168,7 +161,7 @@ int krWolfEngineUnload() noexcept {
     unregisterAlgorithms(engine);
     ENGINE_unregister_pkey_meths(engine);
     ENGINE_unregister_pkey_asn1_meths(engine);
-    finish(engine);
+    releaseWolfEngine();
     state::activeEngine.store(nullptr, std::memory_order_release);
   }
   krLogWrite(kWolfSource, 199, kWolfComponent, "Unloaded 'wolfEngine' successfully (Disabled FIPS mode)");

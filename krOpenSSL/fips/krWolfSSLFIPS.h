@@ -1,8 +1,6 @@
 // The wolfEngine loader and the switching of wolfEngine's logging.
 #pragma once
 
-#include <string>
-
 namespace krOpenSSL {
 
 inline constexpr const char *kWolfEngineId = "wolfEngine";
@@ -10,6 +8,9 @@ inline constexpr const char *kWolfEngineId = "wolfEngine";
 /// What the log lines of the loader and of the logging control name as their origin.
 inline constexpr const char *kWolfSource = "krWolfSSLFIPS.cpp";
 inline constexpr const char *kWolfComponent = "wolfEngine";
+
+/// Gives back the functional reference that a load took, if one did.
+void releaseWolfEngine() noexcept;
 
 } // namespace krOpenSSL
 
@@ -28,7 +29,7 @@ int krWolfEngineUnload() noexcept;
 int krWolfEngineSetLogging(bool enable, unsigned int level) noexcept;
 
 /// Where wolfEngine is; asked of the system until it knows. Empty on failure.
-std::string krWolfEngineGetPath();
+const char *krWolfEngineGetPath() noexcept;
 
 /// wolfSSL's logging callback.
 void krWolfSSLLogAdapter(int level, const char *message) noexcept;

@@ -3,9 +3,9 @@
 
 #include "engine/EngineList.h"
 #include "engine/qvlib.h"
+#include "fips/RandomMethod.h"
 #include "fips/krWolfSSLFIPS.h"
 #include "fipsbridge/qvlibFIPS.h"
-#include "frame/RandomMethod.h"
 #include "platform/Platform.h"
 #include "state/State.h"
 
@@ -27,10 +27,6 @@ EngineChoice chosenEngine() noexcept {
   return state::useOpenSSLFips.load(std::memory_order_acquire) != 0 ? EngineChoice::wolfEngine
                                                                     : EngineChoice::qvlibFIPS;
 }
-
-// False once OpenSSL has been cleaned up for good, by an exit handler of the host's or by hand: its engine
-// list is gone then, lock and all.
-bool opensslIsUsable() noexcept { return OPENSSL_init_crypto(0, nullptr) != 0; }
 
 // The list refuses a second engine of this id, so that a later load finds the first one again.
 void listDelegationEngine() noexcept {
@@ -55,7 +51,7 @@ ENGINE *activate(std::string_view id, std::atomic<ENGINE *> &listed) noexcept {
 
 int loadDelegationEngine() noexcept {
   listDelegationEngine();
-  ENGINE *engine = activate(kQvlibId, state::listedEngine);
+  ENGINE *engine = activate(kQvlibId, state::listedQvlib);
   if (engine == nullptr) {
     return 0;
   }
@@ -94,13 +90,22 @@ int loadChosenEngine() noexcept {
   return 0;
 }
 
-// Loading wolfEngine has OpenSSL register every listed engine again, and so may the host.
-void retireOthers() noexcept {
+bool isActive(std::string_view id) noexcept {
   const ENGINE *active = state::activeEngine.load(std::memory_order_acquire);
-  for (const char *id : {kQvlibId, kQvlibFipsId}) {
-    if (active == nullptr || std::string_view(ENGINE_get_id(active)) != id) {
+  return active != nullptr && id == ENGINE_get_id(active);
+}
+
+// Loading wolfEngine has OpenSSL register every listed engine again, and so may the host. A wolfEngine that the
+// host brought is the host's.
+void retireOthers() noexcept {
+  for (const std::string_view id : {kQvlibId, kQvlibFipsId}) {
+    if (!isActive(id)) {
       retireListedEngine(id);
     }
+  }
+  if (!isActive(kWolfEngineId) && state::wolfEngineListed.load(std::memory_order_acquire)) {
+    retireListedEngine(kWolfEngineId);
+    releaseWolfEngine();
   }
 }
 

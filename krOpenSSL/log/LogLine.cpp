@@ -4,6 +4,7 @@
 #include "platform/Platform.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstdio>
 
@@ -51,11 +52,32 @@ const char *baseName(const char *path) noexcept {
   return separator == std::string_view::npos ? path : path + separator + 1;
 }
 
-void appendPrefix(Text &text, const LogSource &source) noexcept {
+using TimeStamp = std::array<char, sizeof "2031/02/03 04:05:06.007">;
+
+// By hand: printf takes longer over seven numbers than the system over the write.
+TimeStamp timeStamp() noexcept {
+  struct Field {
+    int value, digits;
+    char end;
+  };
   const platform::LocalTime now = platform::localTime();
-  text.append("%04d/%02d/%02d %02d:%02d:%02d.%03d p%04d t%x %s:%d - ", now.year, now.month, now.day, now.hour,
-              now.minute, now.second, now.millisecond, static_cast<int>(platform::processId()), platform::threadId(),
-              baseName(source.file), source.line);
+  TimeStamp stamp{};
+  std::size_t length = 0;
+  for (auto [value, digits, end] :
+       {Field{now.year, 4, '/'}, Field{now.month, 2, '/'}, Field{now.day, 2, ' '}, Field{now.hour, 2, ':'},
+        Field{now.minute, 2, ':'}, Field{now.second, 2, '.'}, Field{now.millisecond, 3, '\0'}}) {
+    length += static_cast<std::size_t>(digits);
+    for (std::size_t at = length; digits > 0; --digits, value /= 10) {
+      stamp[--at] = static_cast<char>('0' + value % 10);
+    }
+    stamp[length++] = end;
+  }
+  return stamp;
+}
+
+void appendPrefix(Text &text, const LogSource &source) noexcept {
+  text.append("%s p%04d t%x %s:%d - ", timeStamp().data(), static_cast<int>(platform::processId()),
+              platform::threadId(), baseName(source.file), source.line);
 }
 
 } // namespace

@@ -5,7 +5,7 @@ namespace krOpenSSL::state {
 
 constinit std::atomic<std::int32_t> setupCount{0};
 constinit std::atomic<ENGINE *> activeEngine{nullptr};
-constinit std::atomic<ENGINE *> listedEngine{nullptr};
+constinit std::atomic<ENGINE *> listedQvlib{nullptr};
 constinit std::atomic<ENGINE *> listedBridge{nullptr};
 
 constinit std::atomic<int> fipsMode{0};
@@ -13,6 +13,11 @@ constinit std::atomic<int> useOpenSSLFips{0};
 
 constinit std::atomic<bool> wolfEngineListed{false};
 constinit std::atomic<ENGINE *> initialisedEngine{nullptr};
+constinit std::array<char, kWolfEnginePathBytes> wolfEnginePath{};
+constinit std::atomic<PkeySign *> wolfEngineRsaSign{nullptr};
+constinit std::atomic<PkeySign *> wolfEngineRsaPssSign{nullptr};
+constinit std::atomic<PkeySign *> wolfEngineEcSign{nullptr};
+constinit std::atomic<bool> randomFellToOpenSSL{false};
 constinit std::atomic<void *> wolfEngineModule{nullptr};
 
 constinit std::atomic<const FipsModule *> fipsModule{nullptr};

@@ -5,6 +5,7 @@
 #include <krOpenSSL/krDelegation.h>
 
 #include <openssl/engine.h>
+#include <openssl/evp.h>
 
 #include <array>
 #include <atomic>
@@ -25,7 +26,7 @@ extern std::atomic<ENGINE *> activeEngine;
 
 /// The engine that OpenSSL's list holds. The reference that a load takes is never given back, so the engine
 /// outlives the list; this keeps it reachable for tools that look for leaks. Written by the engine load.
-extern std::atomic<ENGINE *> listedEngine;
+extern std::atomic<ENGINE *> listedQvlib;
 
 /// The same for the bridge to the FIPS module, an engine of its own in that list.
 extern std::atomic<ENGINE *> listedBridge;
@@ -41,6 +42,22 @@ extern std::atomic<bool> wolfEngineListed;
 
 /// The engine whose functional reference the wolfEngine loader holds, or null. Written by its load and unload.
 extern std::atomic<ENGINE *> initialisedEngine;
+
+/// Where wolfEngine is: NUL-terminated, empty until the system has told. Written by its loader.
+inline constexpr std::size_t kWolfEnginePathBytes = 1100;
+extern std::array<char, kWolfEnginePathBytes> wolfEnginePath;
+
+/// What wolfEngine's EVP_PKEY methods signed with before the delegating sign was put before it. Written by the
+/// splice.
+using PkeySign = int(EVP_PKEY_CTX *context, unsigned char *signature, std::size_t *signatureLength,
+                     const unsigned char *data, std::size_t length);
+extern std::atomic<PkeySign *> wolfEngineRsaSign;
+extern std::atomic<PkeySign *> wolfEngineRsaPssSign;
+extern std::atomic<PkeySign *> wolfEngineEcSign;
+
+/// Whether OpenSSL's built-in random method, where it is in force, is so because the library had OpenSSL choose
+/// while no engine offered one. Written by the FIPS switches and the engine load.
+extern std::atomic<bool> randomFellToOpenSSL;
 
 /// The loaded module of wolfEngine, kept so that its method objects stay where they are. Written by its loader.
 extern std::atomic<void *> wolfEngineModule;

@@ -3,6 +3,7 @@
 #include "support/Machine.h"
 #include "support/Trace.h"
 
+#include "engine/qvlibRSA.h"
 #include "fips/krWolfSSLFIPS.h"
 #include "state/State.h"
 
@@ -47,6 +48,24 @@ void PrintTo(const Failure &failure, std::ostream *out) { *out << failure.name; 
 
 void nothing() {}
 
+// Whether anything of wolfEngine's methods has been replaced.
+bool isSpliced(ENGINE *engine) {
+  const RSA_METHOD *rsa = ENGINE_get_RSA(engine);
+  const EC_KEY_METHOD *ec = ENGINE_get_EC(engine);
+  const ENGINE_PKEY_METHS_PTR select = ENGINE_get_pkey_meths(engine);
+  EVP_PKEY_METHOD *pkey = nullptr;
+  int (*rsaSign)(EVP_PKEY_CTX *, unsigned char *, std::size_t *, const unsigned char *, std::size_t) = nullptr;
+  ECDSA_SIG *(*ecSign)(const unsigned char *, int, const BIGNUM *, const BIGNUM *, EC_KEY *) = nullptr;
+  if (ec != nullptr) {
+    EC_KEY_METHOD_get_sign(ec, nullptr, nullptr, &ecSign);
+  }
+  if (select != nullptr && select(engine, &pkey, nullptr, EVP_PKEY_RSA) > 0) {
+    EVP_PKEY_meth_get_sign(pkey, nullptr, &rsaSign);
+  }
+  return (rsa != nullptr && RSA_meth_get_priv_enc(rsa) == qvlib_RSA_private_encrypt) || ecSign != nullptr ||
+         (pkey != nullptr && reinterpret_cast<const void *>(rsaSign) != FipsHome::record().rsaSign);
+}
+
 class LoaderFailure : public testing::TestWithParam<Failure> {};
 
 } // namespace
@@ -61,8 +80,7 @@ TEST_P(LoaderFailure, IsLoggedAndLeavesTheMethodsAlone) {
   EXPECT_EQ(engine != nullptr, GetParam().found);
   if (engine != nullptr) {
     EXPECT_STREQ(ENGINE_get_id(engine), "wolfEngine");
-    const RSA_METHOD *method = ENGINE_get_RSA(engine);
-    EXPECT_TRUE(method == nullptr || RSA_meth_get_priv_enc(method) != RSA_meth_get_priv_enc(RSA_get_default_method()));
+    EXPECT_FALSE(isSpliced(engine));
   }
   const int finishes = engine != nullptr ? FipsHome::record().finishes : 0;
   krWolfEngineUnload();
@@ -93,6 +111,7 @@ TEST(Loader, ASecondLoadSkipsTheDynamicEngine) {
   FipsHome home;
   const krTest::Trace quiet;
   EXPECT_EQ(krWolfEngineLoad(), 1);
+  EXPECT_TRUE(isSpliced(state::activeEngine.load()));
   EXPECT_EQ(home.newLogLines(), Lines{kLoaded});
   EXPECT_EQ(krWolfEngineUnload(), 1);
   EXPECT_EQ(home.newLogLines(), (Lines{"212 'Disabling' WolfEngine logging", kUnloaded}));
@@ -113,17 +132,6 @@ TEST(Loader, TakesNoStrangerFromOpenSSLsModuleFolder) {
   EXPECT_EQ(krWolfEngineLoad(), 0);
   EXPECT_EQ(home.newLogLines().back(), "137 Failed to load 'wolfEngine'");
   ERR_clear_error();
-}
-
-TEST(Loader, FindsNoOtherEngineServingBesideWolfEngine) {
-  const FipsHome home;
-  const krTest::Trace quiet;
-  krOSSLSetup();
-  krFipsUseOpenSSLFIPS(1);
-  krFipsModeOn();
-  for (ENGINE *engine : {ENGINE_get_default_DSA(), ENGINE_get_default_DH()}) {
-    EXPECT_EQ(engine, nullptr); // OpenSSL's own: wolfEngine has none
-  }
 }
 
 TEST(WolfEngineLogging, SendsTheFiveCommandsInTheMode) {

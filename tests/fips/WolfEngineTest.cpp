@@ -51,7 +51,6 @@ int ownSignatures() { return std::exchange(FipsHome::record().ownSignatures, 0);
 } // namespace
 
 TEST(FipsKeys, DelegatedOnesSignThroughTheCaller) {
-  const EVPPKeyPtr notBound = publicHalf(softwareKey(Kind::rsa));
   const Fips fips;
   krFipsModeOff();
   const EVPPKeyPtr ordinary[]{publicHalf(softwareKey(Kind::rsa)), publicHalf(softwareKey(Kind::p256))};

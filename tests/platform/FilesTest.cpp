@@ -20,7 +20,12 @@ std::string path;
 std::function<void(int)> meanwhile; // after the check, with the number of checks so far
 int checks = 0;
 
+// As the library's own check, puts a file where a link stands: a file that is there at once needs no check.
 bool check(Entry &checked) {
+  if (checks == 0 && std::filesystem::is_symlink(path)) {
+    std::filesystem::remove(path);
+    put(path, "");
+  }
   checked = inspect(path.c_str());
   meanwhile(++checks);
   return true;
@@ -70,7 +75,7 @@ TEST(AppendFile, IsTheFileThatWasChecked) {
     SCOPED_TRACE(row.what);
     std::filesystem::remove(spare);
     remove();
-    put(path, "");
+    std::filesystem::create_symlink(log.root / "none", path);
     meanwhile = row.swap;
     checks = 0;
     AppendFile file;

@@ -2,7 +2,8 @@
 #pragma once
 
 #include "fipsbridge/FipsModule.h"
-#include "support/Trace.h"
+
+#include <string>
 
 namespace krTest::referenceModule {
 
@@ -25,8 +26,8 @@ inline Fault fault = Fault::none;
 /// The keys that the module holds.
 int liveKeys();
 
-/// The calls since the last time: each entry with its arguments, numbers as they are, pointers by what they
-/// are. Entries that do not begin with @p kind are left out.
-Lines calls(const std::string &kind = "");
+/// The calls since the last time, parted by '|': each entry with its arguments, numbers as they are, pointers by
+/// what they are. Entries that do not begin with @p kind are left out.
+std::string calls(const std::string &kind = "");
 
 } // namespace krTest::referenceModule

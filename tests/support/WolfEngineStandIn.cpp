@@ -1,5 +1,6 @@
 // The least that behaves as wolfEngine does: a dynamic engine whose RSA method has no arithmetic of its own, whose
-// EVP_PKEY methods sign with the key itself, and which logs from inside OpenSSL's calls.
+// EVP_PKEY methods (one for RSA and for whatever else is asked for) sign with the key itself, which serves something of
+// every kind, and which logs from inside OpenSSL's calls.
 #include "support/WolfEngineStandIn.h"
 
 #include <krOpenSSL/krExport.h>
@@ -115,8 +116,25 @@ int pkeyMethods(ENGINE * /*engine*/, EVP_PKEY_METHOD **method, const int **types
     *types = kTypes;
     return 2;
   }
-  *method = type == EVP_PKEY_RSA ? rsaPkeyMethod : type == EVP_PKEY_EC ? ecPkeyMethod : nullptr;
+  *method = type == EVP_PKEY_EC ? ecPkeyMethod : rsaPkeyMethod;
+  return 1;
+}
+
+// A selector of one algorithm, which is OpenSSL's own.
+template <class Method, const Method *get(), int nid>
+int select(ENGINE * /*engine*/, const Method **method, const int **ids, int id) {
+  static const int kIds[]{nid};
+  if (method == nullptr) {
+    *ids = kIds;
+    return 1;
+  }
+  *method = id == nid ? get() : nullptr;
   return *method != nullptr ? 1 : 0;
+}
+
+int signElsewise(int /*type*/, const unsigned char * /*digest*/, int /*length*/, unsigned char * /*out*/,
+                 unsigned int * /*outLength*/, const BIGNUM * /*kinv*/, const BIGNUM * /*r*/, EC_KEY * /*key*/) {
+  return 0;
 }
 
 template <class Sign> EVP_PKEY_METHOD *makePkeyMethod(int type, Sign *sign) {
@@ -135,6 +153,8 @@ void makeMethods() {
   RSA_meth_set_priv_enc(we_rsa_method, rsaOperation<RSA_meth_get_priv_enc>);
   RSA_meth_set_priv_dec(we_rsa_method, rsaOperation<RSA_meth_get_priv_dec>);
   we_ec_key_method = EC_KEY_METHOD_new(EC_KEY_OpenSSL());
+  EC_KEY_METHOD_set_sign(we_ec_key_method, signElsewise, nullptr, nullptr);
+  standInRecord.rsaSign = reinterpret_cast<const void *>(signRsa);
   rsaPkeyMethod = makePkeyMethod(EVP_PKEY_RSA, signRsa);
   ecPkeyMethod = makePkeyMethod(EVP_PKEY_EC, signEc);
 }
@@ -195,7 +215,10 @@ int bind(ENGINE *engine) {
       ENGINE_set_finish_function(engine, finish) != 0 && ENGINE_set_ctrl_function(engine, control) != 0 &&
       ENGINE_set_cmd_defns(engine, kCommands) != 0 && (bare || ENGINE_set_RSA(engine, we_rsa_method) != 0) &&
       (bare || ENGINE_set_EC(engine, we_ec_key_method) != 0) && (bare || ENGINE_set_RAND(engine, &kRandom) != 0) &&
-      (bare || ENGINE_set_pkey_meths(engine, pkeyMethods) != 0);
+      (bare || ENGINE_set_pkey_meths(engine, pkeyMethods) != 0) &&
+      (bare || ENGINE_set_DSA(engine, DSA_OpenSSL()) != 0) && (bare || ENGINE_set_DH(engine, DH_OpenSSL()) != 0) &&
+      (bare || ENGINE_set_ciphers(engine, select<EVP_CIPHER, EVP_aes_128_cbc, NID_aes_128_cbc>) != 0) &&
+      (bare || ENGINE_set_digests(engine, select<EVP_MD, EVP_sha256, NID_sha256>) != 0);
   if (fails("methods")) {
     we_ec_key_method = nullptr;
   }

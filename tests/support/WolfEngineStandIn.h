@@ -9,7 +9,8 @@ namespace krTest {
 struct WolfEngineRecord {
   int initialisations = 0;
   int finishes = 0;
-  int ownSignatures = 0; ///< by its EVP_PKEY methods, with the key itself
+  int ownSignatures = 0;         ///< by its EVP_PKEY methods, with the key itself
+  const void *rsaSign = nullptr; ///< the sign of its EVP_PKEY method for RSA
   int randomRequests = 0;
   std::vector<std::string> commands; ///< "name number", and " function" when one came along
 };

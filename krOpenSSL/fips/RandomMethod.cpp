@@ -1,5 +1,5 @@
 // Which random method OpenSSL draws from after an engine load.
-#include "frame/RandomMethod.h"
+#include "fips/RandomMethod.h"
 
 #include "engine/EngineList.h"
 #include "engine/qvlib.h"
@@ -27,10 +27,10 @@ bool givenByLoadedEngine(const RAND_METHOD *method) noexcept {
 } // namespace
 
 void renewRandomMethod() noexcept {
-  const RAND_METHOD *offered = ENGINE_get_RAND(state::activeEngine.load(std::memory_order_acquire));
   const RAND_METHOD *cached = RAND_get_rand_method();
-  if (offered != nullptr && cached != offered && givenByLoadedEngine(cached)) {
+  if (givenByLoadedEngine(cached) || (cached == RAND_OpenSSL() && state::randomFellToOpenSSL.load())) {
     RAND_set_rand_method(nullptr);
+    state::randomFellToOpenSSL.store(RAND_get_rand_method() == RAND_OpenSSL());
   }
 }
 
