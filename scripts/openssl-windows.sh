@@ -38,7 +38,7 @@ if [ -n "${OPENSSL_ROOT_DIR:-}" ] || [ -e "$target/include/openssl/opensslv.h" ]
   exit 0
 fi
 command -v npm >/dev/null || ensure_packages npm
-ensure_packages mingw-w64-tools binutils-mingw-w64-x86-64
+ensure_packages ca-certificates mingw-w64-tools binutils-mingw-w64-x86-64
 "$root/scripts/openssl.sh"
 say "laying out OpenSSL 1.1.1 for Windows in .deps/openssl-1.1-windows"
 work=$(mktemp -d "$deps/windows.XXXXXX")
