@@ -119,9 +119,9 @@ public:
   AppendFile &operator=(const AppendFile &) = delete;
 
   /// Opens the file, made if it is missing, and has @p isSafe check folder and file on the way and say
-  /// which entry it found: after the opening on windows/, where the open file has to be what stands there once the check has passed;
-  /// before it on posix/, where the file that is opened has to be the entry that passed. What @p isSafe
-  /// throws passes through.
+  /// which entry it found: after the opening on windows/, where the open file has to be what stands there
+  /// once the check has passed; before it on posix/, where the file that is opened has to be the entry that
+  /// passed. What @p isSafe throws passes through.
   Outcome open(const char *path, bool (*isSafe)(Entry &checked));
 
   /// Hands the whole text to the system; a text that does not fit on the disk is lost.

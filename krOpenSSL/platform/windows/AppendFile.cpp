@@ -17,6 +17,10 @@ Handle openToAppend(const char *path) noexcept {
                             FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
 }
 
+HANDLE asHandle(std::intptr_t file) noexcept {
+  return reinterpret_cast<HANDLE>(file); // NOLINT(performance-no-int-to-ptr): what a Handle has released
+}
+
 // Whether the path still leads to the open file, and nothing else does.
 bool isStillThere(const char *path, const Handle &file) noexcept {
   const Handle now = openExisting(path, FILE_READ_ATTRIBUTES, kShareAll, kEntryItself);
@@ -27,7 +31,7 @@ bool isStillThere(const char *path, const Handle &file) noexcept {
 
 } // namespace
 
-AppendFile::~AppendFile() { const Handle closes(reinterpret_cast<HANDLE>(file_)); }
+AppendFile::~AppendFile() { const Handle closes(asHandle(file_)); }
 
 AppendFile::Outcome AppendFile::open(const char *path, bool (*isSafe)(Entry &checked)) {
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
@@ -61,7 +65,7 @@ void AppendFile::write(const char *text, std::size_t length) noexcept {
     bytes[count++] = text[i];
   }
   DWORD written = 0;
-  WriteFile(reinterpret_cast<HANDLE>(file_), bytes.data(), count, &written, nullptr);
+  WriteFile(asHandle(file_), bytes.data(), count, &written, nullptr);
 }
 
 } // namespace krOpenSSL::platform

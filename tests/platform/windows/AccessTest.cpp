@@ -49,7 +49,7 @@ std::string accessOf(const std::string &path) {
   PSECURITY_DESCRIPTOR descriptor = nullptr;
   GetNamedSecurityInfoA(name.data(), SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION, &owner,
                         nullptr, &list, nullptr, &descriptor);
-  const std::string text = owner != nullptr ? textOf(owner) + textOf(list) : "unknown";
+  std::string text = owner != nullptr ? textOf(owner) + textOf(list) : "unknown";
   LocalFree(descriptor);
   return text;
 }

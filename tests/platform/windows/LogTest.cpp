@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <array>
 #include <functional>
 #include <regex>
 #include <thread>
@@ -88,9 +89,9 @@ TEST(Log, NeedsItsFolder) {
 TEST(Log, KeepsTheLinesOfThreadsWhole) {
   const LogHome home;
   {
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < 4; ++i) {
-      threads.emplace_back([] {
+    std::array<std::jthread, 4> threads;
+    for (std::jthread &thread : threads) {
+      thread = std::jthread([] {
         for (int line = 0; line < 50; ++line) {
           krLogLine(1, 2, std::string(500, 'x').c_str());
         }

@@ -44,6 +44,8 @@ std::string text() {
   return platform::registryText(kKey, kName, buffer.data(), buffer.size()) ? buffer.data() : "none";
 }
 
+const std::string kTen("10", sizeof "10"); // with the terminator
+
 } // namespace
 
 TEST(Registry, GivesTextsOfThe32BitViewOnly) {
@@ -57,13 +59,13 @@ TEST(Registry, GivesTextsOfThe32BitViewOnly) {
     DWORD type;
     std::string bytes, text;
   } rows[]{
-      {REG_SZ, std::string("10", 3), "10"},
+      {REG_SZ, kTen, "10"},
       {REG_SZ, "12x", "12x"}, // without a terminator
       {REG_SZ, "", ""},
       {REG_SZ, std::string(258, '7') + '\0', std::string(258, '7')},
       {REG_SZ, std::string(300, '7'), "none"},
       {REG_DWORD, std::string("\x0a\0\0\0", 4), "none"},
-      {REG_EXPAND_SZ, std::string("10", 3), "none"},
+      {REG_EXPAND_SZ, kTen, "none"},
   };
   for (const auto &row : rows) {
     key.set(row.type, row.bytes);

@@ -15,7 +15,7 @@ std::filesystem::path modules() { return std::filesystem::path(std::getenv("Comm
 void setVariable(const char *name, const char *value) { _putenv_s(name, value); }
 
 std::filesystem::path newProgramData() {
-  const std::filesystem::path folder = std::getenv("ProgramData");
+  std::filesystem::path folder = std::getenv("ProgramData");
   std::filesystem::remove_all(folder / "Corvane");
   std::filesystem::create_directories(folder / "Corvane/Logging");
   return folder;

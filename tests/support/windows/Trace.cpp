@@ -38,7 +38,8 @@ struct Trace::Capture {
   Lines lines{};
 };
 
-Trace::Trace(std::function<bool()> /*probe*/) : capture_(new Capture) {}
+Trace::Trace(std::function<bool()> /*probe*/) // NOLINT(performance-unnecessary-value-param)
+    : capture_(new Capture) {}
 
 Trace::~Trace() = default;
 
