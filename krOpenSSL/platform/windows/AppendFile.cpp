@@ -2,10 +2,10 @@
 #include "platform/Platform.h"
 #include "platform/windows/Win32.h"
 
-#include <algorithm>
-
 namespace krOpenSSL::platform {
 namespace {
+
+using Outcome = AppendFile::Outcome;
 
 // A process that rotates the file changes it now and then; somebody who always changes it wants no lines.
 constexpr int kAttempts = 16;
@@ -21,12 +21,19 @@ HANDLE asHandle(std::intptr_t file) noexcept {
   return reinterpret_cast<HANDLE>(file); // NOLINT(performance-no-int-to-ptr): what a Handle has released
 }
 
-// Whether the path still leads to the open file, and nothing else does.
-bool isStillThere(const char *path, const Handle &file) noexcept {
+// What stands at the path after the check: the open file, something that leads elsewhere, or none of the two, so
+// look again.
+std::optional<Outcome> judge(const char *path, const Handle &file) noexcept {
   const Handle now = openExisting(path, FILE_READ_ATTRIBUTES, kShareAll, kEntryItself);
-  Found opened;
   Found there;
-  return now && opened.look(file) && there.look(now) && there.isPlainFile() && there.isSameEntry(opened);
+  if (!now || !there.look(now) || there.isFolder()) {
+    return std::nullopt;
+  }
+  if (!there.isPlainFile()) {
+    return Outcome::redirected;
+  }
+  Found opened;
+  return file && opened.look(file) && opened.isSameEntry(there) ? std::optional(Outcome::opened) : std::nullopt;
 }
 
 } // namespace
@@ -46,9 +53,9 @@ AppendFile::Outcome AppendFile::open(const char *path, bool (*isSafe)(Entry &che
     if (!isSafe(checked)) {
       return Outcome::unsafe;
     }
-    if (file && isStillThere(path, file)) {
-      file_ = reinterpret_cast<std::intptr_t>(file.release());
-      return Outcome::opened;
+    if (const auto outcome = judge(path, file)) {
+      file_ = outcome == Outcome::opened ? reinterpret_cast<std::intptr_t>(file.release()) : -1;
+      return *outcome;
     }
   }
   return Outcome::unsafe;
