@@ -155,7 +155,7 @@ std::filesystem::path newFolder() {
   const std::filesystem::path parent = std::filesystem::temp_directory_path();
   std::random_device random;
   for (;;) {
-    const std::filesystem::path folder = parent / ("delegated_tls_" + std::to_string(random()));
+    std::filesystem::path folder = parent / ("delegated_tls_" + std::to_string(random()));
     if (std::filesystem::create_directory(folder)) {
       return folder;
     }

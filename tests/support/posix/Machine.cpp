@@ -10,7 +10,7 @@ void setVariable(const char *name, const char *value) { ::setenv(name, value, 1)
 
 std::filesystem::path newProgramData() {
   std::string pattern = (std::filesystem::temp_directory_path() / "krOpenSSL-data-XXXXXX").string();
-  const std::filesystem::path folder = ::mkdtemp(pattern.data());
+  std::filesystem::path folder = ::mkdtemp(pattern.data());
   std::filesystem::create_directories(folder / "Corvane/Logging");
   setVariable("KR_PROGRAM_DATA", folder.c_str());
   return folder;
