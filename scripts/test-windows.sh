@@ -6,7 +6,7 @@ set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 cd "$root"
-ensure_packages g++-mingw-w64-x86-64-posix cmake ninja-build googletest wine wine64
+ensure_packages g++-mingw-w64-x86-64-posix cmake ninja-build googletest wine wine64 openssl curl
 scripts/openssl-windows.sh
 say "starting Wine"
 scripts/wine.sh wineboot --init </dev/null >/dev/null 2>&1 || die "Wine does not start (build/wine)"
