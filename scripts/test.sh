@@ -17,8 +17,10 @@ for preset in "${presets[@]}"; do
   build "$preset" -DKR_TEST_PREFIX="$preset."
 done
 
+windows=
 if [ "${1:-}" = --windows ]; then
   shift
+  windows=yes
   scripts/test-windows.sh --build-only
   presets+=(windows)
 fi
@@ -29,5 +31,8 @@ fi
     echo "subdirs($preset)"
   done
   echo "add_test(lint \"$root/scripts/lint.sh\" \"$root/build/dev\")"
+  if [ -n "$windows" ]; then
+    echo "add_test(windows.lint \"$root/scripts/lint.sh\" --windows \"$root/build/windows\")"
+  fi
 } >build/CTestTestfile.cmake
 exec ctest --test-dir build --output-on-failure --parallel "$(nproc)" "$@"
