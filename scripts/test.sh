@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # From a fresh Debian 12 machine to passed tests: sets up, builds three ways and runs everything in one
 # ctest: unit and end-to-end tests, the same under the address and undefined-behaviour sanitizers, the
-# concurrency tests under the thread sanitizer, and the format and lint checks. Further arguments go to ctest.
+# concurrency tests under the thread sanitizer, and the format and lint checks. With --windows the Windows DLL's tests
+# under Wine come with it (see scripts/test-windows.sh). Further arguments go to ctest.
 set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
@@ -15,6 +16,12 @@ for preset in "${presets[@]}"; do
   say "building: $preset"
   build "$preset" -DKR_TEST_PREFIX="$preset."
 done
+
+if [ "${1:-}" = --windows ]; then
+  shift
+  scripts/test-windows.sh --build-only
+  presets+=(windows)
+fi
 
 # One ctest over all of them, so that one summary speaks for everything.
 {

@@ -2,17 +2,16 @@
 #include "Demo.h"
 
 #include "Authority.h"
-#include "Descriptor.h"
 #include "Failure.h"
 #include "Handshake.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <iomanip>
 #include <iostream>
+#include <random>
 #include <sstream>
 
 namespace delegated_tls {
@@ -151,16 +150,25 @@ bool runLine(Stage &stage, const Line &line) {
   }
 }
 
+/// A new folder that nobody can have prepared.
+std::filesystem::path newFolder() {
+  const std::filesystem::path parent = std::filesystem::temp_directory_path();
+  std::random_device random;
+  for (;;) {
+    std::filesystem::path folder = parent / ("delegated_tls_" + std::to_string(random()));
+    if (std::filesystem::create_directory(folder)) {
+      return folder;
+    }
+  }
+}
+
 /// Sends standard output, where the library's trace goes, to a fresh file.
 void sendTraceToFile() {
-  const std::string path = (std::filesystem::temp_directory_path() / "delegated_tls_trace.XXXXXX").string();
-  std::vector<char> name(path.begin(), path.end());
-  name.push_back('\0');
-  const Descriptor file(mkstemp(name.data()));
-  if (!file || std::freopen(name.data(), "w", stdout) == nullptr) {
+  const std::string name = (newFolder() / "trace").string();
+  if (std::freopen(name.c_str(), "w", stdout) == nullptr) {
     throw Failure("no file for the trace could be made in " + std::filesystem::temp_directory_path().string());
   }
-  std::cerr << "the library's trace goes to " << name.data() << "\n\n";
+  std::cerr << "the library's trace goes to " << name << "\n\n";
 }
 
 } // namespace

@@ -5,7 +5,7 @@
 
 namespace delegated_tls {
 
-inline constexpr bool kProcessHolderAvailable = true;
+extern const bool kProcessHolderAvailable;
 
 /// Forks the holder, which makes its keys itself: they never are in this process. Throws what the holder
 /// failed with.

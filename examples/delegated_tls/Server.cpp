@@ -3,12 +3,11 @@
 
 #include "Delegation.h"
 #include "Failure.h"
+#include "StopSignals.h"
 #include "Tls.h"
 
 #include <openssl/err.h>
 #include <openssl/pem.h>
-
-#include <csignal>
 
 #include <algorithm>
 #include <array>
@@ -133,7 +132,7 @@ public:
             "the certificate chain cannot be used");
   }
 
-  void run(const sigset_t &stopSignals) {
+  void run(const StopSignals &stopSignals) {
     std::ostringstream line;
     line << "listening on 127.0.0.1:" << portOf(listener_) << ", the private key is held by " << key_.holderName();
     report(line);
@@ -141,8 +140,7 @@ public:
     for (std::jthread &thread : threads) {
       thread = std::jthread([this] { acceptConnections(); });
     }
-    int signal = 0;
-    sigwait(&stopSignals, &signal);
+    stopSignals.wait();
     stopListening(listener_);
     live_.stopAll();
   }
@@ -207,13 +205,7 @@ private:
 } // namespace
 
 void serve(const ServeOptions &options) {
-  // Blocked before any thread starts, so that only run's sigwait takes them.
-  sigset_t stopSignals;
-  sigemptyset(&stopSignals);
-  sigaddset(&stopSignals, SIGINT);
-  sigaddset(&stopSignals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
-  static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+  const StopSignals stopSignals;
   Server(options).run(stopSignals);
 }
 

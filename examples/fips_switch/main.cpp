@@ -73,13 +73,17 @@ bool report() {
             << "; the delegated key's signature was made by "
             << (signedByStore > before ? "the key store" : "someone else") << " and is " << (good ? "good" : "BAD")
             << '\n';
-  ERR_print_errors_fp(stderr);
+  ERR_print_errors_cb([](const char *text, std::size_t, void *) { return std::cerr << text ? 1 : 0; }, nullptr);
   return good && signedByStore > before;
 }
 
 std::string defaultLogFile() {
-  const char *folder = std::getenv("KR_PROGRAM_DATA"); // NOLINT(concurrency-mt-unsafe): one thread
-  return std::string(folder != nullptr ? folder : "/var/lib") + "/Corvane/Logging/krOpenSSL.log";
+  std::string folder = "/var/lib";
+  for (const char *variable : {"ProgramData", "KR_PROGRAM_DATA"}) { // of Windows, of Linux
+    const char *value = std::getenv(variable);                      // NOLINT(concurrency-mt-unsafe): one thread
+    folder = value != nullptr ? value : folder;
+  }
+  return folder + "/Corvane/Logging/krOpenSSL.log";
 }
 
 void printTail(const std::string &path) {

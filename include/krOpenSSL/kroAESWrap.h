@@ -68,8 +68,7 @@ public:
 private:
   enum : std::uint64_t { kStateBytes = 256 };
 
-  KR_LOCAL void makeContext() noexcept;
-  KR_LOCAL void setKey(const unsigned char *key, std::uint64_t len, bool encrypt) noexcept;
+  struct KR_LOCAL Context;
 
   bool viaModule_;
   union {

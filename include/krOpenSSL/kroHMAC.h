@@ -69,9 +69,7 @@ private:
   };
   enum : std::uint64_t { kStateBytes = 352 };
 
-  KR_LOCAL void makeContext() noexcept;
-  KR_LOCAL void dropKey() noexcept;
-  KR_LOCAL void copyContext(const kroHMAC &other) noexcept;
+  struct KR_LOCAL Context;
 
   bool viaModule_;
   union {

@@ -123,11 +123,34 @@ private:
 
 } // namespace
 
+// Work on the OpenSSL way, beside the class so that it is not exported with it.
+struct kroAESWrap::Context {
+  static void make(kroAESWrap &wrap) noexcept {
+    wrap.context_ = krEVP_CIPHER_CTX_new();
+    if (wrap.context_ == nullptr) {
+      krTraceLog(kTraceTag, "Unable to allocate memory for EVP_CIPHER_CTX");
+    }
+  }
+
+  static void setKey(EVP_CIPHER_CTX *context, const unsigned char *key, std::uint64_t len, bool encrypt) noexcept {
+    const EVP_CIPHER *cipher = aesEcb(len);
+    if (context == nullptr || (cipher == nullptr && !isUsable(context))) {
+      return;
+    }
+    // What is left half keyed after a failure must not be used.
+    if (key == nullptr || EVP_CipherInit_ex(context, cipher, nullptr, key, nullptr, encrypt ? 1 : 0) != 1) {
+      EVP_CIPHER_CTX_reset(context);
+      return;
+    }
+    EVP_CIPHER_CTX_set_padding(context, 0);
+  }
+};
+
 kroAESWrap::kroAESWrap() : viaModule_(worksViaModule()) {
   if (viaModule_) {
     OPENSSL_cleanse(area_, kStateBytes);
   } else {
-    makeContext();
+    Context::make(*this);
   }
 }
 
@@ -158,7 +181,7 @@ kroAESWrap &kroAESWrap::operator=(const kroAESWrap &other) {
   }
   if (viaModule_ || context_ == nullptr) {
     viaModule_ = false;
-    makeContext();
+    Context::make(*this);
   }
   // OpenSSL refuses to copy a context without a key: such a copy is one without a key, too.
   if (context_ != nullptr && !(isUsable(other.context_) && EVP_CIPHER_CTX_copy(context_, other.context_) == 1)) {
@@ -167,29 +190,9 @@ kroAESWrap &kroAESWrap::operator=(const kroAESWrap &other) {
   return *this;
 }
 
-void kroAESWrap::makeContext() noexcept {
-  context_ = krEVP_CIPHER_CTX_new();
-  if (context_ == nullptr) {
-    krTraceLog(kTraceTag, "Unable to allocate memory for EVP_CIPHER_CTX");
-  }
-}
-
-void kroAESWrap::setKey(const unsigned char *key, std::uint64_t len, bool encrypt) noexcept {
-  const EVP_CIPHER *cipher = aesEcb(len);
-  if (context_ == nullptr || (cipher == nullptr && !isUsable(context_))) {
-    return;
-  }
-  // What is left half keyed after a failure must not be used.
-  if (key == nullptr || EVP_CipherInit_ex(context_, cipher, nullptr, key, nullptr, encrypt ? 1 : 0) != 1) {
-    EVP_CIPHER_CTX_reset(context_);
-    return;
-  }
-  EVP_CIPHER_CTX_set_padding(context_, 0);
-}
-
 void kroAESWrap::SetEncryptKey(const unsigned char *key, std::uint64_t len) {
   if (!viaModule_) {
-    setKey(key, len, true);
+    Context::setKey(context_, key, len, true);
   } else if (const FipsModule *module = readyModule()) {
     module->AesSetEncryptKey(fipsModuleContext, area_, kStateBytes, key, keyBits(len));
   }
@@ -197,7 +200,7 @@ void kroAESWrap::SetEncryptKey(const unsigned char *key, std::uint64_t len) {
 
 void kroAESWrap::SetDecryptKey(const unsigned char *key, std::uint64_t len) {
   if (!viaModule_) {
-    setKey(key, len, false);
+    Context::setKey(context_, key, len, false);
   } else if (const FipsModule *module = readyModule()) {
     module->AesSetDecryptKey(fipsModuleContext, area_, kStateBytes, key, keyBits(len));
   }

@@ -33,11 +33,43 @@ FipsModule::Length moduleLength(std::uint64_t length) noexcept { return static_c
 
 } // namespace
 
+// Work on the OpenSSL way, beside the class so that it is not exported with it.
+template <class T> struct kroHMAC<T>::Context {
+  static OpenSSLState make() noexcept {
+    const OpenSSLState made{krHMAC_CTX_new(), Phase::unkeyed};
+    if (made.context == nullptr) {
+      krTraceLog(kTraceTag, "%s: Unable to allocate memory for HMAC_CTX", kConstructor<T>);
+    } else {
+      HMAC_CTX_set_flags(made.context, EVP_MD_CTX_FLAG_NON_FIPS_ALLOW);
+    }
+    return made;
+  }
+
+  static void dropKey(OpenSSLState &state) noexcept {
+    state.phase = Phase::unkeyed;
+    if (state.context != nullptr) {
+      HMAC_CTX_reset(state.context);
+      HMAC_CTX_set_flags(state.context, EVP_MD_CTX_FLAG_NON_FIPS_ALLOW);
+    }
+  }
+
+  // OpenSSL refuses to copy a context without a key: such a copy stays without one.
+  static void copy(OpenSSLState &state, const OpenSSLState &other) noexcept {
+    const bool keyed = state.context != nullptr && other.phase != Phase::unkeyed;
+    const ErrorQueueScope errors;
+    if (keyed && HMAC_CTX_copy(state.context, other.context) == 1) {
+      state.phase = other.phase;
+    } else {
+      dropKey(state);
+    }
+  }
+};
+
 template <class T> kroHMAC<T>::kroHMAC() : viaModule_(T::SupportsFips() && worksViaModule()) {
   if (viaModule_) {
     OPENSSL_cleanse(area_, kStateBytes);
   } else {
-    makeContext();
+    openssl_ = Context::make();
   }
 }
 
@@ -45,8 +77,8 @@ template <class T> kroHMAC<T>::kroHMAC(const kroHMAC &other) : viaModule_(other.
   if (viaModule_) {
     std::memcpy(area_, other.area_, kStateBytes);
   } else {
-    makeContext();
-    copyContext(other);
+    openssl_ = Context::make();
+    Context::copy(openssl_, other.openssl_);
   }
 }
 
@@ -68,9 +100,9 @@ template <class T> kroHMAC<T> &kroHMAC<T>::operator=(const kroHMAC &other) {
   if (!other.viaModule_) {
     if (viaModule_ || openssl_.context == nullptr) {
       viaModule_ = false;
-      makeContext();
+      openssl_ = Context::make();
     }
-    copyContext(other);
+    Context::copy(openssl_, other.openssl_);
     return *this;
   }
   if (!viaModule_) {
@@ -79,34 +111,6 @@ template <class T> kroHMAC<T> &kroHMAC<T>::operator=(const kroHMAC &other) {
   viaModule_ = true;
   std::memcpy(area_, other.area_, kStateBytes);
   return *this;
-}
-
-template <class T> void kroHMAC<T>::makeContext() noexcept {
-  openssl_ = {krHMAC_CTX_new(), Phase::unkeyed};
-  if (openssl_.context == nullptr) {
-    krTraceLog(kTraceTag, "%s: Unable to allocate memory for HMAC_CTX", kConstructor<T>);
-    return;
-  }
-  HMAC_CTX_set_flags(openssl_.context, EVP_MD_CTX_FLAG_NON_FIPS_ALLOW);
-}
-
-template <class T> void kroHMAC<T>::dropKey() noexcept {
-  openssl_.phase = Phase::unkeyed;
-  if (openssl_.context != nullptr) {
-    HMAC_CTX_reset(openssl_.context);
-    HMAC_CTX_set_flags(openssl_.context, EVP_MD_CTX_FLAG_NON_FIPS_ALLOW);
-  }
-}
-
-// OpenSSL refuses to copy a context without a key: such a copy stays without one.
-template <class T> void kroHMAC<T>::copyContext(const kroHMAC &other) noexcept {
-  const bool keyed = openssl_.context != nullptr && other.openssl_.phase != Phase::unkeyed;
-  const ErrorQueueScope errors;
-  if (keyed && HMAC_CTX_copy(openssl_.context, other.openssl_.context) == 1) {
-    openssl_.phase = other.openssl_.phase;
-  } else {
-    dropKey();
-  }
 }
 
 template <class T> void kroHMAC<T>::Init() {
@@ -131,14 +135,14 @@ template <class T> void kroHMAC<T>::SetKey(const unsigned char *key, std::uint64
   }
   const auto length = intLength(len);
   if (openssl_.context == nullptr || !length || !isReadable(key, len)) {
-    dropKey();
+    Context::dropKey(openssl_);
     return;
   }
   const unsigned char *bytes = key != nullptr ? key : &kEmptyKey;
   if (HMAC_Init_ex(openssl_.context, bytes, *length, T::GetEVP_MD(), nullptr) == 1) {
     openssl_.phase = Phase::computing;
   } else {
-    dropKey();
+    Context::dropKey(openssl_);
   }
 }
 

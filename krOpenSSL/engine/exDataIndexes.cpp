@@ -4,6 +4,7 @@
 #include "accessors/ErrorQueueScope.h"
 #include "accessors/krAccessors.h"
 #include "accessors/krTraceLog.h"
+#include "platform/Mutex.h"
 #include "state/State.h"
 
 #include <openssl/crypto.h>
@@ -40,7 +41,7 @@ constexpr std::array kKinds{
     IndexKind{state::sslCtxIndex, CRYPTO_EX_INDEX_SSL_CTX, "krOpenSSL ssl ctx", createIndex},
 };
 
-constinit std::mutex creation;
+constinit platform::Mutex creation;
 
 } // namespace
 

@@ -6,6 +6,7 @@
 #include "fips/RandomMethod.h"
 #include "fips/krWolfSSLFIPS.h"
 #include "fipsbridge/qvlibFIPS.h"
+#include "platform/Platform.h"
 #include "state/State.h"
 
 #include <openssl/engine.h>
@@ -111,7 +112,8 @@ void retireOthers() noexcept {
 } // namespace
 
 int krOpenSSLEngineLoad() {
-  if (!opensslIsUsable()) {
+  // From here on OpenSSL's engine list holds functions of this library.
+  if (!opensslIsUsable() || !platform::stayLoaded()) {
     return 0;
   }
   const int loaded = loadChosenEngine();

@@ -1,14 +1,13 @@
 // The log lock: held across forks, usable from the first to the last moment of the process.
 #include "log/LogLock.h"
 
+#include "platform/Mutex.h"
 #include "platform/Platform.h"
-
-#include <mutex>
 
 namespace krOpenSSL {
 namespace {
 
-constinit std::mutex logMutex; // trivially destroyed
+constinit platform::Mutex logMutex; // trivially destroyed
 // Other handlers of a fork may log while this thread holds the lock for it.
 constinit thread_local bool isForking = false;
 

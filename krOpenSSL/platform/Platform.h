@@ -119,9 +119,9 @@ public:
   AppendFile &operator=(const AppendFile &) = delete;
 
   /// Opens the file, made if it is missing, and has @p isSafe check folder and file on the way and say
-  /// which entry it found: after the opening on windows/, where the open file is kept if the check passes;
-  /// before it on posix/, where the file that is opened has to be the entry that passed. What @p isSafe
-  /// throws passes through.
+  /// which entry it found: after the opening on windows/, where the open file has to be what stands there
+  /// once the check has passed; before it on posix/, where the file that is opened has to be the entry that
+  /// passed. What @p isSafe throws passes through.
   Outcome open(const char *path, bool (*isSafe)(Entry &checked));
 
   /// Hands the whole text to the system; a text that does not fit on the disk is lost.
@@ -132,12 +132,15 @@ private:
 };
 
 /// A module of that path which this process has loaded already; null when there is none. It stays loaded until
-/// freeModule.
+/// freeModule. On windows/ the data objects of "NAME.dll" are those of "NAME-x64.dll" where that is loaded.
 void *loadedModule(const char *path) noexcept;
 
 /// The data object of that name in the module; null when it has none.
 void *moduleObject(void *module, const char *name) noexcept;
 
 void freeModule(void *module) noexcept;
+
+/// Has this library stay loaded to the end of the process; false when that cannot be had.
+bool stayLoaded() noexcept;
 
 } // namespace krOpenSSL::platform

@@ -22,13 +22,13 @@ void expectPair(const std::string &type, const std::string &what, Object *object
   Trace setting([&] { return held[0](object) != nullptr; });
   const int result = std::apply([&](auto... number) { return set(object, number...); }, given);
   EXPECT_EQ(result, 1);
-  EXPECT_EQ(setting.lines, tagged("@kr" + type + "_set0_" + what));
+  EXPECT_EQ(setting.lines(), tagged("@kr" + type + "_set0_" + what));
   EXPECT_EQ(setting.probed, (std::vector<bool>{false, false}));
 
   std::array<const BIGNUM *, sizeof...(Number)> got{};
   Trace getting([&] { return got[0] != nullptr; });
   std::apply([&](auto &...number) { get(object, &number...); }, got);
-  EXPECT_EQ(getting.lines, tagged("@kr" + type + "_get0_" + what));
+  EXPECT_EQ(getting.lines(), tagged("@kr" + type + "_get0_" + what));
   EXPECT_EQ(getting.probed, (std::vector<bool>{false, true}));
   for (std::size_t i = 0; i < given.size(); ++i) {
     EXPECT_EQ(held[i](object), given[i]) << type << what;
@@ -61,7 +61,7 @@ TEST(TraceLog, WritesOneTaggedLineUnlessTheFormatIsTooLong) {
   EXPECT_EQ(krTraceLog("tag", "%s", text.c_str()), 3005);
   EXPECT_EQ(krTraceLog("tag", format.c_str() + 1, 0), 2047);
   EXPECT_LT(krTraceLog("tag", format.c_str(), 0), 0);
-  EXPECT_EQ(trace.lines, (Lines{"tag name: 7\n", "tag " + text + "\n", "tag " + format.substr(1) + "\n"}));
+  EXPECT_EQ(trace.lines(), (Lines{"tag name: 7\n", "tag " + text + "\n", "tag " + format.substr(1) + "\n"}));
 }
 
 TEST(Accessors, SettersTraceBeforeTheCallAndGettersAroundIt) {
@@ -100,7 +100,7 @@ TEST(Accessors, SigningGoesToTheDefaultMethodsInTheTracedOrder) {
   const krOpenSSL::DSASigPtr dsaSignature(krDSA_do_sign(nullptr, 0, nullptr));
   const krOpenSSL::ECDSASigPtr ecSignature(krECDSA_do_sign_ex(nullptr, 0, nullptr, nullptr, nullptr));
   EXPECT_TRUE(decrypted == 8 && encrypted == 8 && withoutMethod == 1 && dsaSignature && ecSignature);
-  EXPECT_EQ(trace.lines,
+  EXPECT_EQ(trace.lines(),
             tagged("@krRSA_priv_dec|the call|@krRSA_private_encrypt|the call|Start - krRSA_private_encrypt|"
                    "krRSA_private_encrypt: rsaMethod is NULL|End - krRSA_private_encrypt|@krDSA_do_sign|the call|"
                    "Start - krECDSA_do_sign_ex|the call|End - krECDSA_do_sign_ex"));
@@ -162,6 +162,6 @@ TEST(Accessors, ForwardToOpenSSLUnderTheirOwnNames) {
     Trace trace;
     const bool right = call();
     EXPECT_TRUE(right) << name;
-    EXPECT_EQ(trace.lines, tagged(std::string("@") + name));
+    EXPECT_EQ(trace.lines(), tagged(std::string("@") + name));
   }
 }

@@ -150,7 +150,7 @@ TEST(AesWrap, WithoutMemoryItSaysSoAndAnswersFalse) {
     for (const Bytes &result : results) {
       EXPECT_TRUE(result.empty() || result == expected);
     }
-    first = allocations::failed() && first.empty() ? Lines(trace.lines.begin(), trace.lines.begin() + 3) : first;
+    first = allocations::failed() && first.empty() ? Lines(trace.lines().begin(), trace.lines().begin() + 3) : first;
   });
   EXPECT_FALSE(expected.empty());
   EXPECT_EQ(first, tagged("@krEVP_CIPHER_CTX_new|Unable to allocate memory for EVP_CIPHER_CTX"));

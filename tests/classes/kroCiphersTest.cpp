@@ -99,7 +99,7 @@ TEST(Cbc, WithoutMemoryItSaysSoAndWritesNothing) {
       const Trace trace;
       row.encrypt(out.data(), key.data(), key.data(), in.data(), in.size());
       EXPECT_TRUE(!allocations::failed() || out == Bytes(16, 0xEE));
-      first = allocations::failed() && first.empty() ? trace.lines : first;
+      first = allocations::failed() && first.empty() ? trace.lines() : first;
     });
     EXPECT_EQ(first, tagged(std::string("@krEVP_CIPHER_CTX_new|") + row.message));
   }
@@ -186,7 +186,7 @@ TEST(Rc4, WithoutMemoryItSaysSoAndWritesNothing) {
       const Bytes stream = keyStream(*each, 4);
       EXPECT_TRUE(stream == Bytes(4, 0) || stream == (Bytes{0xb2, 0x39, 0x63, 0x05}));
     }
-    first = allocations::failed() && first.empty() ? Lines(trace.lines.begin(), trace.lines.begin() + 3) : first;
+    first = allocations::failed() && first.empty() ? Lines(trace.lines().begin(), trace.lines().begin() + 3) : first;
   });
   EXPECT_EQ(first, tagged("@krEVP_CIPHER_CTX_new|kroRC4::kroRC4: Unable to allocate memory for EVP_CIPHER_CTX"));
 }

@@ -156,7 +156,7 @@ TEST(HMAC, WithoutMemoryItSaysSoAndWritesNothing) {
       EXPECT_TRUE(out == expected || out == kUntouched);
     }
     if (allocations::failed() && first.empty()) {
-      first = {trace.lines.begin(), trace.lines.begin() + 3};
+      first = {trace.lines().begin(), trace.lines().begin() + 3};
     }
   });
   EXPECT_EQ(first, tagged("@krHMAC_CTX_new|kroHMAC<class kroSHA384>::kroHMAC: Unable to allocate memory for HMAC_CTX"));

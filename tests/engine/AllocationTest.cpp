@@ -8,9 +8,6 @@
 #include <krOpenSSL/krLifecycle.h>
 
 #include <gtest/gtest.h>
-#include <openssl/err.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <functional>
 
@@ -32,19 +29,6 @@ void reload() {
   EXPECT_EQ(krOpenSSLEngineLoad(), 1); // the first engine is listed still
 }
 
-// Whether a set-up whose n-th allocation fails ends without a look for a module in place of the engine.
-bool setsUpOrFails(long n) {
-  const Trace quiet;
-  allocations::failNth(n);
-  krOSSLSetup();
-  bool searched = false;
-  while (const unsigned long code = ERR_get_error()) {
-    searched = searched || (ERR_GET_LIB(code) == ERR_LIB_ENGINE && ERR_GET_REASON(code) == ENGINE_R_NO_SUCH_ENGINE);
-  }
-  krOSSLCleanup();
-  return !searched;
-}
-
 } // namespace
 
 TEST(Allocation, AnEngineIsBuiltWholeOrNotAtAll) { sweep(bindOnce, bindOnce); }
@@ -53,23 +37,6 @@ TEST(Allocation, AReloadRegistersTheFirstEngine) {
   const Trace quiet;
   krOpenSSLEngineLoad();
   sweep(reload, reload);
-}
-
-// In a child for each allocation, since OpenSSL does not try again what it does once.
-TEST(Allocation, ASetupSurvivesAndLooksForNoModuleInPlaceOfItsEngine) {
-  enum Outcome { nothingFailed, right, wrong };
-  // Thousands of allocations that are OpenSSL's own affair.
-  OPENSSL_init_ssl(OPENSSL_INIT_LOAD_CRYPTO_STRINGS | OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_NO_ATEXIT, nullptr);
-  for (int outcome = right, n = 1; outcome != nothingFailed; ++n) {
-    const pid_t child = fork();
-    if (child == 0) {
-      const bool survived = setsUpOrFails(n);
-      _exit(!survived ? wrong : allocations::failed() ? right : nothingFailed);
-    }
-    waitpid(child, &outcome, 0);
-    ASSERT_TRUE(WIFEXITED(outcome) && WEXITSTATUS(outcome) != wrong) << "allocation " << n;
-    outcome = WEXITSTATUS(outcome);
-  }
 }
 
 TEST(Allocation, SigningFailsCleanlyOnEveryPath) {

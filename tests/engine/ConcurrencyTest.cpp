@@ -70,7 +70,7 @@ TEST(Concurrency, ThreadsSignWithTheirOwnKeysAndTraceLinesStayWhole) {
     }
     EXPECT_EQ(connection.provider.requests.size(), thread < 6 ? 20U : 0U);
   });
-  for (const std::string &line : trace.lines) {
+  for (const std::string &line : trace.lines()) {
     EXPECT_TRUE(line.starts_with("krOpenSSL ") && line.find("krOpenSSL ", 1) == std::string::npos) << line;
   }
 }
@@ -101,5 +101,5 @@ TEST(Concurrency, RacingThreadsGetTheSameIndexMadeOnce) {
     EXPECT_GE(indexes[0], 0);
     EXPECT_EQ(std::ranges::count(indexes, indexes[0]), kThreads);
   }
-  EXPECT_EQ(trace.lines.size(), 3U);
+  EXPECT_EQ(trace.lines().size(), 3U);
 }

@@ -105,7 +105,7 @@ TEST(Delegation, AsksProviderThenCallbackThenOpenSSL) {
       const Request request{operation.type, EVP_PKEY_size(key.get()), kDigest, 16378, 0};
       EXPECT_EQ(connection.provider.requests, std::vector<Request>(viaProvider, request));
       const char *others = viaCallback != 0 ? operation.viaCallback : operation.viaDefault;
-      EXPECT_EQ(trace.lines, tagged(viaProvider != 0 ? operation.viaProvider : others));
+      EXPECT_EQ(trace.lines(), tagged(viaProvider != 0 ? operation.viaProvider : others));
     }
   }
 }
@@ -169,6 +169,6 @@ TEST(Delegation, TheFirstOperationMakesTheIndexThatTheGetterReturns) {
     EXPECT_EQ(getter(), before + 1);
     EXPECT_EQ(CRYPTO_get_ex_new_index(exClass, 0, nullptr, nullptr, nullptr, nullptr), before + 2);
     const Lines log = tagged("kropenssl_get_ecdsa_idx: ECDSA_get_ex_new_index returned: " + std::to_string(before + 1));
-    EXPECT_EQ(std::ranges::count(trace.lines, log[0]), exClass == CRYPTO_EX_INDEX_EC_KEY ? 1 : 0);
+    EXPECT_EQ(std::ranges::count(trace.lines(), log[0]), exClass == CRYPTO_EX_INDEX_EC_KEY ? 1 : 0);
   }
 }

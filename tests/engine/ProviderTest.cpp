@@ -153,7 +153,7 @@ TEST(Provider, AConnectionWithoutContextOrRecordFails) {
     Trace trace;
     const int result = privateEncrypt(static_cast<SSL *>(ssl), digestOf(32));
     EXPECT_EQ(result, -1);
-    EXPECT_EQ(trace.lines, tagged(std::string("@krSSL_get_SSL_CTX") + line));
+    EXPECT_EQ(trace.lines(), tagged(std::string("@krSSL_get_SSL_CTX") + line));
     EXPECT_EQ(sign(Kind::dsa, static_cast<SSL *>(ssl), digestOf(32)), Bytes{});
     EXPECT_EQ(sign(Kind::p256, static_cast<SSL *>(ssl), digestOf(32)), Bytes{});
   }

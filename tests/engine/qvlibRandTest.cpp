@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 #include <openssl/crypto.h>
 #include <openssl/rand.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <functional>
@@ -28,7 +27,7 @@ bool drawAtExit = false;
     if (drawAtExit) {
       const bool drawn = RAND_bytes(&byte, 1) == 1;
       OPENSSL_cleanup();
-      _exit(drawn ? 0 : 1);
+      std::_Exit(drawn ? 0 : 1);
     }
   });
 }

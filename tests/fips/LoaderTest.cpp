@@ -1,5 +1,6 @@
 // The wolfEngine loader, step by step, as its log lines tell.
 #include "support/FipsHome.h"
+#include "support/Machine.h"
 #include "support/Trace.h"
 
 #include "engine/qvlibRSA.h"
@@ -98,11 +99,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Failure{"Dynamic", "", removeDynamicEngine, {"94 Failed to load dynamic engine"}, false},
         Failure{"Bind", "bind", nothing, {"117 Control command LOAD failed"}, false},
-        Failure{"NoFile",
-                "",
-                [] { setenv("KR_COMMON_PROGRAM_FILES", "/nowhere", 1); },
-                {"117 Control command LOAD failed"},
-                false},
+        Failure{"NoFile", "", [] { krTest::machine::loseModules(); }, {"117 Control command LOAD failed"}, false},
         Failure{"OtherId", "id", nothing, {"137 Failed to load 'wolfEngine'"}, false},
         Failure{
             "SetDefault", "default", nothing, {"143 Failed to set 'wolfEngine' as default for all algorithms"}, true},
@@ -129,9 +126,9 @@ TEST(Loader, ASecondLoadSkipsTheDynamicEngine) {
 TEST(Loader, TakesNoStrangerFromOpenSSLsModuleFolder) {
   FipsHome home("id");
   const krTest::Trace quiet;
-  setenv("OPENSSL_ENGINES", KR_PROGRAM_FILES "/Corvane/TRVA", 1);
+  krTest::machine::setVariable("OPENSSL_ENGINES", KR_PROGRAM_FILES "/Corvane/TRVA");
   EXPECT_EQ(krWolfEngineLoad(), 0);
-  setenv(krTest::kStandInFails, "", 1);
+  krTest::machine::setVariable(krTest::kStandInFails, "");
   EXPECT_EQ(krWolfEngineLoad(), 0);
   EXPECT_EQ(home.newLogLines().back(), "137 Failed to load 'wolfEngine'");
   ERR_clear_error();
@@ -181,7 +178,7 @@ TEST(WolfEngineLogging, StopsAtTheFirstCommandThatFails) {
             "237 Failed to reset wolfEngine logging callback"},
         Row{"set_logging_cb_wolfssl", "243 Failed to set wolfSSL logging callback",
             "243 Failed to reset wolfSSL logging callback"}}) {
-    setenv(krTest::kStandInFails, row.command, 1);
+    krTest::machine::setVariable(krTest::kStandInFails, row.command);
     ++sent;
     for (const bool enable : {true, false}) {
       home.newLogLines();

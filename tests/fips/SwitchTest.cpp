@@ -1,15 +1,16 @@
 // The FIPS switches and what they leave behind.
 #include "support/Allocations.h"
 #include "support/FipsHome.h"
+#include "support/Machine.h"
 #include "support/Trace.h"
 
 #include "fipsbridge/FipsModule.h"
+#include "platform/Platform.h"
 #include "state/State.h"
 
 #include <krOpenSSL/krFips.h>
 #include <krOpenSSL/krLifecycle.h>
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <openssl/engine.h>
 #include <openssl/err.h>
@@ -247,11 +248,10 @@ TEST(FipsModuleState, IsTheModulesOwnUntilClose) {
     EXPECT_EQ(krFipsModeError(), error);
   }
   moduleState = 3;
-  constexpr const char *kAnyLibrary = "libanl.so.1";
-  state::fipsModuleHandle = dlopen(kAnyLibrary, RTLD_NOW);
+  state::fipsModuleHandle = krTest::machine::loadLibrary(krTest::machine::kAnyLibrary);
   EXPECT_NE(state::fipsModuleHandle, nullptr);
   krFipsClose();
   EXPECT_EQ(krFipsGetState(), 0);
   EXPECT_EQ(krFipsModeError(), 0);
-  EXPECT_EQ(dlopen(kAnyLibrary, RTLD_NOW | RTLD_NOLOAD), nullptr);
+  EXPECT_EQ(platform::loadedModule(krTest::machine::kAnyLibrary), nullptr);
 }

@@ -5,6 +5,8 @@
 #include "state/State.h"
 
 #include <gtest/gtest.h>
+
+#include <filesystem>
 #include <openssl/err.h>
 
 namespace {
@@ -25,8 +27,8 @@ TEST(WolfEnginePath, IsAskedForAgainUntilTheFolderIsKnown) {
     EXPECT_TRUE(logged("krWolfSSLFIPS.cpp:103 - 'wolfEngine' Control command SO_PATH failed \n"));
   }
   fake::failing.clear();
-  EXPECT_STREQ(krWolfEngineGetPath(), "/nowhere/Corvane/TRVA/wolfEngine.so");
+  EXPECT_EQ(std::filesystem::path(krWolfEngineGetPath()), "/nowhere/Corvane/TRVA/wolfEngine.so");
   fake::failing = {"commonProgramFilesFolder"};
-  EXPECT_STREQ(krWolfEngineGetPath(), "/nowhere/Corvane/TRVA/wolfEngine.so");
+  EXPECT_EQ(std::filesystem::path(krWolfEngineGetPath()), "/nowhere/Corvane/TRVA/wolfEngine.so");
   ERR_clear_error();
 }

@@ -80,7 +80,7 @@ struct Keys : KeyPairs {
     DSA_set0_key(dsaTwin.get(), BN_dup(DSA_get0_pub_key(dsa.get())), BN_dup(DSA_get0_priv_key(dsa.get())));
     DH_generate_key(dhTwin.get());
     referenceModule::calls();
-    bridge.trace.lines.clear();
+    bridge.trace.clear();
   }
 
   Bridge bridge;
@@ -392,7 +392,7 @@ TEST(BridgeKeys, OperationsSucceedOrFailWholeWhenAllocationsFail) {
     sweep([&run = work] { run(); }, [&run = work] { EXPECT_TRUE(run()); });
   }
   // A number that cannot be made is told as the setter's refusal; nothing else is.
-  std::set<std::string> told(keys.bridge.trace.lines.begin(), keys.bridge.trace.lines.end());
+  std::set<std::string> told(keys.bridge.trace.lines().begin(), keys.bridge.trace.lines().end());
   std::erase_if(told, [](const std::string &line) { return line.find(" qvFips") == std::string::npos; });
   const Lines expected = tagged("qvFipsDhGenerateParameters: DH_set0_pqg failed to set value(s)|"
                                 "qvFipsDsaGenerateKey: DSA_set0_key returned: 0|"

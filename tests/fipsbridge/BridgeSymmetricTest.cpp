@@ -152,11 +152,11 @@ TEST(BridgeSymmetric, TheModuleGetsItsArgumentsInOrder) {
     EVP_CIPHER_CTX_reset(context.get());
     EXPECT_EQ(referenceModule::calls(), expected);
   }
-  bridge.trace.lines.clear();
+  bridge.trace.clear();
   EXPECT_EQ(crypt(419, false, Bytes(), 1), Bytes()); // nothing in: the padding is missing
   ERR_clear_error();
   EXPECT_EQ(referenceModule::calls(), "AesSetDecryptKey context area 256 in 128|AesFree area");
-  EXPECT_EQ(bridge.trace.lines, tagged("@krEVP_CIPHER_CTX_get_cipher_data|@krEVP_CIPHER_CTX_get_cipher_data"));
+  EXPECT_EQ(bridge.trace.lines(), tagged("@krEVP_CIPHER_CTX_get_cipher_data|@krEVP_CIPHER_CTX_get_cipher_data"));
   EXPECT_EQ(EVP_Digest(kData.data(), 5, Bytes(64).data(), nullptr, EVP_sha384(), nullptr), 1);
   EXPECT_EQ(referenceModule::calls(), "ShaInit context area 216 48|ShaUpdate area in 5|ShaFinal area out|ShaFree area");
 }
@@ -201,7 +201,7 @@ TEST(BridgeSymmetric, ContextsThatCannotServeAreToldAbout) {
   const CipherContext bare(EVP_CIPHER_CTX_new()); // without data
   const EVPMDCtxPtr raw(EVP_MD_CTX_new());
   EVP_MD_CTX_set_flags(raw.get(), EVP_MD_CTX_FLAG_NO_INIT);
-  bridge.trace.lines.clear();
+  bridge.trace.clear();
   EXPECT_EQ(callEach(bridge.engine, bare.get(), raw.get()), std::vector<int>(13, 0));
   EXPECT_EQ(referenceModule::calls(), "");
   const std::string noData = "@krEVP_CIPHER_CTX_get_cipher_data|%: ctx->cipher_data is NULL|";
@@ -229,7 +229,7 @@ TEST(BridgeSymmetric, ContextsThatCannotServeAreToldAbout) {
     messages += named;
   }
   messages.pop_back();
-  EXPECT_EQ(bridge.trace.lines, tagged(messages));
+  EXPECT_EQ(bridge.trace.lines(), tagged(messages));
 }
 
 TEST(BridgeSymmetric, WithoutAModuleNothingWorksAndNothingIsSaid) {
@@ -246,5 +246,5 @@ TEST(BridgeSymmetric, WithoutAModuleNothingWorksAndNothingIsSaid) {
   }
   EXPECT_EQ(held[1], held[2]);
   ERR_clear_error();
-  EXPECT_EQ(bridge.trace.lines, Lines());
+  EXPECT_EQ(bridge.trace.lines(), Lines());
 }

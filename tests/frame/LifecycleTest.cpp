@@ -8,8 +8,8 @@
 #include <openssl/engine.h>
 #include <openssl/err.h>
 #include <openssl/rand.h>
-#include <unistd.h>
 
+#include <cstdlib>
 #include <string_view>
 #include <utility>
 
@@ -78,7 +78,7 @@ TEST(Lifecycle, ReportsAFailedInitialisationAndStillCountsIt) {
   allocations::failNth(1);
   EXPECT_EQ(krOSSLSetup(), 1);
   allocations::failNth(0);
-  EXPECT_EQ(trace.lines, krTest::tagged("krOSSLSetup: Could not initialize OpenSSL"));
+  EXPECT_EQ(trace.lines(), krTest::tagged("krOSSLSetup: Could not initialize OpenSSL"));
   EXPECT_EQ(krOSSLSetup(), 0); // not the first, so not tried again
   EXPECT_EQ(krOSSLCleanup(), 0);
   EXPECT_EQ(krOSSLCleanup(), 0);
@@ -97,7 +97,7 @@ TEST(LifecycleDeathTest, SetupRegistersNoExitHandlerAndLivesWithOne) {
   };
   const auto exitWatched = [&] {
     krOSSLSetup();
-    OPENSSL_atexit([] { _exit(3); });
+    OPENSSL_atexit([] { std::_Exit(3); });
     exitAfterSetup();
   };
   EXPECT_EXIT(exitHandled(), testing::ExitedWithCode(0), "");

@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
 # An outside program is built against the installed tree, once through the CMake package and once through
-# pkg-config, and runs. Its key delegation is the README's example, taken from there, and so are the examples
-# of docs/classes.md.
+# pkg-config, and runs.
 # usage: consumer_test.sh SOURCE_DIR BUILD_DIR
 set -euo pipefail
 source=$1
@@ -9,14 +8,8 @@ build=$2
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-cp -r "$source/tests/install/consumer" "$work/consumer"
-code_of() { sed -n '/^```cpp$/,/^```$/{/^```/!p}' "$1"; }
-code_of "$source/README.md" >"$work/consumer/delegate.cpp"
-{
-  printf '#include <krOpenSSL/krOpenSSL.h>\n#include <openssl/crypto.h>\n#include <cstring>\n'
-  code_of "$source/docs/classes.md"
-} >"$work/consumer/classes.cpp"
-[ "$(grep -c . "$work/consumer/delegate.cpp")" -le 12 ] || { echo "the README's example has grown" >&2; exit 1; }
+. "$source/tests/install/lib.sh"
+lay_out_consumer "$work/consumer"
 
 cmake --install "$build" --prefix "$work/prefix" >/dev/null
 cmake -S "$work/consumer" -B "$work/build" -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null

@@ -25,7 +25,7 @@ struct Bridge {
       EXPECT_EQ(qvFipsRandSeed(nullptr, 0), 1);
     }
     referenceModule::calls();
-    trace.lines.clear();
+    trace.clear();
   }
   ~Bridge() {
     referenceModule::failing.clear();

@@ -9,15 +9,21 @@ namespace {
 
 // Whether the call is to succeed.
 bool note(const std::string &call, const std::string &path = {}) {
-  calls.push_back(path.empty() ? call : call + " " + path.substr(path.rfind('/') + 1));
+  calls.push_back(path.empty() ? call : call + " " + path.substr(path.find_last_of("/\\") + 1));
   return !failing.contains(call);
+}
+
+std::string generic(const char *path) {
+  std::string text = path;
+  std::replace(text.begin(), text.end(), '\\', '/');
+  return text;
 }
 
 Entry query(const std::string &call, const char *path) {
   if (!note(call, path)) {
     throw std::filesystem::filesystem_error(call, path, std::make_error_code(std::errc::permission_denied));
   }
-  const auto found = entries.find(path);
+  const auto found = entries.find(generic(path));
   return found == entries.end() ? Entry{} : found->second;
 }
 
@@ -75,13 +81,13 @@ EntryKind status(const char *path) { return fake::query("status", path).target; 
 EntryKind linkStatus(const char *path) { return fake::query("linkStatus", path).kind; }
 
 std::optional<std::uint64_t> fileSize(const char *path) noexcept {
-  const auto found = fake::entries.find(path);
+  const auto found = fake::entries.find(fake::generic(path));
   return fake::note("fileSize", path) && found != fake::entries.end() ? std::optional(found->second.size)
                                                                       : std::nullopt;
 }
 
 bool removeEntry(const char *path) noexcept {
-  return fake::note("removeEntry", path) && fake::entries.erase(path) == 1;
+  return fake::note("removeEntry", path) && fake::entries.erase(fake::generic(path)) == 1;
 }
 
 void createFolder(const char *path) noexcept { fake::note("createFolder", path); }
@@ -128,5 +134,6 @@ const char *const kModuleSuffix = ".so";
 void *loadedModule(const char * /*path*/) noexcept { return nullptr; }
 void *moduleObject(void * /*module*/, const char * /*name*/) noexcept { return nullptr; }
 void freeModule(void * /*module*/) noexcept {}
+bool stayLoaded() noexcept { return true; }
 
 } // namespace krOpenSSL::platform

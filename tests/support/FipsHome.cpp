@@ -1,8 +1,9 @@
 #include "support/FipsHome.h"
 
+#include "platform/Platform.h"
 #include "state/State.h"
+#include "support/Machine.h"
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -11,17 +12,13 @@
 
 namespace krTest {
 
-FipsHome::FipsHome(const std::string &failing) {
-  std::string pattern = (std::filesystem::temp_directory_path() / "krOpenSSL-fips-XXXXXX").string();
-  folder_ = mkdtemp(pattern.data());
-  std::filesystem::create_directories(folder_ / "Corvane/Logging");
-  setenv("KR_PROGRAM_DATA", folder_.c_str(), 1);
-  setenv("KR_COMMON_PROGRAM_FILES", KR_PROGRAM_FILES, 1);
-  setenv(kStandInFails, failing.c_str(), 1);
+FipsHome::FipsHome(const std::string &failing) : folder_(machine::newProgramData()) {
+  modules = machine::provideModules(KR_PROGRAM_FILES);
+  machine::setVariable(kStandInFails, failing.c_str());
   krOpenSSL::state::krLogThreshold = 4;
 }
 
-FipsHome::~FipsHome() { std::filesystem::remove_all(folder_); }
+FipsHome::~FipsHome() { machine::removeProgramData(folder_); }
 
 std::vector<std::string> FipsHome::newLogLines() {
   static const std::regex loader(R"(4, c=0 .* krWolfSSLFIPS\.cpp:(\d+) - 'wolfEngine' (.*) )");
@@ -47,13 +44,15 @@ std::vector<std::string> FipsHome::newLogLines() {
 }
 
 WolfEngineRecord &FipsHome::record() {
-  void *module = dlopen(KR_PROGRAM_FILES "/Corvane/TRVA/wolfEngine.so", RTLD_LAZY | RTLD_NOLOAD);
-  void *record = module != nullptr ? dlsym(module, "standInRecord") : nullptr;
+  using namespace krOpenSSL::platform;
+  const std::filesystem::path file = modules / "Corvane" / "TRVA" / (std::string("wolfEngine") + kModuleSuffix);
+  void *module = loadedModule(file.string().c_str());
+  void *record = module != nullptr ? moduleObject(module, "standInRecord") : nullptr;
   if (record == nullptr) {
     ADD_FAILURE() << "the stand-in is not loaded";
     std::abort();
   }
-  dlclose(module);
+  freeModule(module);
   return *static_cast<WolfEngineRecord *>(record);
 }
 

@@ -25,6 +25,8 @@ public:
   static WolfEngineRecord &record();
 
 private:
+  static inline std::filesystem::path modules;
+
   std::filesystem::path folder_;
   std::size_t seen_ = 0;
 };

@@ -46,7 +46,7 @@ template <class Encode, class Decode> EVPPKeyPtr copyThrough(EVP_PKEY *key, Enco
   unsigned char *end = der.data();
   encode(key, &end);
   const unsigned char *cursor = der.data();
-  return EVPPKeyPtr(decode(nullptr, &cursor, end - cursor));
+  return EVPPKeyPtr(decode(nullptr, &cursor, static_cast<long>(der.size())));
 }
 
 EVPPKeyCtxPtr contextFor(EVP_PKEY *key, std::size_t digestLength, int padding, int (*init)(EVP_PKEY_CTX *)) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <openssl/err.h>
 
+#include <cstddef>
 #include <cstdio>
 
 namespace {
@@ -22,7 +23,7 @@ class Listener : public testing::EmptyTestEventListener {
     if (test.result()->Passed()) {
       EXPECT_EQ(ERR_peek_error(), 0U) << "errors left in OpenSSL's queue";
     }
-    ERR_print_errors_fp(stderr);
+    ERR_print_errors_cb([](const char *text, std::size_t, void *) { return std::fputs(text, stderr); }, nullptr);
   }
 };
 

@@ -121,7 +121,7 @@ int tdesSetKey(void *, void *area, Length, Bytes key) {
 }
 int tdesCbc(void *first, void *second, void *third, Bytes in, Buffer out, Length length, Bytes iv, Buffer ivOut,
             Length encrypt) {
-  DES_ede3_cbc_encrypt(in, out, length, schedule(first), schedule(second), schedule(third),
+  DES_ede3_cbc_encrypt(in, out, static_cast<long>(length), schedule(first), schedule(second), schedule(third),
                        reinterpret_cast<DES_cblock *>(ivOut), narrow(encrypt));
   return done(iv == ivOut);
 }

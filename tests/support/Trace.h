@@ -1,9 +1,8 @@
 // The console trace as it reaches the standard output.
 #pragma once
 
-#include <cstdio>
 #include <functional>
-#include <mutex>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -20,15 +19,15 @@ public:
   Trace(const Trace &) = delete;
   Trace &operator=(const Trace &) = delete;
 
-  Lines lines;
-  std::vector<bool> probed; ///< what the probe said at each line
+  /// What has been written since the start or the last clear.
+  const Lines &lines() const;
+  void clear();
+
+  std::vector<bool> probed; ///< what the probe said at each line; posix/ only
 
 private:
-  static ssize_t write(void *self, const char *text, std::size_t length);
-
-  std::function<bool()> probe_;
-  std::FILE *stdout_;
-  std::mutex writing_;
+  struct Capture; // what the system takes to catch the standard output
+  std::unique_ptr<Capture> capture_;
 };
 
 /// The trace lines of messages that are parted by '|'. "@name" stands for the two lines of an accessor.

@@ -3,6 +3,7 @@
 // every kind, and which logs from inside OpenSSL's calls.
 #include "support/WolfEngineStandIn.h"
 
+#include <krOpenSSL/krExport.h>
 #include <krOpenSSL/krHandles.h>
 
 #include <openssl/rand.h>
@@ -10,7 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#define EXPORTED extern "C" __attribute__((visibility("default")))
+#define EXPORTED extern "C" KR_API
 
 using krOpenSSL::ECKeyPtr;
 using krOpenSSL::RSAPtr;

@@ -13,4 +13,6 @@ void *moduleObject(void *module, const char *name) noexcept { return dlsym(modul
 
 void freeModule(void *module) noexcept { dlclose(module); }
 
+bool stayLoaded() noexcept { return true; } // it is linked so
+
 } // namespace krOpenSSL::platform

@@ -8,7 +8,7 @@
 #include "ProcessHolder.h"
 
 #include "Failure.h"
-#include "Packet.h"
+#include "posix/Packet.h"
 
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -178,6 +178,8 @@ private:
 };
 
 } // namespace
+
+const bool kProcessHolderAvailable = true;
 
 std::unique_ptr<KeyHolder> startProcessHolder(const KeyMaker &makeKeys) {
   int ends[2];

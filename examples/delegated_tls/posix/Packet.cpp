@@ -1,5 +1,5 @@
 // Packets of a SOCK_SEQPACKET socket.
-#include "Packet.h"
+#include "posix/Packet.h"
 
 #include <sys/socket.h>
 

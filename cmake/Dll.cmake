@@ -1,0 +1,13 @@
+# What makes a DLL of krOpenSSL64: its entry, its version resource, and a compiler's run-time inside it, so that
+# it imports from OpenSSL and the system only.
+set(_windows ${PROJECT_SOURCE_DIR}/krOpenSSL/platform/windows)
+enable_language(RC)
+configure_file(${_windows}/version.rc.in ${CMAKE_CURRENT_BINARY_DIR}/version.rc @ONLY)
+target_sources(krOpenSSL64 PRIVATE ${_windows}/DllEntry.cpp ${CMAKE_CURRENT_BINARY_DIR}/version.rc)
+target_include_directories(krOpenSSL64 PRIVATE ${PROJECT_SOURCE_DIR}/krOpenSSL)
+set_target_properties(krOpenSSL64 PROPERTIES PREFIX "")
+
+if(MINGW)
+  target_link_options(krOpenSSL64 PRIVATE LINKER:--output-def,${CMAKE_CURRENT_BINARY_DIR}/krOpenSSL64.def)
+  target_link_libraries(krOpenSSL64 PRIVATE krWarnings)
+endif()

@@ -1,0 +1,12 @@
+# `cpack` makes an archive of what `cmake --install` lays down: .zip for Windows, .tar.gz elsewhere.
+set(CPACK_PACKAGE_NAME krOpenSSL)
+set(CPACK_PACKAGE_VENDOR krOpenSSL)
+set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
+set(CPACK_STRIP_FILES ON)
+if(WIN32)
+  set(CPACK_GENERATOR ZIP)
+  set(CPACK_SYSTEM_NAME win64)
+else()
+  set(CPACK_GENERATOR TGZ)
+endif()
+include(CPack)

@@ -1,0 +1,98 @@
+// Forked children: their random numbers, and one for each allocation of a set-up that fails.
+#include "support/Allocations.h"
+#include "support/Draws.h"
+#include "support/Trace.h"
+
+#include <krOpenSSL/krLifecycle.h>
+
+#include <gtest/gtest.h>
+#include <openssl/engine.h>
+#include <openssl/err.h>
+#include <openssl/ssl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+
+namespace {
+
+using namespace krTest;
+
+// What a forked child draws, after it has done what @p first says.
+Bytes drawnInChild(void (*first)()) {
+  std::array<int, 2> ends{};
+  EXPECT_EQ(pipe(ends.data()), 0);
+  const pid_t child = fork();
+  if (child == 0) {
+    first();
+    const Bytes bytes = draw();
+    _exit(write(ends[1], bytes.data(), bytes.size()) == 32 ? 0 : 1);
+  }
+  close(ends[1]);
+  Bytes bytes(32);
+  EXPECT_EQ(read(ends[0], bytes.data(), bytes.size()), 32);
+  close(ends[0]);
+  waitpid(child, nullptr, 0);
+  return bytes;
+}
+
+// What a child may do before it draws.
+void nothing() {}
+void seed() { RAND_seed(Bytes(100, 0x42).data(), 100); }
+void add() { RAND_add(Bytes(100, 0x42).data(), 100, 100); }
+void cleanUp() { RAND_get_rand_method()->cleanup(); }
+void forkAgain() {
+  draw(7);
+  if (const pid_t child = fork(); child != 0) {
+    waitpid(child, nullptr, 0);
+    _exit(0);
+  }
+}
+
+// Whether a set-up whose n-th allocation fails ends without a look for a module in place of the engine.
+bool setsUpOrFails(long n) {
+  const Trace quiet;
+  allocations::failNth(n);
+  krOSSLSetup();
+  bool searched = false;
+  while (const unsigned long code = ERR_get_error()) {
+    searched = searched || (ERR_GET_LIB(code) == ERR_LIB_ENGINE && ERR_GET_REASON(code) == ENGINE_R_NO_SUCH_ENGINE);
+  }
+  krOSSLCleanup();
+  return !searched;
+}
+
+} // namespace
+
+TEST(Fork, ChildrenRepeatNeitherTheirParentNorEachOther) {
+  krOSSLSetup();
+  std::vector<Bytes> draws;
+  for (const auto before : {nothing, cleanUp}) { // the parent's rest of a block outlives the clean-up
+    for (const auto first : {nothing, seed, add, cleanUp, forkAgain}) {
+      if (before == nothing || first != seed) { // a generator that is to be seeded may be seeded alike
+        draw(7);
+        before();
+        draws.insert(draws.end(), {drawnInChild(first), drawnInChild(first), draw()});
+      }
+    }
+  }
+  expectNoPieceTwice(draws);
+  krOSSLCleanup();
+}
+
+// In a child for each allocation, since OpenSSL does not try again what it does once.
+TEST(Fork, ASetupSurvivesAndLooksForNoModuleInPlaceOfItsEngine) {
+  enum Outcome { nothingFailed, right, wrong };
+  // Thousands of allocations that are OpenSSL's own affair.
+  OPENSSL_init_ssl(OPENSSL_INIT_LOAD_CRYPTO_STRINGS | OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_NO_ATEXIT, nullptr);
+  for (int outcome = right, n = 1; outcome != nothingFailed; ++n) {
+    const pid_t child = fork();
+    if (child == 0) {
+      const bool survived = setsUpOrFails(n);
+      _exit(!survived ? wrong : allocations::failed() ? right : nothingFailed);
+    }
+    waitpid(child, &outcome, 0);
+    ASSERT_TRUE(WIFEXITED(outcome) && WEXITSTATUS(outcome) != wrong) << "allocation " << n;
+    outcome = WEXITSTATUS(outcome);
+  }
+}

@@ -1,0 +1,38 @@
+#!/usr/bin/env bash
+# The archive that cpack makes is whole: an outside program is built against what comes out of it, and runs.
+# usage: package_test.sh SOURCE_DIR BUILD_DIR [WINE]
+set -euo pipefail
+source=$1
+build=$2
+run=${3:-}
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+. "$source/tests/install/lib.sh"
+lay_out_consumer "$work/consumer"
+
+mkdir "$work/package"
+(cd "$build" && cpack -B "$work" >/dev/null)
+(cd "$work/package" && cmake -E tar xf "$work"/krOpenSSL-*.*[pz])
+prefix=$(echo "$work"/package/*)
+
+expected=(include/krOpenSSL/krOpenSSL.h share/doc/krOpenSSL/LICENSE)
+if [ -n "$run" ]; then
+  expected+=(bin/krOpenSSL64.dll lib/krOpenSSL64.def lib/libkrOpenSSL64.dll.a)
+fi
+for file in "${expected[@]}"; do
+  [ -s "$prefix/$file" ] || { echo "the package has no $file" >&2; exit 1; }
+done
+
+options=(-DCMAKE_PREFIX_PATH="$prefix")
+if [ -n "$run" ]; then
+  options+=(-DCMAKE_TOOLCHAIN_FILE="$source/cmake/mingw-w64.cmake" -DCMAKE_EXE_LINKER_FLAGS=-static)
+fi
+cmake -S "$work/consumer" -B "$work/build" "${options[@]}" >/dev/null
+cmake --build "$work/build" >/dev/null
+if [ -n "$run" ]; then
+  # A Windows program finds its DLLs beside it.
+  cp "$prefix"/bin/*.dll "$build"/bin/lib*.dll "$work/build"
+  "$run" "$work/build/consumer.exe" >/dev/null
+else
+  "$work/build/consumer" >/dev/null
+fi

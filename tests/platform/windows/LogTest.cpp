@@ -1,0 +1,187 @@
+// The log in its real folder.
+#include "log/krCustomLogger.h"
+#include "platform/windows/LogHome.h"
+
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <array>
+#include <functional>
+#include <regex>
+#include <thread>
+
+using namespace krTest;
+using namespace krOpenSSL::platform;
+
+namespace {
+
+std::string path;
+std::function<void()> meanwhile; // before the check
+int checks = 0;
+
+bool check(Entry &checked) {
+  ++checks;
+  meanwhile();
+  checked = inspect(path.c_str());
+  return true;
+}
+
+} // namespace
+
+TEST(Log, GetsLinesOfTheFormat) {
+  const LogHome home;
+  krLogLine(2, 7, "100%s");
+  std::ostringstream line;
+  line << R"(2, c=7 \d{4}/\d\d/\d\d \d\d:\d\d:\d\d\.\d{3} p0*)" << GetCurrentProcessId() << " t" << std::hex
+       << GetCurrentThreadId() << R"( krCustomLogger\.cpp:363 - '' 100%s )"
+       << "\r\n";
+  EXPECT_TRUE(std::regex_match(contentOf(home.file), std::regex(line.str()))) << contentOf(home.file);
+}
+
+TEST(Log, IsRotatedToAFileForEveryone) {
+  const LogHome home;
+  RegSetKeyValueA(HKEY_LOCAL_MACHINE, R"(SOFTWARE\WOW6432Node\Corvane\Logging)", "LogSizeInMB", REG_SZ, "1", 2);
+  constexpr std::size_t kLimit = 1U << 20U;
+  put(home.file, std::string(kLimit, 'x'));
+  put(home.old, "older");
+  krLogLine(1, 2, "first"); // never rotates
+  EXPECT_EQ(contentOf(home.old), "older");
+  krLogLine(1, 2, "second");
+  EXPECT_GT(std::filesystem::file_size(home.old), kLimit);
+  EXPECT_NE(contentOf(home.file).find("second"), std::string::npos);
+  EXPECT_TRUE(hasAccess(home.file, kForEveryone));
+  krLogLine(1, 2, "third");
+  EXPECT_NE(contentOf(home.file).find("third"), std::string::npos);
+  RegDeleteTreeA(HKEY_LOCAL_MACHINE, R"(SOFTWARE\WOW6432Node\Corvane)");
+}
+
+TEST(Log, ReplacesAFileOfTwoNames) {
+  const LogHome home;
+  put(home.other, "kept");
+  std::filesystem::create_hard_link(home.other, home.file);
+  krLogLine(1, 2, "line");
+  EXPECT_EQ(contentOf(home.other), "kept");
+  EXPECT_EQ(inspect(home.file.c_str()).links, 1U);
+  EXPECT_NE(contentOf(home.file).find("line"), std::string::npos);
+  EXPECT_TRUE(hasAccess(home.file, kProtected));
+}
+
+TEST(Log, ReplacesLinksAndLeavesTheirTargets) {
+  const LogHome home;
+  put(home.other, "kept");
+  CreateSymbolicLinkA(home.file.c_str(), home.other.c_str(), 0);
+  if (linkStatus(home.file.c_str()) != EntryKind::link) {
+    GTEST_SKIP() << "this system makes no symbolic links that are seen as such";
+  }
+  krLogLine(1, 2, "line");
+  EXPECT_EQ(contentOf(home.other), "kept");
+  EXPECT_EQ(inspect(home.file.c_str()).kind, EntryKind::file);
+  EXPECT_TRUE(hasAccess(home.file, kProtected));
+}
+
+TEST(Log, NeedsItsFolder) {
+  const LogHome home;
+  std::filesystem::remove(home.folder);
+  krLogLine(1, 2, "line");
+  EXPECT_FALSE(std::filesystem::exists(home.folder));
+}
+
+TEST(Log, KeepsTheLinesOfThreadsWhole) {
+  const LogHome home;
+  {
+    std::array<std::jthread, 4> threads;
+    for (std::jthread &thread : threads) {
+      thread = std::jthread([] {
+        for (int line = 0; line < 50; ++line) {
+          krLogLine(1, 2, std::string(500, 'x').c_str());
+        }
+      });
+    }
+  }
+  std::istringstream lines(contentOf(home.file));
+  int count = 0;
+  for (std::string line; std::getline(lines, line); ++count) {
+    EXPECT_TRUE(line.starts_with("1, c=2 ") && line.ends_with(std::string(500, 'x') + " \r")) << line;
+  }
+  EXPECT_EQ(count, 200);
+}
+
+TEST(AppendFile, StaysInItsPlaceFromTheOpeningToTheCheck) {
+  const LogHome home;
+  path = home.file;
+  checks = 0;
+  meanwhile = [&] {
+    EXPECT_FALSE(MoveFileExA(path.c_str(), home.other.c_str(), 0));
+    EXPECT_FALSE(DeleteFileA(path.c_str()));
+  };
+  AppendFile file;
+  EXPECT_EQ(file.open(path.c_str(), check), AppendFile::Outcome::opened);
+  EXPECT_EQ(checks, 1);
+  file.write("a\nb\n", 4);
+  EXPECT_EQ(contentOf(path), "a\r\nb\r\n");
+}
+
+TEST(AppendFile, IsTheFileThatThePathLeadsToAfterTheCheck) {
+  const LogHome home;
+  path = home.file;
+  checks = 0;
+  meanwhile = [&] {
+    if (checks == 1) { // another folder takes the place of the one that was opened in
+      MoveFileExA(home.folder.string().c_str(), home.other.c_str(), 0);
+      CreateDirectoryA(home.folder.string().c_str(), nullptr);
+    }
+  };
+  AppendFile file;
+  EXPECT_EQ(file.open(path.c_str(), check), AppendFile::Outcome::opened);
+  file.write("line", 4);
+  EXPECT_EQ(contentOf(path), "line");
+}
+
+TEST(AppendFile, GetsNoLineThroughAFurtherName) {
+  const LogHome home;
+  path = home.file;
+  checks = 0;
+  meanwhile = [&] { CreateHardLinkA(home.other.c_str(), path.c_str(), nullptr); };
+  AppendFile file;
+  EXPECT_EQ(file.open(path.c_str(), check), AppendFile::Outcome::redirected);
+  EXPECT_EQ(checks, 1);
+}
+
+TEST(MoveOver, MovesAFullFileThatNobodyHolds) {
+  const LogHome home;
+  put(home.file, "0123456789");
+  put(home.old, "older");
+  EXPECT_FALSE(moveOver(home.file.c_str(), home.old.c_str(), 11)); // the next file already
+  {
+    const std::ifstream held(home.file);
+    EXPECT_FALSE(moveOver(home.file.c_str(), home.old.c_str(), 10));
+  }
+  EXPECT_TRUE(moveOver(home.file.c_str(), home.old.c_str(), 10));
+  EXPECT_EQ(contentOf(home.old), "0123456789");
+  EXPECT_FALSE(moveOver(home.file.c_str(), home.old.c_str(), 0));
+}
+
+TEST(Entries, AreSeenAndRemovedAsTheyAre) {
+  const LogHome home;
+  put(home.file, "");
+  std::filesystem::create_hard_link(home.file, home.other);
+  const std::string folder = home.folder.string();
+  const std::string none = (home.folder / "none" / "log").string();
+  EXPECT_EQ(inspect(home.file.c_str()).links, 2U);
+  EXPECT_EQ(inspect(folder.c_str()).kind, EntryKind::folder);
+  EXPECT_EQ(inspect(folder.c_str()).links, 1U);
+  for (const std::string &missing : {none, home.old, std::string("?:\\|")}) {
+    EXPECT_EQ(inspect(missing.c_str()).target, EntryKind::missing);
+    EXPECT_EQ(status(missing.c_str()), EntryKind::missing);
+    EXPECT_FALSE(removeEntry(missing.c_str()));
+    EXPECT_FALSE(fileSize(missing.c_str()).has_value());
+  }
+  EXPECT_FALSE(fileSize(folder.c_str()).has_value());
+  EXPECT_FALSE(removeEntry(folder.c_str())); // a real folder
+  EXPECT_TRUE(removeEntry(home.file.c_str()));
+  EXPECT_EQ(inspect(home.other.c_str()).links, 1U);
+  createFolder(home.file.c_str());
+  createFile(home.old.c_str());
+  EXPECT_EQ(status(home.file.c_str()), EntryKind::folder);
+  EXPECT_EQ(status(home.old.c_str()), EntryKind::file);
+}
