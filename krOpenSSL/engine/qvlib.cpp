@@ -75,8 +75,11 @@ int qvlib_init(ENGINE * /*engine*/) noexcept { return 1; }
 
 int qvlib_destroy(ENGINE *engine) noexcept {
   RSA_meth_free(const_cast<RSA_METHOD *>(ENGINE_get_RSA(engine)));
+  ENGINE_set_RSA(engine, nullptr);
   DSA_meth_free(const_cast<DSA_METHOD *>(ENGINE_get_DSA(engine)));
+  ENGINE_set_DSA(engine, nullptr);
   // By its handle: the engine may be without it, and EC_KEY_METHOD_free takes no null, unlike the others.
   ECKeyMethodPtr(const_cast<EC_KEY_METHOD *>(ENGINE_get_EC(engine))).reset();
+  ENGINE_set_EC(engine, nullptr);
   return 1;
 }

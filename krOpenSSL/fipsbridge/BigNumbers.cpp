@@ -39,9 +39,15 @@ bool ReturnedNumber::allocate(FipsModule::Length capacity) noexcept {
   return bytes_.allocate(capacity);
 }
 
-BIGNUMPtr ReturnedNumber::number() const noexcept {
+BIGNUMPtr ReturnedNumber::number(const BIGNUM *like) const noexcept {
+  const int protection = like != nullptr ? BN_get_flags(like, BN_FLG_SECURE | BN_FLG_CONSTTIME) : 0;
+  BIGNUMPtr number((protection & BN_FLG_SECURE) != 0 ? BN_secure_new() : BN_new());
   const bool plausible = length_ >= 0 && length_ <= bytes_.size();
-  return BIGNUMPtr(plausible ? BN_bin2bn(bytes_.data(), static_cast<int>(length_), nullptr) : nullptr);
+  if (!plausible || !number || BN_bin2bn(bytes_.data(), static_cast<int>(length_), number.get()) == nullptr) {
+    return nullptr;
+  }
+  BN_set_flags(number.get(), protection & BN_FLG_CONSTTIME);
+  return number;
 }
 
 } // namespace krOpenSSL

@@ -63,7 +63,8 @@ public:
   FipsModule::Capacity length() noexcept { return &length_; } ///< the capacity until the module has written
 
   /// The number; null without memory, or when the module claims to have written what cannot be there.
-  BIGNUMPtr number() const noexcept;
+  /// @param like  whose protection it gets: secure memory, constant time
+  BIGNUMPtr number(const BIGNUM *like = nullptr) const noexcept;
 
 private:
   WipedBytes bytes_;

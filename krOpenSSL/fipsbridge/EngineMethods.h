@@ -45,7 +45,10 @@ struct EngineMethods {
 /// Gives a fresh engine its slots, all empty; false when they cannot be made.
 bool giveMethods(ENGINE *engine) noexcept;
 
-/// The slots of an engine; null when it is none of ours.
+/// The slots of an engine, or for one that has none slots that the process keeps; null when those cannot be made.
 EngineMethods *methodsOf(const ENGINE *engine) noexcept;
+
+/// Frees the slots of an engine and what they hold.
+void takeMethods(ENGINE *engine) noexcept;
 
 } // namespace krOpenSSL

@@ -4,6 +4,7 @@
 // No lock: each operation may replace the module's key in the cell, so one object serves one thread at a time.
 #pragma once
 
+#include "accessors/ErrorQueueScope.h"
 #include "fipsbridge/AttachedModule.h"
 #include "fipsbridge/qvFipsRand.h"
 
@@ -31,6 +32,7 @@ template <class Key> KeyHandleCell *cellOf(const KeyCells<Key> &cells, Key *key)
 
 /// A key's finish function: the module lets go of its key, and the cell is wiped and freed.
 template <class Key> int finishCell(const KeyCells<Key> &cells, Key *key) noexcept {
+  const ErrorQueueScope errors;
   if (key == nullptr) {
     return 0;
   }
@@ -66,8 +68,9 @@ int makeKey(Entry entry, KeyHandleCell *cell, Arguments... arguments) noexcept {
   return entry(fipsModuleContext, cell, sizeof *cell, fipsGeneratorState, arguments...);
 }
 
-/// A length that the module wrote, as OpenSSL takes it; -1 when the buffer does not hold as much.
-constexpr int checkedLength(FipsModule::Length length, FipsModule::Length capacity) noexcept {
+/// A length that the module reports, as OpenSSL takes it; -1 when the buffer does not hold as much, since OpenSSL
+/// would read beyond it.
+constexpr int reportedLength(FipsModule::Length length, FipsModule::Length capacity) noexcept {
   return length >= 0 && length <= capacity ? static_cast<int>(length) : -1;
 }
 

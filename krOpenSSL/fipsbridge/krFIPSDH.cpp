@@ -24,6 +24,7 @@ BIGNUMPtr makePrivateKey(const BIGNUM *p) noexcept {
   return key;
 }
 
+// A negative generator is none: as a word it would be a number that nobody asked for.
 BIGNUMPtr generatorNumber(int generator) noexcept {
   BIGNUMPtr g(generator > 0 ? BN_new() : nullptr);
   if (g && BN_set_word(g.get(), static_cast<BN_ULONG>(generator)) == 0) {
@@ -129,7 +130,7 @@ int qvFipsDhComputeKey(unsigned char *key, const BIGNUM *pub_key, DH *dh) noexce
   const int capacity = BN_num_bytes(p);
   FipsModule::Length written = 0;
   const int result = module->DhComputeKey(cell, key, &written, capacity, peer.bytes(), peer.length());
-  return result == 0 ? checkedLength(written, capacity) : -1;
+  return result == 0 ? reportedLength(written, capacity) : -1;
 }
 
 int qvFipsDhInit(DH *dh) noexcept {

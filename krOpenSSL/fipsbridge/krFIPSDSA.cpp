@@ -61,11 +61,11 @@ void replaceValue(const BIGNUM *own, BIGNUMPtr &fresh) noexcept {
 
 /// The new numbers are both made before the object sees the first, so that its pair always belongs together.
 int takeKeyPair(DSA *dsa, const ReturnedNumber &publicBytes, const ReturnedNumber &privateBytes) noexcept {
-  BIGNUMPtr publicKey = publicBytes.number();
-  BIGNUMPtr privateKey = privateBytes.number();
   const BIGNUM *ownPublic = nullptr;
   const BIGNUM *ownPrivate = nullptr;
   krDSA_get0_key(dsa, &ownPublic, &ownPrivate);
+  BIGNUMPtr publicKey = publicBytes.number(ownPublic);
+  BIGNUMPtr privateKey = privateBytes.number(ownPrivate);
   int taken = 0;
   if (publicKey && privateKey) {
     replaceValue(ownPublic, publicKey);
@@ -95,6 +95,7 @@ int takeGroup(DSA *dsa, const std::array<ReturnedNumber, 3> &group) noexcept {
 } // namespace
 
 int qvFipsDsaLoadKey(DSA *dsa) noexcept {
+  const ErrorQueueScope errors;
   const FipsModule *module = attachedModule();
   KeyHandleCell *cell = cellOf(kCells, dsa);
   if (module == nullptr || cell == nullptr) {
@@ -123,8 +124,8 @@ DSA_SIG *qvFipsDsaSign(const unsigned char *dgst, int dlen, DSA *dsa) noexcept {
     return nullptr;
   }
   FipsModule::Length written = signature.size();
-  if (module->DsaSign(cellOf(kCells, dsa), dgst, dlen, signature.data(), &written, nullptr, 0) != 0 ||
-      checkedLength(written, signature.size()) == -1) {
+  if (module->DsaSign(cellOf(kCells, dsa), dgst, dlen, signature.data(), &written, nullptr, 0) != 0 || written < 0 ||
+      written > signature.size()) {
     return nullptr;
   }
   const unsigned char *cursor = signature.data();

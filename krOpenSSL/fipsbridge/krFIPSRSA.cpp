@@ -67,8 +67,7 @@ int operate(FipsModule::RsaStep FipsModule::*entry, int flen, const unsigned cha
   if ((module->*entry)(cellOf(kCells, rsa), from, flen, code, to, &written) != 0) {
     return -1;
   }
-  // Without a modulus nothing says how much the buffer holds, and the module cannot have done anything.
-  return checkedLength(written, RSA_get0_n(rsa) != nullptr ? RSA_size(rsa) : 0);
+  return reportedLength(written, RSA_get0_n(rsa) != nullptr ? RSA_size(rsa) : 0);
 }
 
 /// The numbers of a generated key, each with room for the modulus.
@@ -103,6 +102,7 @@ bool takeGenerated(RSA *rsa, const ReturnedKey &key) noexcept {
 } // namespace
 
 int qvFipsRsaLoadKey(RSA *rsa) noexcept {
+  const ErrorQueueScope errors;
   const FipsModule *module = attachedModule();
   KeyHandleCell *cell = cellOf(kCells, rsa);
   if (module == nullptr || cell == nullptr) {

@@ -1,6 +1,7 @@
 // The bridge's ciphers as one table, their selector, and the callbacks that hand the work to the module.
 #include "fipsbridge/qvCiphers.h"
 
+#include "accessors/ErrorQueueScope.h"
 #include "accessors/krAccessors.h"
 #include "accessors/krTraceLog.h"
 #include "fipsbridge/AttachedModule.h"
@@ -61,10 +62,13 @@ int directionOf(const EVP_CIPHER_CTX *ctx, const char *callback) noexcept {
   return encrypt;
 }
 
-// OpenSSL has copied the IV into the context before it calls an init callback: with the key in the module's
-// hands the context is complete.
-int qv_init_key_3des(EVP_CIPHER_CTX *ctx, const unsigned char *key, const unsigned char * /*iv*/,
-                     int /*enc*/) noexcept {
+// Gives the context its IV and direction. Without the key OpenSSL does not come back to the init callback.
+int complete(EVP_CIPHER_CTX *ctx, const unsigned char *iv, int enc) noexcept {
+  return EVP_CipherInit_ex(ctx, nullptr, nullptr, nullptr, iv, enc) > 0 ? 1 : 0;
+}
+
+int qv_init_key_3des(EVP_CIPHER_CTX *ctx, const unsigned char *key, const unsigned char *iv, int enc) noexcept {
+  const ErrorQueueScope errors;
   const FipsModule *module = attachedModule();
   if (module == nullptr) {
     return 0;
@@ -77,25 +81,27 @@ int qv_init_key_3des(EVP_CIPHER_CTX *ctx, const unsigned char *key, const unsign
     module->TdesSetKey(fipsModuleContext, schedule.data(), kScheduleBytes, key);
     key += kDesKeyBytes;
   }
-  return 1;
+  return complete(ctx, iv, enc);
 }
 
-int qv_init_key_aes(EVP_CIPHER_CTX *ctx, const unsigned char *key, const unsigned char * /*iv*/, int enc) noexcept {
+int qv_init_key_aes(EVP_CIPHER_CTX *ctx, const unsigned char *key, const unsigned char *iv, int enc) noexcept {
+  const ErrorQueueScope errors;
   const FipsModule *module = attachedModule();
   if (module == nullptr) {
     return 0;
   }
-  const int keyBits = EVP_CIPHER_key_length(EVP_CIPHER_CTX_cipher(ctx)) * 8;
   void *area = areaOf(ctx, __func__);
   if (area == nullptr) {
     return 0;
   }
+  const int keyBits = EVP_CIPHER_key_length(EVP_CIPHER_CTX_cipher(ctx)) * 8;
   const auto setKey = enc != 0 ? module->AesSetEncryptKey : module->AesSetDecryptKey;
   setKey(fipsModuleContext, area, kAesAreaBytes, key, keyBits);
-  return 1;
+  return complete(ctx, iv, enc);
 }
 
 int qv_cipher_3des(EVP_CIPHER_CTX *ctx, unsigned char *out, const unsigned char *in, std::size_t len) noexcept {
+  const ErrorQueueScope errors;
   const FipsModule *module = attachedModule();
   Iv iv{};
   if (module == nullptr || !readIv(ctx, iv, __func__)) {
@@ -113,6 +119,7 @@ int qv_cipher_3des(EVP_CIPHER_CTX *ctx, unsigned char *out, const unsigned char 
 }
 
 int qv_cipher_aes_cbc(EVP_CIPHER_CTX *ctx, unsigned char *out, const unsigned char *in, std::size_t len) noexcept {
+  const ErrorQueueScope errors;
   const FipsModule *module = attachedModule();
   Iv iv{};
   if (module == nullptr || !readIv(ctx, iv, __func__)) {
@@ -127,6 +134,7 @@ int qv_cipher_aes_cbc(EVP_CIPHER_CTX *ctx, unsigned char *out, const unsigned ch
 }
 
 int qv_cipher_aes_ecb(EVP_CIPHER_CTX *ctx, unsigned char *out, const unsigned char *in, std::size_t len) noexcept {
+  const ErrorQueueScope errors;
   const FipsModule *module = attachedModule();
   if (module == nullptr) {
     return 0;
@@ -140,6 +148,7 @@ int qv_cipher_aes_ecb(EVP_CIPHER_CTX *ctx, unsigned char *out, const unsigned ch
 }
 
 int qv_cleanup_3des(EVP_CIPHER_CTX *ctx) noexcept {
+  const ErrorQueueScope errors;
   const FipsModule *module = attachedModule();
   if (module == nullptr) {
     return abandonArea(ctx, qv_cleanup_3des);
@@ -155,6 +164,7 @@ int qv_cleanup_3des(EVP_CIPHER_CTX *ctx) noexcept {
 }
 
 int qv_cleanup_aes(EVP_CIPHER_CTX *ctx) noexcept {
+  const ErrorQueueScope errors;
   const FipsModule *module = attachedModule();
   if (module == nullptr) {
     return abandonArea(ctx, qv_cleanup_aes);

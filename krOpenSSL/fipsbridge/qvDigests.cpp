@@ -1,6 +1,7 @@
 // The bridge's digests as one table, their selector, and the callbacks that hand the work to the module.
 #include "fipsbridge/qvDigests.h"
 
+#include "accessors/ErrorQueueScope.h"
 #include "accessors/krAccessors.h"
 #include "accessors/krTraceLog.h"
 #include "fipsbridge/AttachedModule.h"
@@ -28,6 +29,7 @@ const FipsModule *moduleFor(const EVP_MD_CTX *ctx, const char *callback) noexcep
 }
 
 int qv_sha_init(EVP_MD_CTX *ctx) noexcept {
+  const ErrorQueueScope errors;
   const FipsModule *module = moduleFor(ctx, __func__);
   if (module == nullptr) {
     return 0;
@@ -37,6 +39,7 @@ int qv_sha_init(EVP_MD_CTX *ctx) noexcept {
 }
 
 int qv_sha_update(EVP_MD_CTX *ctx, const void *data, std::size_t count) noexcept {
+  const ErrorQueueScope errors;
   const FipsModule *module = moduleFor(ctx, __func__);
   if (module == nullptr) {
     return 0;
@@ -47,11 +50,13 @@ int qv_sha_update(EVP_MD_CTX *ctx, const void *data, std::size_t count) noexcept
 }
 
 int qv_sha_final(EVP_MD_CTX *ctx, unsigned char *out) noexcept {
+  const ErrorQueueScope errors;
   const FipsModule *module = moduleFor(ctx, __func__);
   return module != nullptr && module->ShaFinal(krEVP_MD_CTX_md_data(ctx), out) == 0 ? 1 : 0;
 }
 
 int qv_sha_term(EVP_MD_CTX *ctx) noexcept {
+  const ErrorQueueScope errors;
   const FipsModule *module = moduleFor(ctx, __func__);
   if (module == nullptr) {
     return 0;

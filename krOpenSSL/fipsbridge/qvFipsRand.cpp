@@ -3,11 +3,13 @@
 // No lock: the module gets concurrent calls as they come, and may call OpenSSL's random functions itself.
 #include "fipsbridge/qvFipsRand.h"
 
+#include "accessors/ErrorQueueScope.h"
 #include "fipsbridge/AttachedModule.h"
 
 using namespace krOpenSSL;
 
 int qvFipsRandSeed(const void *buf, int num) noexcept {
+  const ErrorQueueScope errors;
   const FipsModule *module = attachedModule();
   if (module == nullptr) {
     return 0;
@@ -24,20 +26,23 @@ int qvFipsRandSeed(const void *buf, int num) noexcept {
 }
 
 int qvFipsRandBytes(unsigned char *buf, int num) noexcept {
+  const ErrorQueueScope errors;
   const FipsModule *module = attachedModule();
   const bool ready = module != nullptr && qvFipsRandStatus() == 1;
   return ready && module->RngGenerate(fipsGeneratorState, buf, num) == 0 ? 1 : 0;
 }
 
 void qvFipsRandCleanup() noexcept {
-  // Taken first, so that of two clean-ups only one uninstantiates.
-  const bool ready = state::fipsGeneratorReady.exchange(0, std::memory_order_acq_rel) != 0;
+  const ErrorQueueScope errors;
+  const bool ready = state::fipsGeneratorReady.load(std::memory_order_acquire) != 0;
   if (const FipsModule *module = attachedModule(); module != nullptr && ready) {
     module->RngUninstantiate(fipsGeneratorState);
   }
+  state::fipsGeneratorReady.store(0, std::memory_order_release);
 }
 
 int qvFipsRandAdd(const void *buf, int num, double /*randomness*/) noexcept {
+  const ErrorQueueScope errors;
   const FipsModule *module = attachedModule();
   return module != nullptr ? module->RngReseed(fipsGeneratorState, static_cast<const unsigned char *>(buf), num) : 0;
 }

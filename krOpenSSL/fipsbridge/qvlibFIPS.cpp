@@ -16,8 +16,6 @@
 
 #include <openssl/err.h>
 
-#include <memory>
-
 using namespace krOpenSSL;
 
 namespace {
@@ -68,8 +66,11 @@ int qvlibFIPS_init(ENGINE * /*engine*/) noexcept {
 
 int qvlibFIPS_destroy(ENGINE *engine) noexcept {
   DH_meth_free(const_cast<DH_METHOD *>(ENGINE_get_DH(engine)));
+  ENGINE_set_DH(engine, nullptr);
   DSA_meth_free(const_cast<DSA_METHOD *>(ENGINE_get_DSA(engine)));
+  ENGINE_set_DSA(engine, nullptr);
   RSA_meth_free(const_cast<RSA_METHOD *>(ENGINE_get_RSA(engine)));
-  std::unique_ptr<EngineMethods>(methodsOf(engine)).reset();
+  ENGINE_set_RSA(engine, nullptr);
+  takeMethods(engine);
   return 1;
 }

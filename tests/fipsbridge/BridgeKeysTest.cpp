@@ -305,9 +305,11 @@ TEST(BridgeKeys, DsaKeysAndParametersAreGenerated) {
                                                "cell null null null null null null out [128] out [20]");
   const BIGNUM *const numbers[]{DSA_get0_pub_key(dsa.get()), DSA_get0_priv_key(dsa.get())};
   const BIGNUMPtr before(BN_dup(numbers[1]));
+  BN_set_flags(const_cast<BIGNUM *>(numbers[1]), BN_FLG_CONSTTIME);
   EXPECT_EQ(DSA_generate_key(dsa.get()), 1); // new values in the numbers that are there
   EXPECT_TRUE(DSA_get0_pub_key(dsa.get()) == numbers[0] && DSA_get0_priv_key(dsa.get()) == numbers[1]);
   EXPECT_NE(BN_cmp(numbers[1], before.get()), 0);
+  EXPECT_NE(BN_get_flags(numbers[1], BN_FLG_CONSTTIME), 0);
   const DSASigPtr signature(DSA_do_sign(kDigest.data(), 20, dsa.get()));
   EXPECT_EQ(DSA_do_verify(kDigest.data(), 20, signature.get(), dsa.get()), 1);
 
