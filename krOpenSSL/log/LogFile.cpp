@@ -38,9 +38,20 @@ const RotationSecurityOwner owner{};
 
 bool isFolderSafe(const krLogFolderSecurity &security) { return krLogCheckFolder(security, folderPath.data()); }
 
-bool isFileSafe(const krLogFolderSecurity &security, const char *file) {
+bool isReplaceable(const platform::Entry &entry) noexcept {
+  return entry.kind == platform::EntryKind::link || entry.links > 1;
+}
+
+bool isOldFileSafe(const krLogFolderSecurity &security, const char *file) {
   platform::Entry found;
   return krLogCheckFile(security, file, found);
+}
+
+// Another process may have done so already, and written lines since.
+void secureRedirected() {
+  if (isReplaceable(platform::inspect(filePath.data()))) {
+    (void)krLogSecurePath(krLogFolderSecurity{}, filePath.data());
+  }
 }
 
 bool isSafe(platform::Entry &checked) {
@@ -87,8 +98,14 @@ int krLogRotate() {
   if (rotationSecurity == nullptr) {
     rotationSecurity = new krLogFolderSecurity;
   }
-  if (!isFolderSafe(*rotationSecurity) || !isFileSafe(*rotationSecurity, filePath.data()) ||
-      !isFileSafe(*rotationSecurity, oldPath.data()) || !platform::moveOver(filePath.data(), oldPath.data(), limit)) {
+  platform::Entry checked;
+  if (!isFolderSafe(*rotationSecurity) || !krLogCheckFile(*rotationSecurity, filePath.data(), checked) ||
+      !isOldFileSafe(*rotationSecurity, oldPath.data())) {
+    return 0;
+  }
+  // A file that the check has replaced is empty, and moves all the same.
+  const std::uint32_t atLeast = isReplaceable(checked) ? 0 : limit;
+  if (!platform::moveOver(filePath.data(), oldPath.data(), atLeast)) {
     return 0;
   }
   return krLogCreateFresh(filePath.data());
@@ -107,7 +124,7 @@ int krLogOpenAppend(platform::AppendFile &stream) {
   case platform::AppendFile::Outcome::failed:
     return -1;
   case platform::AppendFile::Outcome::redirected:
-    (void)krLogSecurePath(krLogFolderSecurity{}, filePath.data());
+    secureRedirected();
     return -2;
   case platform::AppendFile::Outcome::unsafe:
     break;

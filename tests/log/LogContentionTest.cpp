@@ -130,7 +130,7 @@ TEST(LogContention, SwappedLinksNeverGetALine) {
   std::jthread attacker([&] {
     std::error_code ignored;
     for (int i = 0; !done; ++i) {
-      switch (i % 5) {
+      switch (i % 6) {
       case 0:
         fs::create_symlink(log.target, spare, ignored);
         break;
@@ -143,6 +143,11 @@ TEST(LogContention, SwappedLinksNeverGetALine) {
       case 3:
         put(spare, "");
         break;
+      case 4: // its count falls to one while the name still shows
+        fs::remove(log.file, ignored);
+        fs::create_hard_link(log.target, log.file, ignored);
+        fs::remove(log.file, ignored);
+        continue;
       default:
         fs::rename(log.folder, log.root / "aside", ignored);
         fs::create_directory_symlink(elsewhere, log.folder, ignored);

@@ -205,7 +205,7 @@ TEST(LogFile, StartsAFreshFileOverWhateverStandsThere) {
   const TestLog log;
   const auto modes = [&] { return accessOf(log.file).substr(accessOf(log.file).find(' ')); };
   put(log.file, "text");
-  ASSERT_EQ(::chmod(log.file.c_str(), 0600), 0); // not what an append leaves
+  ASSERT_EQ(::chmod(log.file.c_str(), 0700), 0); // not what an append leaves
   EXPECT_EQ(krLogCreateFresh(log.file.c_str()), 1);
   EXPECT_EQ(contentOf(log.file) + modes(), " 100666");
   fs::remove(log.file);

@@ -120,7 +120,13 @@ AppendFile::Outcome AppendFile::open(const char *path, bool (*isSafe)(Entry &che
   }
   file_ = 0;
   Entry checked;
-  return isSafe(checked) ? fake::opening : Outcome::unsafe;
+  if (!isSafe(checked)) {
+    return Outcome::unsafe;
+  }
+  if (fake::opening == Outcome::redirected) {
+    fake::entries[path].kind = EntryKind::link;
+  }
+  return fake::opening;
 }
 
 void AppendFile::write(const char *text, std::size_t length) noexcept { fake::written.append(text, length); }

@@ -26,14 +26,14 @@ std::optional<Outcome> outcomeOf(int error) noexcept {
   }
 }
 
-std::optional<Outcome> judge(const struct stat &opened) noexcept {
+std::optional<Outcome> judge(const Place &place, const struct stat &opened) noexcept {
   if (!S_ISREG(opened.st_mode)) {
     return Outcome::unsafe;
   }
   if (opened.st_nlink > 1) {
     return Outcome::redirected;
   }
-  return opened.st_nlink == 1 ? std::optional(Outcome::opened) : std::nullopt;
+  return opened.st_nlink == 1 && place.holdsAlone(opened) ? std::optional(Outcome::opened) : std::nullopt;
 }
 
 // Opens the entry that passed the check; none when another one has taken its place.
@@ -49,15 +49,19 @@ std::optional<Outcome> openChecked(const char *path, const Entry &checked, Descr
   if (checked.kind != EntryKind::file && checked.kind != EntryKind::link) {
     return Outcome::unsafe;
   }
+  // What had to be replaced may be put back: it never is the entry that passed.
+  if (checked.links != 1) {
+    return std::nullopt;
+  }
   struct stat opened {};
   opened.st_dev = checked.device;
   opened.st_ino = checked.number;
   file = place.open(O_WRONLY | O_APPEND, opened);
-  return file ? judge(opened) : outcomeOf(errno);
+  return file ? judge(place, opened) : outcomeOf(errno);
 }
 
 // A file of one name in a folder that is no link, before the opening and after it: that is what a check asks, in
-// half the calls. None when anything is otherwise.
+// fewer calls. None when anything is otherwise.
 Descriptor openPlainFile(const char *path) noexcept {
   const Place place(path);
   struct stat found {};
@@ -65,7 +69,7 @@ Descriptor openPlainFile(const char *path) noexcept {
     return Descriptor{};
   }
   Descriptor file = place.open(O_WRONLY | O_APPEND, found);
-  return isPlainFile(found) ? std::move(file) : Descriptor{};
+  return file && isPlainFile(found) && place.holdsAlone(found) ? std::move(file) : Descriptor{};
 }
 
 } // namespace

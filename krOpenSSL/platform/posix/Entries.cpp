@@ -10,6 +10,8 @@
 namespace krOpenSSL::platform {
 namespace {
 
+constexpr mode_t kEveryoneMode = S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
+
 EntryKind kindOf(const struct stat &found) noexcept {
   switch (found.st_mode & S_IFMT) {
   case S_IFREG:
@@ -44,9 +46,10 @@ EntryKind targetOf(const char *path, const char *operation) {
   return kindFrom(::stat(path, &found), found, operation, path);
 }
 
-// What an appending process leaves that found no file: its owner and mode give nobody anything new.
+// What another process of this user has started since, at whatever point of it: its owner and mode give nobody
+// anything that the fresh file would not.
 bool isJustStarted(const struct stat &found) noexcept {
-  return isPlainFile(found) && found.st_uid == ::geteuid() && (found.st_mode & ALLPERMS) == kStartedFileMode;
+  return isPlainFile(found) && found.st_uid == ::geteuid() && (found.st_mode & ALLPERMS & ~kEveryoneMode) == 0;
 }
 
 } // namespace
@@ -114,23 +117,25 @@ bool moveOver(const char *from, const char *to, std::uint64_t atLeast) noexcept 
 }
 
 bool startFileForEveryone(const char *path) noexcept {
-  constexpr mode_t kEveryone = S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
+  constexpr int kAttempts = 4; // another process may start the file between a look and the creation
   const Place place(path);
-  struct stat found {};
-  if (!place) {
-    return false;
-  }
-  if (place.look(found)) {
-    // Another process may have started the file since the move: its lines stay.
-    const Descriptor started = isJustStarted(found) ? place.open(O_WRONLY, found) : Descriptor{};
-    if (started && isJustStarted(found)) {
-      return ::fchmod(started.get(), kEveryone) == 0;
+  for (int attempt = 0; place && attempt < kAttempts; ++attempt) {
+    struct stat found {};
+    if (place.look(found)) {
+      // What another process has started since the move stays, with its lines.
+      const Descriptor started = isJustStarted(found) ? place.open(O_WRONLY, found) : Descriptor{};
+      if (started && isJustStarted(found)) {
+        return ::fchmod(started.get(), kEveryoneMode) == 0;
+      }
+      if (!place.remove()) {
+        return false;
+      }
     }
-    if (!place.remove()) {
-      return false;
+    if (place.create(kEveryoneMode)) {
+      return true;
     }
   }
-  return static_cast<bool>(place.create(kEveryone));
+  return false;
 }
 
 } // namespace krOpenSSL::platform

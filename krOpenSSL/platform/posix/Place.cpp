@@ -48,11 +48,19 @@ Descriptor Place::open(int flags, struct stat &found) const noexcept {
   return opened;
 }
 
+// Linux takes a link from a file's count before the name leaves its folder: between the two a file with another name
+// shows up with this one alone. A renaming waits for whoever is at it, and one onto itself changes nothing.
+bool Place::holdsAlone(const struct stat &opened) const noexcept {
+  (void)::renameat(folder_.get(), name_, folder_.get(), name_);
+  struct stat now {};
+  return look(now) && isSameEntry(now, opened) && isPlainFile(now);
+}
+
 Descriptor Place::create(mode_t mode) const noexcept {
-  Descriptor made(
-      ::openat(folder_.get(), name_, O_WRONLY | O_APPEND | O_CREAT | O_EXCL | kFileFlags, S_IRUSR | S_IWUSR));
-  if (made) {
-    (void)::fchmod(made.get(), mode); // the mode given to open would be cut by the umask
+  Descriptor made(::openat(folder_.get(), name_, O_WRONLY | O_APPEND | O_CREAT | O_EXCL | kFileFlags, mode));
+  struct stat now {};
+  if (made && ::fstat(made.get(), &now) == 0 && (now.st_mode & ALLPERMS) != mode) {
+    (void)::fchmod(made.get(), mode); // the umask has cut it
   }
   return made;
 }

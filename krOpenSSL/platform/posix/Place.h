@@ -52,6 +52,9 @@ public:
   /// else has taken its place.
   Descriptor open(int flags, struct stat &found) const noexcept;
 
+  /// Whether what was opened still stands there with one name, now that whoever was changing the folder is done.
+  bool holdsAlone(const struct stat &opened) const noexcept;
+
   /// Makes a new file with just this mode and opens it for appending; none when something stands there.
   Descriptor create(mode_t mode) const noexcept;
 
