@@ -147,8 +147,9 @@ int qv_cipher_aes_ecb(EVP_CIPHER_CTX *ctx, unsigned char *out, const unsigned ch
   return module->AesEcb(area, in, out, static_cast<FipsModule::Length>(len), encrypt) == 0 ? 1 : 0;
 }
 
+// No look at the error queue here, nor in the other clean-ups: OpenSSL frees contexts of its own when a thread ends,
+// after the thread's queue has gone.
 int qv_cleanup_3des(EVP_CIPHER_CTX *ctx) noexcept {
-  const ErrorQueueScope errors;
   const FipsModule *module = attachedModule();
   if (module == nullptr) {
     return abandonArea(ctx, qv_cleanup_3des);
@@ -164,7 +165,6 @@ int qv_cleanup_3des(EVP_CIPHER_CTX *ctx) noexcept {
 }
 
 int qv_cleanup_aes(EVP_CIPHER_CTX *ctx) noexcept {
-  const ErrorQueueScope errors;
   const FipsModule *module = attachedModule();
   if (module == nullptr) {
     return abandonArea(ctx, qv_cleanup_aes);

@@ -124,7 +124,7 @@ AppendFile::Outcome AppendFile::open(const char *path, bool (*isSafe)(Entry &che
     return Outcome::unsafe;
   }
   if (fake::opening == Outcome::redirected) {
-    fake::entries[path].kind = EntryKind::link;
+    fake::entries[fake::generic(path)].kind = EntryKind::link;
   }
   return fake::opening;
 }
