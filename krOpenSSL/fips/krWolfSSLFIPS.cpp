@@ -13,14 +13,10 @@
 
 #include <array>
 #include <cstdio>
-#include <filesystem>
 
 using namespace krOpenSSL;
 
 namespace {
-
-constexpr std::size_t kKnownFolderBytes = 1024;
-constexpr char kSeparator = static_cast<char>(std::filesystem::path::preferred_separator);
 
 struct ControlCommand {
   const char *name;
@@ -139,7 +135,7 @@ void krOpenSSL::releaseWolfEngine() noexcept {
 }
 
 const char *krWolfEngineGetPath() noexcept {
-  std::array<char, kKnownFolderBytes> folder;
+  std::array<char, platform::kKnownFolderBytes> folder;
   auto &path = state::wolfEnginePath;
   if (path[0] != '\0') {
     return path.data();
@@ -148,8 +144,8 @@ const char *krWolfEngineGetPath() noexcept {
     krLogWrite(kWolfSource, 65, kWolfComponent, "Failed to get 'TRVA' directory path");
     return path.data();
   }
-  (void)std::snprintf(path.data(), path.size(), "%s%cCorvane%cTRVA%cwolfEngine%s", folder.data(), kSeparator,
-                      kSeparator, kSeparator, platform::kModuleSuffix);
+  (void)std::snprintf(path.data(), path.size(), "%s%cCorvane%cTRVA%cwolfEngine%s", folder.data(), platform::kSeparator,
+                      platform::kSeparator, platform::kSeparator, platform::kModuleSuffix);
   return path.data();
 }
 

@@ -100,37 +100,33 @@ int qv_init_key_aes(EVP_CIPHER_CTX *ctx, const unsigned char *key, const unsigne
   return complete(ctx, iv, enc);
 }
 
-int qv_cipher_3des(EVP_CIPHER_CTX *ctx, unsigned char *out, const unsigned char *in, std::size_t len) noexcept {
+/// What the chained ciphers do alike. @p work runs the module's entry over the area.
+template <class Area, class Work> int cipherChained(EVP_CIPHER_CTX *ctx, const char *callback, Work work) noexcept {
   const ErrorQueueScope errors;
   const FipsModule *module = attachedModule();
   Iv iv{};
-  if (module == nullptr || !readIv(ctx, iv, __func__)) {
+  if (module == nullptr || !readIv(ctx, iv, callback)) {
     return 0;
   }
-  const int encrypt = directionOf(ctx, __func__);
-  auto *schedules = static_cast<Schedules *>(areaOf(ctx, __func__));
-  if (schedules == nullptr) {
-    return 0;
-  }
-  auto &[first, second, third] = *schedules;
-  const int result = module->TdesCbc(first.data(), second.data(), third.data(), in, out,
-                                     static_cast<FipsModule::Length>(len), iv.in, iv.out, encrypt);
-  return result == 0 ? 1 : 0;
+  const int encrypt = directionOf(ctx, callback);
+  auto *area = static_cast<Area *>(areaOf(ctx, callback));
+  return area != nullptr && work(*module, area, iv, encrypt) == 0 ? 1 : 0;
+}
+
+int qv_cipher_3des(EVP_CIPHER_CTX *ctx, unsigned char *out, const unsigned char *in, std::size_t len) noexcept {
+  const auto work = [=](const FipsModule &module, Schedules *schedules, const Iv &iv, int encrypt) {
+    auto &[first, second, third] = *schedules;
+    return module.TdesCbc(first.data(), second.data(), third.data(), in, out, static_cast<FipsModule::Length>(len),
+                          iv.in, iv.out, encrypt);
+  };
+  return cipherChained<Schedules>(ctx, __func__, work);
 }
 
 int qv_cipher_aes_cbc(EVP_CIPHER_CTX *ctx, unsigned char *out, const unsigned char *in, std::size_t len) noexcept {
-  const ErrorQueueScope errors;
-  const FipsModule *module = attachedModule();
-  Iv iv{};
-  if (module == nullptr || !readIv(ctx, iv, __func__)) {
-    return 0;
-  }
-  const int encrypt = directionOf(ctx, __func__);
-  void *area = areaOf(ctx, __func__);
-  if (area == nullptr) {
-    return 0;
-  }
-  return module->AesCbc(area, in, out, static_cast<FipsModule::Length>(len), iv.in, iv.out, encrypt) == 0 ? 1 : 0;
+  const auto work = [=](const FipsModule &module, void *area, const Iv &iv, int encrypt) {
+    return module.AesCbc(area, in, out, static_cast<FipsModule::Length>(len), iv.in, iv.out, encrypt);
+  };
+  return cipherChained<void>(ctx, __func__, work);
 }
 
 int qv_cipher_aes_ecb(EVP_CIPHER_CTX *ctx, unsigned char *out, const unsigned char *in, std::size_t len) noexcept {

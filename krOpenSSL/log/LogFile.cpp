@@ -10,18 +10,15 @@
 
 #include <array>
 #include <cstdio>
-#include <filesystem>
 #include <utility>
 
 using namespace krOpenSSL;
 
 namespace {
 
-constexpr std::size_t kKnownFolderBytes = 1024;
 constexpr std::size_t kOldNameBytes = 259;
-constexpr char kSeparator = static_cast<char>(std::filesystem::path::preferred_separator);
 
-constinit std::array<char, kKnownFolderBytes + sizeof "/Corvane/Logging"> folderPath{};
+constinit std::array<char, platform::kKnownFolderBytes + sizeof "/Corvane/Logging"> folderPath{};
 constinit std::array<char, folderPath.size() + sizeof "/krOpenSSL.log"> filePath{};
 constinit bool isResolved = false;
 constinit std::uint32_t limit = 0; // not read yet
@@ -66,11 +63,11 @@ const char *krLogResolvePath() {
     return filePath.data();
   }
   const krLogFolderSecurity security;
-  std::array<char, kKnownFolderBytes> data;
+  std::array<char, platform::kKnownFolderBytes> data;
   if (platform::programDataFolder(data.data(), data.size())) {
-    (void)std::snprintf(folderPath.data(), folderPath.size(), "%s%cCorvane%cLogging", data.data(), kSeparator,
-                        kSeparator);
-    (void)std::snprintf(filePath.data(), filePath.size(), "%s%ckrOpenSSL.log", folderPath.data(), kSeparator);
+    (void)std::snprintf(folderPath.data(), folderPath.size(), "%s%cCorvane%cLogging", data.data(), platform::kSeparator,
+                        platform::kSeparator);
+    (void)std::snprintf(filePath.data(), filePath.size(), "%s%ckrOpenSSL.log", folderPath.data(), platform::kSeparator);
   }
   return isFolderSafe(security) ? filePath.data() : "";
 }

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 
 namespace krOpenSSL::platform {
@@ -34,6 +35,9 @@ struct LocalTime {
 
 /// The time now, in the machine's time zone.
 LocalTime localTime() noexcept;
+
+inline constexpr std::size_t kKnownFolderBytes = 1024; ///< the room for the path of a known folder
+inline constexpr char kSeparator = static_cast<char>(std::filesystem::path::preferred_separator);
 
 /// The machine-wide folder for the data of programs, without a separator at its end.
 ///
