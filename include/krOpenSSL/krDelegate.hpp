@@ -160,8 +160,10 @@ public:
     const std::scoped_lock lock(mutex);
     ContextRecord &record = of(context);
     std::shared_ptr<const SharedKey> &slot = record.keys_.at(slotOf(&Algorithm::keyType, keyType(*key)));
-    require(slot == nullptr || slot == key, "another key of this type signs for the context");
-    slot = key;
+    if (slot == nullptr) {
+      slot = key;
+    }
+    require(slot == key, "another key of this type signs for the context");
   }
 
 private:
