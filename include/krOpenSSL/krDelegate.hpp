@@ -1,13 +1,14 @@
-// Delegation for C++ callers: the library and a delegated key as objects that keep the rules of krLifecycle.h and
-// krDelegation.h by themselves. Header only, over the exports and OpenSSL; it adds no symbol to the library.
-//
-//   const krOpenSSL::Library library;
-//   const krOpenSSL::DelegatedKey key(library, X509_get0_pubkey(certificate), signInMyKeyStore);
-//   ...
-//   key.bindTo(ssl); // each connection, before its handshake
-//
-// What goes through a delegated key, and what is refused, is what krDelegation.h says of the provider: no RSA-PSS, and
-// no DSA or ECDSA over 28 bytes.
+/// @file
+/// Delegation for C++ callers: the library and a delegated key as objects that keep the rules of krLifecycle.h and
+/// krDelegation.h by themselves. Header only, over the exports and OpenSSL; it adds no symbol to the library.
+///
+///     const krOpenSSL::Library library;
+///     const krOpenSSL::DelegatedKey key(library, X509_get0_pubkey(certificate), signInMyKeyStore);
+///     ...
+///     key.bindTo(ssl); // each connection, before its handshake
+///
+/// What goes through a delegated key, and what is refused, is what krDelegation.h says of the provider: no RSA-PSS, and
+/// no DSA or ECDSA over 28 bytes.
 #pragma once
 
 #include <krOpenSSL/krDelegation.h>

@@ -1,25 +1,26 @@
-// Keeping private keys outside OpenSSL: the callbacks that stand in for private-key operations, and
-// the records that bind an operation to one TLS connection.
-//
-// While the library is set up, every key that OpenSSL makes is bound to the engine "qvlib". For each
-// private-key operation with such a key the engine decides, in this order:
-//
-//   operation              | key carries an SSL * | callback registered | neither
-//   -----------------------|----------------------|---------------------|----------------------
-//   RSA private encrypt    | provider, type 114   | callback            | OpenSSL's own method
-//   RSA private decrypt    | (not looked at)      | callback            | OpenSSL's own method
-//   DSA sign               | provider, type 116   | callback            | OpenSSL's own method
-//   ECDSA sign             | provider, type 791   | callback            | OpenSSL's own method
-//
-// "Provider" is the ift_provider record found on the SSL_CTX of that connection. Software keys take
-// the last column and work as without the library.
-//
-// What does not go through the provider, and is refused there: RSA-PSS (it signs a padded block of
-// RSA_size bytes, TLS 1.3's only RSA scheme; register the private-encrypt callback for it) and raw
-// digests of other lengths than 20, 32, 36, 48 and 64 bytes, SHA-224 for DSA and ECDSA among them.
-// A server that delegates by provider therefore limits its signature algorithms, for instance to
-// "RSA+SHA256:RSA+SHA384:RSA+SHA512" with TLS 1.2 as its highest version, to "ECDSA+SHA256:..." or
-// to "DSA+SHA256".
+/// @file
+/// Keeping private keys outside OpenSSL: the callbacks that stand in for private-key operations, and
+/// the records that bind an operation to one TLS connection.
+///
+/// While the library is set up, every key that OpenSSL makes is bound to the engine "qvlib". For each
+/// private-key operation with such a key the engine decides, in this order:
+///
+/// | operation           | key carries an SSL * | callback registered | neither              |
+/// |---------------------|----------------------|---------------------|----------------------|
+/// | RSA private encrypt | provider, type 114   | callback            | OpenSSL's own method |
+/// | RSA private decrypt | (not looked at)      | callback            | OpenSSL's own method |
+/// | DSA sign            | provider, type 116   | callback            | OpenSSL's own method |
+/// | ECDSA sign          | provider, type 791   | callback            | OpenSSL's own method |
+///
+/// "Provider" is the ift_provider record found on the SSL_CTX of that connection. Software keys take
+/// the last column and work as without the library.
+///
+/// What does not go through the provider, and is refused there: RSA-PSS (it signs a padded block of
+/// RSA_size bytes, TLS 1.3's only RSA scheme; register the private-encrypt callback for it) and raw
+/// digests of other lengths than 20, 32, 36, 48 and 64 bytes, SHA-224 for DSA and ECDSA among them.
+/// A server that delegates by provider therefore limits its signature algorithms, for instance to
+/// "RSA+SHA256:RSA+SHA384:RSA+SHA512" with TLS 1.2 as its highest version, to "ECDSA+SHA256:..." or
+/// to "DSA+SHA256".
 #pragma once
 
 #include <krOpenSSL/krExport.h>

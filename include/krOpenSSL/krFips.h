@@ -1,12 +1,13 @@
-// FIPS mode: switching the process into it and back, who provides it, and what the external FIPS module says of
-// itself.
-//
-// In FIPS mode OpenSSL's algorithms come from wolfEngine, an engine of OpenSSL, or from an external FIPS module
-// through the engine "qvlibFIPS". A switch unloads the engine of one mode and loads the engine of the other; it
-// does not need krOSSLSetup, and the mode outlives krOSSLCleanup.
-//
-// The queries are safe from any thread. Callers keep everything else here apart from other use of the library's
-// cryptography.
+/// @file
+/// FIPS mode: switching the process into it and back, who provides it, and what the external FIPS module says of
+/// itself.
+///
+/// In FIPS mode OpenSSL's algorithms come from wolfEngine, an engine of OpenSSL, or from an external FIPS module
+/// through the engine "qvlibFIPS". A switch unloads the engine of one mode and loads the engine of the other; it
+/// does not need krOSSLSetup, and the mode outlives krOSSLCleanup.
+///
+/// The queries are safe from any thread. Callers keep everything else here apart from other use of the library's
+/// cryptography.
 #pragma once
 
 #include <krOpenSSL/krExport.h>

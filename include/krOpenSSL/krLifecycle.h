@@ -1,4 +1,5 @@
-// Bringing OpenSSL up and down by reference count, and loading and unloading the library's engine.
+/// @file
+/// Bringing OpenSSL up and down by reference count, and loading and unloading the library's engine.
 #pragma once
 
 #include <krOpenSSL/krExport.h>

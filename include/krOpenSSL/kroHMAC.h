@@ -1,12 +1,13 @@
-// HMAC (RFC 2104) with the digests of kroHash.h.
-//
-//   unsigned char mac[32];
-//   kroHMAC<kroSHA256> hmac;
-//   hmac(key, keyLength, data, length, mac); // in one call, or:
-//   hmac.SetKey(key, keyLength);
-//   hmac.Update(data, length);
-//   hmac.Final(mac);
-//   hmac.Init(); // the next message under the same key
+/// @file
+/// HMAC (RFC 2104) with the digests of kroHash.h.
+///
+///     unsigned char mac[32];
+///     kroHMAC<kroSHA256> hmac;
+///     hmac(key, keyLength, data, length, mac); // in one call, or:
+///     hmac.SetKey(key, keyLength);
+///     hmac.Update(data, length);
+///     hmac.Final(mac);
+///     hmac.Init(); // the next message under the same key
 #pragma once
 
 #include <krOpenSSL/krExport.h>
@@ -36,9 +37,9 @@ struct hmac_ctx_st;
 template <class T> class KR_API kroHMAC {
 public:
   kroHMAC();
-  kroHMAC(const kroHMAC &other);
+  kroHMAC(const kroHMAC &other); ///< copies deeply, the way of working included
   ~kroHMAC();
-  kroHMAC &operator=(const kroHMAC &other);
+  kroHMAC &operator=(const kroHMAC &other); ///< as the copy constructor
 
   /// Begins a message under the key set last; without a key it does nothing.
   void Init();
@@ -47,6 +48,7 @@ public:
   /// prescribes. A null @p key with length 0 is the empty key; a refused key leaves the object without one.
   void SetKey(const unsigned char *key, std::uint64_t len);
 
+  /// Takes in @p len bytes of the message.
   void Update(const unsigned char *data, std::uint64_t len);
 
   /// Writes the MAC, of the digest's size, to @p out.
