@@ -13,4 +13,6 @@ mkdir -p build/docs
   cat docs/Doxyfile
   printf '%s = %s\n' PROJECT_NUMBER "$version" OUTPUT_DIRECTORY build/docs
 } | doxygen - >&2 || die "Doxygen complains of the above"
+mkdir -p build/docs/html/diagrams
+cp docs/diagrams/*.svg build/docs/html/diagrams
 say "the pages begin with build/docs/html/index.html"
