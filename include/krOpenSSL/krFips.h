@@ -29,8 +29,7 @@ KR_API int krFipsMode();
 /// Switches FIPS mode on: unloads the engine in force, loads wolfEngine and makes it OpenSSL's default for all
 /// algorithms. Keys that are delegated go on signing through their callbacks and providers (RSA and EC), as far
 /// as they do in ordinary mode. Random numbers then come from wolfEngine, unless the host has installed a random
-/// method of its own or drew random numbers before the library was set up: OpenSSL keeps what it chose then, and
-/// RAND_set_rand_method(NULL) has it choose anew. Nothing of the ordinary generator is fed into wolfEngine's.
+/// method of its own. Nothing of the ordinary generator is fed into wolfEngine's.
 ///
 /// In FIPS mode already, it unloads and loads wolfEngine again.
 ///

@@ -25,9 +25,9 @@ struct hmac_ctx_st;
 /// way every member does nothing while the module is not ready, the destructor included, and what the
 /// module makes of its arguments is the module's own.
 ///
-/// Nothing is reported. On the OpenSSL way a call that cannot be carried out leaves nothing half done: it
-/// ends the computation, and Final then writes nothing. That holds for an object without memory or key, for
-/// lengths of 2^31 bytes and more, and for null with a length. Update and Final do nothing outside a
+/// Nothing is reported. A call that cannot be carried out leaves nothing half done: it ends the computation, and
+/// Final then writes nothing. That holds on both ways for lengths of 2^31 bytes and more, and on the OpenSSL way
+/// for an object without memory or key and for null with a length. There, Update and Final do nothing outside a
 /// computation, which SetKey or Init begins and Final ends.
 ///
 /// Copies are deep: the copy goes on from the same point on its own (on the module way: with a copy of the
@@ -63,19 +63,16 @@ public:
   void __autoclassinit2(std::uint64_t n);
 
 private:
+  // What was refused is kept on both ways; on the module way the rest is the module's.
   enum class Phase : unsigned char { unkeyed, keyed, computing };
-  // On the OpenSSL way the state area holds the context and where it stands.
-  struct OpenSSLState {
-    hmac_ctx_st *context;
-    Phase phase;
-  };
   enum : std::uint64_t { kStateBytes = 352 };
 
   struct KR_LOCAL Context;
 
   bool viaModule_;
+  Phase phase_;
   union {
-    OpenSSLState openssl_;
+    hmac_ctx_st *context_; // on the OpenSSL way
     unsigned char area_[kStateBytes];
   };
 };

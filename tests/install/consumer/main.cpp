@@ -8,7 +8,7 @@
 #include <vector>
 
 std::size_t signInMyKeyStore(const krOpenSSL::SignRequest &request, std::span<unsigned char> out);
-krOpenSSL::DelegatedKey delegate(const krOpenSSL::Library &library, X509 *certificate);
+krOpenSSL::DelegatedKey delegate(const krOpenSSL::Library &library, SSL_CTX *context, X509 *certificate);
 void beforeHandshake(const krOpenSSL::DelegatedKey &key, SSL *ssl);
 bool digestExample(const unsigned char *data, std::uint64_t length);
 bool hmacExample(const unsigned char *key, std::uint64_t keyLength, const unsigned char *data, std::uint64_t length);
@@ -57,7 +57,7 @@ int main() {
   X509_set_pubkey(certificate.get(), publicKey.get());
   const SSLCtxPtr context(SSL_CTX_new(TLS_server_method()));
   const SSLPtr ssl(SSL_new(context.get()));
-  beforeHandshake(delegate(library, certificate.get()), ssl.get());
+  beforeHandshake(delegate(library, context.get(), certificate.get()), ssl.get());
 
   RSA *bound = EVP_PKEY_get0_RSA(SSL_get_privatekey(ssl.get()));
   const std::array<unsigned char, 32> digest{1, 2, 3};
