@@ -40,8 +40,9 @@ KR_API unsigned int krFipsModeOn();
 /// The same as krFipsModeOn; the argument has no effect.
 KR_API unsigned int krFipsModeOnEx(int unused);
 
-/// Switches FIPS mode off: unloads the engine in force and loads "qvlib", whose generator is fed with 64 bytes
-/// drawn before the swap (nothing, when the draw failed). It does so in ordinary mode too.
+/// Switches FIPS mode off: unloads the engine in force and loads "qvlib". The random method then in force,
+/// "qvlib"'s unless the host has its own, is fed with 64 bytes drawn before the swap (nothing, when the draw failed).
+/// It does so in ordinary mode too.
 ///
 /// @return kFipsOk, also when "qvlib" could not be loaded; OpenSSL then works with its built-in methods
 KR_API unsigned int krFipsModeOff();
