@@ -14,26 +14,6 @@ namespace {
 
 using namespace krOpenSSL;
 
-// The provider passes no hash algorithm: the length of the digest tells it.
-int digestNid(std::size_t length) {
-  switch (length) {
-  case 20:
-    return NID_sha1;
-  case 28:
-    return NID_sha224;
-  case 32:
-    return NID_sha256;
-  case 36:
-    return NID_md5_sha1;
-  case 48:
-    return NID_sha384;
-  case 64:
-    return NID_sha512;
-  default:
-    return NID_undef;
-  }
-}
-
 // Nobody is at the keyboard of a key holder, so an encrypted file is refused instead of asked about.
 int refusePassword(char * /*buffer*/, int /*size*/, int /*writing*/, void * /*context*/) { return -1; }
 
@@ -127,6 +107,25 @@ std::optional<Bytes> PrivateKey::sign(const Bytes &digest) const {
     done = ECDSA_sign(0, digest.data(), signedLength, out.data(), &length, EVP_PKEY_get0_EC_KEY(key_.get()));
   }
   return resized(std::move(out), done == 1 ? static_cast<int>(length) : 0);
+}
+
+int digestNid(std::size_t length) {
+  switch (length) {
+  case 20:
+    return NID_sha1;
+  case 28:
+    return NID_sha224;
+  case 32:
+    return NID_sha256;
+  case 36:
+    return NID_md5_sha1;
+  case 48:
+    return NID_sha384;
+  case 64:
+    return NID_sha512;
+  default:
+    return NID_undef;
+  }
 }
 
 Bytes publicKeyDer(EVP_PKEY *key) {

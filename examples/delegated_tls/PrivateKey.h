@@ -39,6 +39,10 @@ private:
   krOpenSSL::EVPPKeyPtr key_;
 };
 
+/// The hash algorithm of a digest, told by its length, since the provider passes none; NID_undef when no algorithm has
+/// that length.
+int digestNid(std::size_t length);
+
 /// The DER-encoded SubjectPublicKeyInfo of any key.
 Bytes publicKeyDer(EVP_PKEY *key);
 

@@ -61,6 +61,23 @@ X509Ptr readCertificate(const std::string &path) {
 // One write, so that lines of several connections stay whole.
 void report(const std::ostringstream &line) { std::cerr << line.str() + "\n" << std::flush; }
 
+void reportToken(const std::string &failure) {
+  std::ostringstream line;
+  line << "token failed: " << failure;
+  report(line);
+}
+
+std::unique_ptr<KeyHolder> startHolderOf(const ServeOptions &options, X509 *certificate) {
+  if (options.token) {
+    return startTokenHolder(*options.token, publicKeyDer(X509_get0_pubkey(certificate)), reportToken);
+  }
+  return startHolder(options.holder, [&options] {
+    std::vector<PrivateKey> keys;
+    keys.push_back(PrivateKey::fromPemFile(options.privateKey));
+    return keys;
+  });
+}
+
 std::string readRequest(SSL *ssl) {
   std::string request;
   std::array<char, 1024> part{};
@@ -113,13 +130,7 @@ class Server {
 public:
   explicit Server(const ServeOptions &options)
       : certificate_(readCertificate(options.certificateChain)),
-        profile_(profileOf(X509_get0_pubkey(certificate_.get()))),
-        holder_(startHolder(options.holder,
-                            [&options] {
-                              std::vector<PrivateKey> keys;
-                              keys.push_back(PrivateKey::fromPemFile(options.privateKey));
-                              return keys;
-                            })),
+        profile_(profileOf(X509_get0_pubkey(certificate_.get()))), holder_(startHolderOf(options, certificate_.get())),
         key_(*holder_, 0), context_(makeContext(TLS_server_method(), profile_.ciphers, profile_.signatureAlgorithms)),
         provider_(context_.get(), key_), listener_(listenOnLoopback(options.port)) {
     if (key_.publicHalf() != publicKeyDer(X509_get0_pubkey(certificate_.get()))) {
