@@ -1,4 +1,4 @@
-// A PKCS#11 module: the shared library, initialised for the life of the object.
+// A PKCS#11 module: the shared library, and its initialised state, which can be begun anew.
 #pragma once
 
 #include <p11-kit/pkcs11.h>
@@ -8,14 +8,12 @@
 
 namespace delegated_tls::pkcs11 {
 
-class Module {
+/// The module's code, loaded for the life of the object.
+class Library {
 public:
-  explicit Module(const std::string &path);
-  ~Module();
-  Module(const Module &) = delete;
-  Module &operator=(const Module &) = delete;
+  explicit Library(const std::string &path);
 
-  const CK_FUNCTION_LIST *operator->() const { return functions_; }
+  CK_FUNCTION_LIST *functions() const { return functions_; }
 
 private:
   struct Unload {
@@ -24,6 +22,20 @@ private:
 
   std::unique_ptr<void, Unload> library_;
   CK_FUNCTION_LIST *functions_ = nullptr;
+};
+
+/// The module, initialised for the life of the object: one at a time.
+class Module {
+public:
+  explicit Module(const Library &library);
+  ~Module();
+  Module(const Module &) = delete;
+  Module &operator=(const Module &) = delete;
+
+  const CK_FUNCTION_LIST *operator->() const { return functions_; }
+
+private:
+  CK_FUNCTION_LIST *functions_;
 };
 
 } // namespace delegated_tls::pkcs11

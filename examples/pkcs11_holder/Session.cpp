@@ -34,23 +34,23 @@ private:
 
 } // namespace
 
-Session::Session(const Module &module, CK_SLOT_ID slot) : module_(module) {
-  require(module_->C_OpenSession(slot, CKF_SERIAL_SESSION, nullptr, nullptr, &handle_),
+Session::Session(std::shared_ptr<const Module> module, CK_SLOT_ID slot) : module_(std::move(module)) {
+  require((*module_)->C_OpenSession(slot, CKF_SERIAL_SESSION, nullptr, nullptr, &handle_),
           "no session with the token can be opened");
 }
 
-Session::~Session() { module_->C_CloseSession(handle_); }
+Session::~Session() { (*module_)->C_CloseSession(handle_); }
 
 bool Session::loggedIn() const {
   CK_SESSION_INFO info{};
-  require(module_->C_GetSessionInfo(handle_, &info), "the session's state is unknown");
+  require((*module_)->C_GetSessionInfo(handle_, &info), "the session's state is unknown");
   return info.state == CKS_RO_USER_FUNCTIONS;
 }
 
-CK_RV Session::login(Bytes &pin) const { return module_->C_Login(handle_, CKU_USER, pin.data(), pin.size()); }
+CK_RV Session::login(Bytes &pin) const { return (*module_)->C_Login(handle_, CKU_USER, pin.data(), pin.size()); }
 
 std::vector<CK_OBJECT_HANDLE> Session::find(std::span<CK_ATTRIBUTE> attributes, std::size_t limit) const {
-  const Search search(module_, handle_, attributes);
+  const Search search(*module_, handle_, attributes);
   std::vector<CK_OBJECT_HANDLE> found(limit);
   std::size_t count = 0;
   while (count < limit) {
@@ -66,23 +66,23 @@ std::vector<CK_OBJECT_HANDLE> Session::find(std::span<CK_ATTRIBUTE> attributes, 
 
 Bytes Session::attribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) const {
   CK_ATTRIBUTE attribute{type, nullptr, 0};
-  const CK_RV returned = module_->C_GetAttributeValue(handle_, object, &attribute, 1);
+  const CK_RV returned = (*module_)->C_GetAttributeValue(handle_, object, &attribute, 1);
   if (returned == CKR_ATTRIBUTE_TYPE_INVALID || attribute.ulValueLen == CK_UNAVAILABLE_INFORMATION) {
     return {};
   }
   require(returned, "an object's attribute cannot be read");
   Bytes value(attribute.ulValueLen);
   attribute.pValue = value.data();
-  require(module_->C_GetAttributeValue(handle_, object, &attribute, 1), "an object's attribute cannot be read");
+  require((*module_)->C_GetAttributeValue(handle_, object, &attribute, 1), "an object's attribute cannot be read");
   return value;
 }
 
 Bytes Session::sign(CK_MECHANISM_TYPE mechanism, CK_OBJECT_HANDLE key, const Bytes &data, std::size_t capacity) const {
   CK_MECHANISM chosen{mechanism, nullptr, 0};
-  require(module_->C_SignInit(handle_, &chosen, key), "the token does not begin a signature");
+  require((*module_)->C_SignInit(handle_, &chosen, key), "the token does not begin a signature");
   Bytes out(capacity);
   CK_ULONG length = out.size();
-  require(module_->C_Sign(handle_, unconst(data), data.size(), out.data(), &length), "the token does not sign");
+  require((*module_)->C_Sign(handle_, unconst(data), data.size(), out.data(), &length), "the token does not sign");
   out.resize(length);
   return out;
 }
@@ -90,10 +90,11 @@ Bytes Session::sign(CK_MECHANISM_TYPE mechanism, CK_OBJECT_HANDLE key, const Byt
 Bytes Session::decrypt(CK_MECHANISM_TYPE mechanism, CK_OBJECT_HANDLE key, const Bytes &data,
                        std::size_t capacity) const {
   CK_MECHANISM chosen{mechanism, nullptr, 0};
-  require(module_->C_DecryptInit(handle_, &chosen, key), "the token does not begin a decryption");
+  require((*module_)->C_DecryptInit(handle_, &chosen, key), "the token does not begin a decryption");
   Bytes out(capacity);
   CK_ULONG length = out.size();
-  require(module_->C_Decrypt(handle_, unconst(data), data.size(), out.data(), &length), "the token does not decrypt");
+  require((*module_)->C_Decrypt(handle_, unconst(data), data.size(), out.data(), &length),
+          "the token does not decrypt");
   out.resize(length);
   return out;
 }

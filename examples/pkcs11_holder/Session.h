@@ -9,10 +9,10 @@
 
 namespace delegated_tls::pkcs11 {
 
-/// One thread at a time. The module has to outlive it.
+/// One thread at a time.
 class Session {
 public:
-  Session(const Module &module, CK_SLOT_ID slot);
+  Session(std::shared_ptr<const Module> module, CK_SLOT_ID slot);
   ~Session();
   Session(const Session &) = delete;
   Session &operator=(const Session &) = delete;
@@ -32,7 +32,7 @@ public:
   Bytes decrypt(CK_MECHANISM_TYPE mechanism, CK_OBJECT_HANDLE key, const Bytes &data, std::size_t capacity) const;
 
 private:
-  const Module &module_;
+  const std::shared_ptr<const Module> module_;
   CK_SESSION_HANDLE handle_ = CK_INVALID_HANDLE;
 };
 

@@ -56,23 +56,43 @@ std::string quotedLabels(const std::vector<LabelledSlot> &tokens) {
 } // namespace
 
 std::unique_ptr<Session> Token::openSession() {
-  const std::scoped_lock lock(mutex_); // one login
+  const std::scoped_lock lock(mutex_);
+  if (pinRefused_) {
+    throw Failure("the token '" + options_.label +
+                  "' refused the PIN, which is not tried again: start anew with the right one");
+  }
+  startAnewIfLost();
+  lost_ = true; // unless what follows succeeds
   auto session = std::make_unique<Session>(module_, slot());
   if (!session->loggedIn()) {
     login(*session);
   }
+  lost_ = false;
   return session;
+}
+
+void Token::sessionLost() {
+  const std::scoped_lock lock(mutex_);
+  lost_ = true;
+}
+
+// Sessions are opened under the lock only: when no other share is left, none can come.
+void Token::startAnewIfLost() {
+  if (lost_ && module_.use_count() <= 1) {
+    module_.reset();
+    module_ = std::make_shared<const Module>(library_);
+  }
 }
 
 std::size_t Token::sessionLimit(std::size_t wanted) const {
   CK_TOKEN_INFO info{};
-  require(module_->C_GetTokenInfo(slot(), &info), "the token does not tell about itself");
+  require((*module_)->C_GetTokenInfo(slot(), &info), "the token does not tell about itself");
   const CK_ULONG most = info.ulMaxSessionCount;
   return most == CK_EFFECTIVELY_INFINITE ? wanted : std::min<std::size_t>(wanted, most); // unavailable is the highest
 }
 
 CK_SLOT_ID Token::slot() const {
-  const std::vector<LabelledSlot> tokens = labelledSlots(module_);
+  const std::vector<LabelledSlot> tokens = labelledSlots(*module_);
   switch (std::ranges::count(tokens, options_.label, &LabelledSlot::label)) {
   case 0:
     throw Failure("no token is labelled '" + options_.label +
@@ -85,10 +105,6 @@ CK_SLOT_ID Token::slot() const {
 }
 
 void Token::login(const Session &session) {
-  if (pinRefused_) {
-    throw Failure("the token '" + options_.label +
-                  "' refused the PIN, which is not tried again: restart with the right one");
-  }
   Bytes pin = readPin(options_.pinFile);
   const CK_RV returned = session.login(pin);
   if (std::ranges::find(kPinRefusals, returned) != kPinRefusals.end()) {

@@ -70,7 +70,7 @@ public:
     try {
       return carryOut(operation, padding, data);
     } catch (const std::exception &failure) {
-      report_(name_ + ": " + failure.what());
+      report_(failure.what());
       return std::nullopt;
     }
   }
@@ -104,15 +104,22 @@ private:
   }
 
   Bytes carryOut(Operation operation, int padding, const Bytes &data) {
+    std::string loss;
     try {
       return carryOutOnce(operation, padding, data);
     } catch (const TokenFailure &failure) {
       if (!isSessionLost(failure.value)) {
         throw;
       }
+      loss = failure.what();
     }
     pool_.closeIdle();
-    return carryOutOnce(operation, padding, data);
+    token_.sessionLost();
+    try {
+      return carryOutOnce(operation, padding, data);
+    } catch (const Failure &failure) {
+      throw Failure(loss + "; and in a new session: " + failure.what());
+    }
   }
 
   /// A session in which anything failed is not given back.
