@@ -3,18 +3,11 @@
 
 #include "Failure.h"
 
-#include <chrono>
-
 namespace delegated_tls::pkcs11 {
-namespace {
-
-constexpr std::chrono::seconds kPlaceTimeout{5};
-
-} // namespace
 
 SessionPool::Place::Place(SessionPool &pool) : pool_(pool) {
   std::unique_lock lock(pool_.mutex_);
-  if (!pool_.placeFree_.wait_for(lock, kPlaceTimeout, [this] { return pool_.taken_ < pool_.limit_; })) {
+  if (!pool_.placeFree_.wait_for(lock, pool_.patience_, [this] { return pool_.taken_ < pool_.limit_; })) {
     throw Failure("all " + std::to_string(pool_.limit_) + " sessions with the token were busy for too long");
   }
   ++pool_.taken_;

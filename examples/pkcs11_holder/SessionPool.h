@@ -3,6 +3,7 @@
 
 #include "Token.h"
 
+#include <chrono>
 #include <condition_variable>
 
 namespace delegated_tls::pkcs11 {
@@ -18,9 +19,10 @@ class SessionPool {
 public:
   using Open = std::function<KeySession()>;
 
-  SessionPool(Open open, std::size_t limit) : open_(std::move(open)), limit_(limit) {}
+  SessionPool(Open open, std::size_t limit, std::chrono::milliseconds patience)
+      : open_(std::move(open)), limit_(limit), patience_(patience) {}
 
-  /// One of the places that sessions can have. Waits for a free one, and throws a Failure when it waited too long.
+  /// One of the places that sessions can have. Waits for a free one, and throws a Failure when its patience ends.
   class Place {
   public:
     explicit Place(SessionPool &pool);
@@ -56,6 +58,7 @@ private:
 
   const Open open_;
   const std::size_t limit_;
+  const std::chrono::milliseconds patience_;
   std::mutex mutex_;
   std::condition_variable placeFree_;
   std::size_t taken_ = 0;

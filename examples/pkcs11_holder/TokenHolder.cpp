@@ -19,6 +19,7 @@ using namespace krOpenSSL;
 using namespace pkcs11;
 
 constexpr std::size_t kSessionsAtOnce = 8;
+constexpr std::chrono::seconds kPatience{5};
 
 // A token that was away knows neither session nor login nor key of before: with these, and with them alone, the
 // operation is tried once more, in a new session.
@@ -61,7 +62,7 @@ public:
   TokenHolder(const TokenOptions &options, const Bytes &publicHalf, FailureReport report)
       : name_("the token '" + options.label + "'"), report_(std::move(report)), publicHalves_{publicHalf},
         publicKey_(publicKeyFrom(publicHalf)), token_(options),
-        pool_([this] { return openSession(); }, token_.sessionLimit(kSessionsAtOnce)) {
+        pool_([this] { return openSession(); }, token_.sessionLimit(kSessionsAtOnce), kPatience) {
     requireKeyWithoutFurtherPin();
     requireSignature();
   }
