@@ -16,6 +16,7 @@ using FailureReport = std::function<void(const std::string &)>;
 
 /// Logs in to the token and finds the private key of @p publicHalf, which is the holder's only key. Throws a
 /// Failure when there is no such key, it does not sign, or this build has no such holder.
-std::unique_ptr<KeyHolder> startTokenHolder(const TokenOptions &options, const Bytes &publicHalf, FailureReport report);
+std::unique_ptr<KeyHolder> startTokenHolder(const TokenOptions &options, const Bytes &publicHalf,
+                                            const FailureReport &report);
 
 } // namespace delegated_tls

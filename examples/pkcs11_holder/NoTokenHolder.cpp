@@ -6,7 +6,7 @@
 namespace delegated_tls {
 
 std::unique_ptr<KeyHolder> startTokenHolder(const TokenOptions & /*options*/, const Bytes & /*publicHalf*/,
-                                            FailureReport /*report*/) {
+                                            const FailureReport & /*report*/) {
   throw Failure("this delegated_tls was built without --holder pkcs11: it needs Linux and, when it is built, "
                 "p11-kit's headers (Debian's libp11-kit-dev)");
 }

@@ -59,8 +59,8 @@ bool verifies(EVP_PKEY *key, const Bytes &digest, const Bytes &signature) {
 
 class TokenHolder final : public KeyHolder {
 public:
-  TokenHolder(const TokenOptions &options, const Bytes &publicHalf, FailureReport report)
-      : name_("the token '" + options.label + "'"), report_(std::move(report)), publicHalves_{publicHalf},
+  TokenHolder(const TokenOptions &options, const Bytes &publicHalf, const FailureReport &report)
+      : name_("the token '" + options.label + "'"), report_(report), publicHalves_{publicHalf},
         publicKey_(publicKeyFrom(publicHalf)), token_(options),
         pool_([this] { return openSession(); }, token_.sessionLimit(kSessionsAtOnce), kPatience) {
     requireKeyWithoutFurtherPin();
@@ -163,8 +163,8 @@ private:
 } // namespace
 
 std::unique_ptr<KeyHolder> startTokenHolder(const TokenOptions &options, const Bytes &publicHalf,
-                                            FailureReport report) {
-  return std::make_unique<TokenHolder>(options, publicHalf, std::move(report));
+                                            const FailureReport &report) {
+  return std::make_unique<TokenHolder>(options, publicHalf, report);
 }
 
 } // namespace delegated_tls

@@ -7,10 +7,10 @@
 #include <gtest/gtest.h>
 #include <openssl/rand.h>
 
+#include <array>
 #include <atomic>
 #include <cstdlib>
 #include <fstream>
-#include <future>
 #include <iterator>
 #include <thread>
 
@@ -112,9 +112,9 @@ TEST(TokenHolder, MoreThreadsThanSessionsSign) {
   const Held held("server");
   std::atomic<int> good = 0;
   {
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < 24; ++i) {
-      threads.emplace_back([&] {
+    std::array<std::jthread, 24> threads;
+    for (std::jthread &thread : threads) {
+      thread = std::jthread([&] {
         for (int k = 0; k < 10; ++k) {
           good += held.signs(random(32)) ? 1 : 0;
         }
