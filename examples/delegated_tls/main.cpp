@@ -91,7 +91,7 @@ ServeValues serveValues(Arguments arguments) {
   ServeValues values;
   while (!arguments.empty()) {
     const std::string_view name = arguments.next();
-    const auto *const option = std::ranges::find(kServeOptions, name, &ServeOption::name);
+    const auto option = std::ranges::find(kServeOptions, name, &ServeOption::name);
     if (option == kServeOptions.end()) {
       throw UsageFailure("unknown option '" + std::string(name) + "'");
     }

@@ -15,11 +15,11 @@ std::string loaderReason() {
 
 } // namespace
 
-void Library::Unload::operator()(void *library) const noexcept { dlclose(library); }
+void SharedLibrary::Unload::operator()(void *library) const noexcept { dlclose(library); }
 
 // RTLD_LOCAL, since modules bring an OpenSSL of their own: its symbols serve the module alone, and carry a version
 // that this program's do not have.
-Library::Library(const std::string &path) : library_(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) {
+SharedLibrary::SharedLibrary(const std::string &path) : library_(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) {
   if (!library_) {
     throw Failure("the PKCS#11 module cannot be loaded: " + loaderReason());
   }
@@ -30,7 +30,7 @@ Library::Library(const std::string &path) : library_(dlopen(path.c_str(), RTLD_N
   require(getFunctions(&functions_), "the PKCS#11 module gives no functions");
 }
 
-Module::Module(const Library &library) : functions_(library.functions()) {
+Module::Module(const SharedLibrary &library) : functions_(library.functions()) {
   CK_C_INITIALIZE_ARGS arguments{};
   arguments.flags = CKF_OS_LOCKING_OK;
   require(functions_->C_Initialize(&arguments), "the PKCS#11 module cannot be initialised");

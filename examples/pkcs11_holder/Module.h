@@ -9,9 +9,9 @@
 namespace delegated_tls::pkcs11 {
 
 /// The module's code, loaded for the life of the object.
-class Library {
+class SharedLibrary {
 public:
-  explicit Library(const std::string &path);
+  explicit SharedLibrary(const std::string &path);
 
   CK_FUNCTION_LIST *functions() const { return functions_; }
 
@@ -27,7 +27,7 @@ private:
 /// The module, initialised for the life of the object: one at a time.
 class Module {
 public:
-  explicit Module(const Library &library);
+  explicit Module(const SharedLibrary &library);
   ~Module();
   Module(const Module &) = delete;
   Module &operator=(const Module &) = delete;

@@ -31,7 +31,7 @@ private:
   void login(const Session &session);
 
   const TokenOptions options_;
-  const Library library_;
+  const SharedLibrary library_;
   std::shared_ptr<const Module> module_; // each session has a share
   std::mutex mutex_;
   bool lost_ = false;

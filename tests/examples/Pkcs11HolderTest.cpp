@@ -10,6 +10,7 @@
 #include <array>
 #include <atomic>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <thread>
@@ -108,8 +109,8 @@ TEST(TokenHolder, WhatCannotBeDoneIsReportedAndLeavesTheHolderWell) {
   }
 }
 
-TEST(TokenHolder, MoreThreadsThanSessionsSign) {
-  const Held held("server");
+TEST(TokenHolder, MoreThreadsThanSessionsSignAndATokenThatWasAwaySignsAtOnce) {
+  const Held held("rsa");
   std::atomic<int> good = 0;
   {
     std::array<std::jthread, 24> threads;
@@ -122,6 +123,11 @@ TEST(TokenHolder, MoreThreadsThanSessionsSign) {
     }
   }
   EXPECT_EQ(good, 240) << held.reported;
+
+  std::filesystem::rename("tokens", "away");
+  EXPECT_FALSE(held.signs(random(32)));
+  std::filesystem::rename("away", "tokens");
+  EXPECT_TRUE(held.signs(random(32))) << held.reported; // none of the idle sessions is in the way
 }
 
 TEST(SessionPool, PlacesAreBoundedSessionsKeptAndFailedOnesReplaced) {
