@@ -1,5 +1,6 @@
 // What several threads may do at once. Built with the thread sanitizer too.
 #include "support/Provider.h"
+#include "support/Race.h"
 #include "support/Trace.h"
 
 #include <krOpenSSL/krLifecycle.h>
@@ -9,27 +10,11 @@
 
 #include <algorithm>
 #include <array>
-#include <barrier>
 #include <set>
-#include <thread>
 
 namespace {
 
 using namespace krTest;
-
-constexpr std::size_t kThreads = 8;
-
-// Runs the work in threads that begin together, each with its own number.
-void race(const std::function<void(std::size_t)> &work) {
-  std::barrier start(kThreads);
-  std::vector<std::jthread> threads;
-  for (std::size_t i = 0; i < kThreads; ++i) {
-    threads.emplace_back([&, i] {
-      start.arrive_and_wait();
-      work(i);
-    });
-  }
-}
 
 bool engineIsRegistered() { return ENGINE_get_default_RSA() != nullptr; }
 
