@@ -36,20 +36,12 @@ void expectPair(const std::string &type, const std::string &what, Object *object
   }
 }
 
-// Methods that say when they are called.
-int sayRsa(int flen, const unsigned char * /*from*/, unsigned char * /*to*/, RSA * /*rsa*/, int padding) {
+// A method that says when it is called.
+template <class Result, auto kResult, class... Arguments> Result say(Arguments... /*arguments*/) {
   std::puts("krOpenSSL the call");
-  return flen + padding;
+  return kResult();
 }
-DSA_SIG *sayDsa(const unsigned char * /*dgst*/, int /*dlen*/, DSA * /*dsa*/) {
-  std::puts("krOpenSSL the call");
-  return DSA_SIG_new();
-}
-ECDSA_SIG *sayEcdsa(const unsigned char * /*dgst*/, int /*length*/, const BIGNUM * /*kinv*/, const BIGNUM * /*r*/,
-                    EC_KEY * /*key*/) {
-  std::puts("krOpenSSL the call");
-  return ECDSA_SIG_new();
-}
+int eight() { return 8; }
 
 } // namespace
 
@@ -85,10 +77,10 @@ TEST(Accessors, SigningGoesToTheDefaultMethodsInTheTracedOrder) {
   const krOpenSSL::RSAMethodPtr rsa(RSA_meth_new("", 0));
   const krOpenSSL::DSAMethodPtr dsa(DSA_meth_new("", 0));
   const krOpenSSL::ECKeyMethodPtr ec(EC_KEY_METHOD_new(EC_KEY_OpenSSL()));
-  RSA_meth_set_priv_enc(rsa.get(), sayRsa);
-  RSA_meth_set_priv_dec(rsa.get(), sayRsa);
-  DSA_meth_set_sign(dsa.get(), sayDsa);
-  EC_KEY_METHOD_set_sign(ec.get(), nullptr, nullptr, sayEcdsa);
+  RSA_meth_set_priv_enc(rsa.get(), say<int, eight>);
+  RSA_meth_set_priv_dec(rsa.get(), say<int, eight>);
+  DSA_meth_set_sign(dsa.get(), say<DSA_SIG *, DSA_SIG_new>);
+  EC_KEY_METHOD_set_sign(ec.get(), nullptr, nullptr, say<ECDSA_SIG *, ECDSA_SIG_new>);
   RSA_set_default_method(rsa.get());
   DSA_set_default_method(dsa.get());
   EC_KEY_set_default_method(ec.get());
@@ -106,22 +98,15 @@ TEST(Accessors, SigningGoesToTheDefaultMethodsInTheTracedOrder) {
                    "Start - krECDSA_do_sign_ex|the call|End - krECDSA_do_sign_ex"));
 }
 
+// Those that no other test follows in the trace.
 TEST(Accessors, ForwardToOpenSSLUnderTheirOwnNames) {
   EC_KEY *ec = EVP_PKEY_get0_EC_KEY(softwareKey(Kind::p256));
-  const krOpenSSL::SSLCtxPtr tls(SSL_CTX_new(TLS_method()));
-  const krOpenSSL::SSLPtr ssl(SSL_new(tls.get()));
   const krOpenSSL::EVPMDCtxPtr md(EVP_MD_CTX_new());
   EVP_DigestInit(md.get(), EVP_sha384());
-  const krOpenSSL::X509SigPtr info(X509_SIG_new());
-  ASN1_OCTET_STRING *octets = nullptr;
-  X509_SIG_getm(info.get(), nullptr, &octets);
-  ASN1_OCTET_STRING_set(octets, Bytes(6, 'd').data(), 6);
+  EVP_MD_CTX_set_flags(md.get(), 0x2); // not the one that is asked for
   const krOpenSSL::Handle<ENGINE, ENGINE_free> engine(ENGINE_new());
   ENGINE_set_EC(engine.get(), EC_KEY_OpenSSL());
-  EVP_CIPHER_CTX *cipher = nullptr;
-  HMAC_CTX *hmac = nullptr;
   int index = 0;
-
   const std::pair<const char *, std::function<bool()>> rows[] = {
       {"krECDSA_get_ex_new_index",
        [&] { return (index = krECDSA_get_ex_new_index(0, nullptr, nullptr, nullptr, nullptr)) > 0; }},
@@ -134,29 +119,11 @@ TEST(Accessors, ForwardToOpenSSLUnderTheirOwnNames) {
        }},
       {"krENGINE_unregister_ECDSA",
        [&] { return krENGINE_unregister_ECDSA(engine.get()), ENGINE_get_default_EC() == nullptr; }},
-      {"krEVP_CIPHER_CTX_new",
-       [&] {
-         cipher = krEVP_CIPHER_CTX_new();
-         return EVP_EncryptInit(cipher, EVP_aes_128_cbc(), Bytes(16).data(), Bytes(16, 7).data()) == 1;
-       }},
-      {"krEVP_CIPHER_CTX_encrypting", [&] { return krEVP_CIPHER_CTX_encrypting(cipher) == 1; }},
-      {"krEVP_CIPHER_CTX_get_cipher_data",
-       [&] { return krEVP_CIPHER_CTX_get_cipher_data(cipher) == EVP_CIPHER_CTX_get_cipher_data(cipher); }},
-      {"krEVP_CIPHER_CTX_iv", [&] { return krEVP_CIPHER_CTX_iv(cipher)[0] == 7; }},
-      {"krEVP_CIPHER_CTX_iv_noconst", [&] { return krEVP_CIPHER_CTX_iv_noconst(cipher)[0] == 7; }},
-      {"krEVP_CIPHER_CTX_Cleanup", [&] { return krEVP_CIPHER_CTX_Cleanup(cipher), true; }}, // or it leaks
-      {"krEVP_CIPHER_CTX_Cleanup", [&] { return krEVP_CIPHER_CTX_Cleanup(nullptr), true; }},
+      {"krEVP_CIPHER_CTX_Cleanup", [] { return krEVP_CIPHER_CTX_Cleanup(EVP_CIPHER_CTX_new()), true; }}, // or it leaks
+      {"krHMAC_CTX_cleanup", [] { return krHMAC_CTX_cleanup(HMAC_CTX_new()), true; }},
       {"krEVP_MD_CTX_md_data", [&] { return krEVP_MD_CTX_md_data(md.get()) == EVP_MD_CTX_md_data(md.get()); }},
       {"krEVP_MD_CTX_test_flags", [&] { return krEVP_MD_CTX_test_flags(md.get()) == 0; }},
-      {"krEVP_MD_CTX_test_flags",
-       [&] { return EVP_MD_CTX_set_flags(md.get(), 0x102), krEVP_MD_CTX_test_flags(md.get()) == 0x100; }},
       {"krEVP_MD_size", [&] { return krEVP_MD_size(md.get()) == 48; }},
-      {"krHMAC_CTX_new", [&] { return (hmac = krHMAC_CTX_new()) != nullptr; }},
-      {"krHMAC_CTX_cleanup", [&] { return krHMAC_CTX_cleanup(hmac), true; }}, // or it leaks
-      {"krHMAC_CTX_cleanup", [&] { return krHMAC_CTX_cleanup(nullptr), true; }},
-      {"krSSL_get_SSL_CTX", [&] { return krSSL_get_SSL_CTX(ssl.get()) == tls.get(); }},
-      {"krX509_digest_length", [&] { return krX509_digest_length(info.get()) == 6; }},
-      {"krX509_digest_data", [&] { return *krX509_digest_data(info.get()) == 'd'; }},
   };
   for (const auto &[name, call] : rows) {
     Trace trace;
