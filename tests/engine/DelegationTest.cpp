@@ -57,9 +57,9 @@ bool signs(EVP_PKEY *key, EVP_PKEY *owner) { return verifies(owner, kDigest, sig
 bool decrypts(EVP_PKEY *key, EVP_PKEY *owner) {
   Bytes cipher(256);
   Bytes plain(256);
-  RSA_public_encrypt(32, kDigest.data(), cipher.data(), EVP_PKEY_get0_RSA(owner), RSA_PKCS1_PADDING);
+  RSA_public_encrypt(32, kDigest.data(), cipher.data(), EVP_PKEY_get0_RSA(owner), RSA_PKCS1_OAEP_PADDING);
   RSA *rsa = EVP_PKEY_get0_RSA(key);
-  plain.resize(RSA_private_decrypt(256, cipher.data(), plain.data(), rsa, RSA_PKCS1_PADDING) == 32 ? 32 : 0);
+  plain.resize(RSA_private_decrypt(256, cipher.data(), plain.data(), rsa, RSA_PKCS1_OAEP_PADDING) == 32 ? 32 : 0);
   return plain == kDigest;
 }
 

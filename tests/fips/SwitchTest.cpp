@@ -161,7 +161,6 @@ TEST(FipsSwitch, TakesTheRandomMethodAlongButNotTheHostsOwn) {
   krFipsModeOff();
   EXPECT_EQ(FipsHome::record().randomRequests, 2); // the bytes that are carried over
   EXPECT_EQ(RAND_get_rand_method(), ordinary);
-
   RAND_set_rand_method(RAND_OpenSSL());
   krFipsModeOn();
   EXPECT_EQ(RAND_get_rand_method(), RAND_OpenSSL());
@@ -184,6 +183,19 @@ namespace {
 std::string drawnAndSeeded;
 int drawResult = 1;
 
+int noteSeed(const void *data, int length) {
+  drawnAndSeeded += " seeded " + std::string(static_cast<const char *>(data), static_cast<std::size_t>(length));
+  return 1;
+}
+
+int noteDraw(unsigned char *out, int length) {
+  drawnAndSeeded += " drawn";
+  std::fill_n(out, length, 'x');
+  return drawResult;
+}
+
+const RAND_METHOD kHostsOwn{noteSeed, noteDraw, nullptr, nullptr, nullptr, nullptr};
+
 } // namespace
 
 TEST(FipsSwitch, CarriesRandomBytesBackWhenTheyWereDrawn) {
@@ -191,21 +203,7 @@ TEST(FipsSwitch, CarriesRandomBytesBackWhenTheyWereDrawn) {
   const krTest::Trace quiet;
   krOSSLSetup();
   krFipsUseOpenSSLFIPS(1);
-  static const RAND_METHOD host{[](const void *data, int length) {
-                                  drawnAndSeeded += " seeded " + std::string(static_cast<const char *>(data),
-                                                                             static_cast<std::size_t>(length));
-                                  return 1;
-                                },
-                                [](unsigned char *out, int length) {
-                                  drawnAndSeeded += " drawn";
-                                  std::fill_n(out, length, 'x');
-                                  return drawResult;
-                                },
-                                nullptr,
-                                nullptr,
-                                nullptr,
-                                nullptr};
-  RAND_set_rand_method(&host);
+  RAND_set_rand_method(&kHostsOwn);
   krFipsModeOn();
   EXPECT_EQ(std::exchange(drawnAndSeeded, ""), " drawn");
   krFipsModeOff();
@@ -213,25 +211,19 @@ TEST(FipsSwitch, CarriesRandomBytesBackWhenTheyWereDrawn) {
   drawResult = 0;
   krFipsModeOff();
   EXPECT_EQ(drawnAndSeeded, " drawn");
+  EXPECT_EQ(RAND_get_rand_method(), &kHostsOwn);
 }
 
 TEST(FipsModulePath, IsKeptUpTo259Characters) {
-  const std::string longest(259, 'p');
-  const std::string tooLong(260, 'p');
-  struct Row {
-    const char *path;
-    unsigned int result;
-    const char *kept;
-    int given;
-    int tooLong;
-  };
-  for (const Row &row : {Row{longest.c_str(), 0, longest.c_str(), 1, 0}, Row{tooLong.c_str(), 0xE0050001, "", 1, 1},
-                         Row{"short", 0, "short", 1, 0}, Row{nullptr, 0, "", 0, 0}, Row{"", 0, "", 1, 0}}) {
-    EXPECT_EQ(krFipsSetPath(row.path), row.result);
-    EXPECT_STREQ(state::fipsModulePath.data(), row.kept);
-    EXPECT_EQ(state::fipsModulePathGiven, row.given);
-    EXPECT_EQ(state::fipsModulePathTooLong, row.tooLong);
+  for (const auto &[path, kept] :
+       {std::pair(std::string(259, 'p'), true), {std::string(260, 'p'), false}, {"short", true}, {"", true}}) {
+    EXPECT_EQ(krFipsSetPath(path.c_str()), kept ? 0 : 0xE0050001);
+    EXPECT_EQ(state::fipsModulePath.data(), kept ? path : "");
+    EXPECT_EQ(state::fipsModulePathGiven, 1);
+    EXPECT_EQ(state::fipsModulePathTooLong, kept ? 0 : 1);
   }
+  EXPECT_EQ(krFipsSetPath(nullptr), 0U);
+  EXPECT_EQ(state::fipsModulePathGiven, 0);
 }
 
 TEST(FipsModuleState, IsTheModulesOwnUntilClose) {
