@@ -1,35 +1,16 @@
-// The console trace and the traced accessors: each writes its own two lines, in its order, and forwards.
+// The console trace, and where its lines stand around the call. What each accessor forwards to shows where it is used.
 #include "accessors/krAccessors.h"
 #include "accessors/Traced.h"
 #include "accessors/krTraceLog.h"
-#include "support/Keys.h"
 #include "support/Trace.h"
 
-#include <gtest/gtest.h>
+#include <krOpenSSL/krHandles.h>
 
-#include <algorithm>
-#include <array>
+#include <gtest/gtest.h>
 
 namespace {
 
 using namespace krTest;
-
-// Both keep the order of the numbers.
-template <class Object, class Get, class... Number>
-void expectPair(const std::string &type, const std::string &what, Object *object, int (*set)(Object *, Number...),
-                Get get, std::array<const BIGNUM *(*)(const Object *), sizeof...(Number)> held) {
-  std::array<BIGNUM *, sizeof...(Number)> given{};
-  std::array<const BIGNUM *, sizeof...(Number)> got{};
-  std::generate(given.begin(), given.end(), BN_new);
-  const Trace trace;
-  EXPECT_EQ(std::apply([&](auto... number) { return set(object, number...); }, given), 1);
-  std::apply([&](auto &...number) { get(object, &number...); }, got);
-  EXPECT_EQ(trace.lines(), tagged("@kr" + type + "_set0_" + what + "|@kr" + type + "_get0_" + what));
-  for (std::size_t i = 0; i < given.size(); ++i) {
-    EXPECT_EQ(held[i](object), given[i]) << type << what;
-    EXPECT_EQ(got[i], given[i]) << type << what;
-  }
-}
 
 // A method that says when it is called.
 template <class Result, auto kResult, class... Arguments> Result say(Arguments... /*arguments*/) {
@@ -49,23 +30,6 @@ TEST(TraceLog, WritesOneTaggedLineUnlessTheFormatIsTooLong) {
   EXPECT_EQ(krTraceLog("tag", format.c_str() + 1, 0), 2047);
   EXPECT_LT(krTraceLog("tag", format.c_str(), 0), 0);
   EXPECT_EQ(trace.lines(), (Lines{"tag name: 7\n", "tag " + text + "\n", "tag " + format.substr(1) + "\n"}));
-}
-
-TEST(Accessors, SettersAndGettersKeepTheOrderOfTheNumbers) {
-  const krOpenSSL::DHPtr ownDh(DH_new());
-  const krOpenSSL::DSAPtr ownDsa(DSA_new());
-  const krOpenSSL::RSAPtr ownRsa(RSA_new());
-  DH *dh = ownDh.get();
-  DSA *dsa = ownDsa.get();
-  RSA *rsa = ownRsa.get();
-  expectPair("DH", "pqg", dh, krDH_set0_pqg, krDH_get0_pqg, {DH_get0_p, DH_get0_q, DH_get0_g});
-  expectPair("DH", "key", dh, krDH_set0_key, krDH_get0_key, {DH_get0_pub_key, DH_get0_priv_key});
-  expectPair("DSA", "pqg", dsa, krDSA_set0_pqg, krDSA_get0_pqg, {DSA_get0_p, DSA_get0_q, DSA_get0_g});
-  expectPair("DSA", "key", dsa, krDSA_set0_key, krDSA_get0_key, {DSA_get0_pub_key, DSA_get0_priv_key});
-  expectPair("RSA", "key", rsa, krRSA_set0_key, krRSA_get0_key, {RSA_get0_n, RSA_get0_e, RSA_get0_d});
-  expectPair("RSA", "factors", rsa, krRSA_set0_factors, krRSA_get0_factors, {RSA_get0_p, RSA_get0_q});
-  expectPair("RSA", "crt_params", rsa, krRSA_set0_crt_params, krRSA_get0_crt_params,
-             {RSA_get0_dmp1, RSA_get0_dmq1, RSA_get0_iqmp});
 }
 
 TEST(Accessors, SigningGoesToTheDefaultMethodsInTheTracedOrder) {
@@ -89,43 +53,8 @@ TEST(Accessors, SigningGoesToTheDefaultMethodsInTheTracedOrder) {
   const krOpenSSL::ECDSASigPtr ecSignature(krECDSA_do_sign_ex(nullptr, 0, nullptr, nullptr, nullptr));
   EXPECT_TRUE(decrypted == 8 && encrypted == 8 && withoutMethod == 1 && dsaSignature && ecSignature);
   EXPECT_EQ(trace.lines(),
-            tagged("Start - getter|the call|End - getter|@krRSA_priv_dec|the call|@krRSA_private_encrypt|the "
-                   "call|Start - krRSA_private_encrypt|"
-                   "krRSA_private_encrypt: rsaMethod is NULL|End - krRSA_private_encrypt|@krDSA_do_sign|the call|"
+            tagged("Start - getter|the call|End - getter|@krRSA_priv_dec|the call|@krRSA_private_encrypt|the call|"
+                   "Start - krRSA_private_encrypt|krRSA_private_encrypt: rsaMethod is NULL|"
+                   "End - krRSA_private_encrypt|@krDSA_do_sign|the call|"
                    "Start - krECDSA_do_sign_ex|the call|End - krECDSA_do_sign_ex"));
-}
-
-// Those that no other test follows in the trace.
-TEST(Accessors, ForwardToOpenSSLUnderTheirOwnNames) {
-  EC_KEY *ec = EVP_PKEY_get0_EC_KEY(softwareKey(Kind::p256));
-  const krOpenSSL::EVPMDCtxPtr md(EVP_MD_CTX_new());
-  EVP_DigestInit(md.get(), EVP_sha384());
-  EVP_MD_CTX_set_flags(md.get(), 0x2); // not the one that is asked for
-  const krOpenSSL::Handle<ENGINE, ENGINE_free> engine(ENGINE_new());
-  ENGINE_set_EC(engine.get(), EC_KEY_OpenSSL());
-  int index = 0;
-  const std::pair<const char *, std::function<bool()>> rows[] = {
-      {"krECDSA_get_ex_new_index",
-       [&] { return (index = krECDSA_get_ex_new_index(0, nullptr, nullptr, nullptr, nullptr)) > 0; }},
-      {"krECDSA_get_ex_data",
-       [&] { return EC_KEY_set_ex_data(ec, index, &index) == 1 && krECDSA_get_ex_data(ec, index) == &index; }},
-      {"krENGINE_register_ECDSA",
-       [&] {
-         krENGINE_register_ECDSA(engine.get());
-         return ENGINE_get_default_EC() == engine.get() && ENGINE_finish(engine.get()) == 1;
-       }},
-      {"krENGINE_unregister_ECDSA",
-       [&] { return krENGINE_unregister_ECDSA(engine.get()), ENGINE_get_default_EC() == nullptr; }},
-      {"krEVP_CIPHER_CTX_Cleanup", [] { return krEVP_CIPHER_CTX_Cleanup(EVP_CIPHER_CTX_new()), true; }}, // or it leaks
-      {"krHMAC_CTX_cleanup", [] { return krHMAC_CTX_cleanup(HMAC_CTX_new()), true; }},
-      {"krEVP_MD_CTX_md_data", [&] { return krEVP_MD_CTX_md_data(md.get()) == EVP_MD_CTX_md_data(md.get()); }},
-      {"krEVP_MD_CTX_test_flags", [&] { return krEVP_MD_CTX_test_flags(md.get()) == 0; }},
-      {"krEVP_MD_size", [&] { return krEVP_MD_size(md.get()) == 48; }},
-  };
-  for (const auto &[name, call] : rows) {
-    Trace trace;
-    const bool right = call();
-    EXPECT_TRUE(right) << name;
-    EXPECT_EQ(trace.lines(), tagged(std::string("@") + name));
-  }
 }

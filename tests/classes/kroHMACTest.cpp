@@ -12,18 +12,10 @@ namespace {
 using namespace krTest;
 
 constexpr std::uint64_t kTooLong = std::uint64_t{1} << 31U;
-const Bytes kUntouched(65, 0xEE);
 const Bytes kKey(16, 0x0b);
 const Bytes kData(50, 0xdd);
 
 template <class T> void setKey(kroHMAC<T> &hmac, const Bytes &key) { hmac.SetKey(key.data(), key.size()); }
-template <class T> void update(kroHMAC<T> &hmac, const Bytes &data) { hmac.Update(data.data(), data.size()); }
-
-template <class T> Bytes finish(kroHMAC<T> &hmac) {
-  Bytes out = kUntouched;
-  hmac.Final(out.data());
-  return out;
-}
 
 template <class T> Bytes mac(const Bytes &key, const Bytes &data) {
   const Trace quiet;

@@ -94,7 +94,6 @@ INSTANTIATE_TEST_SUITE_P(
     Steps, LoaderFailure,
     testing::Values(
         Failure{"Dynamic", "", removeDynamicEngine, {"94 Failed to load dynamic engine"}, false},
-        Failure{"Bind", "bind", nothing, {"117 Control command LOAD failed"}, false},
         Failure{"NoFile", "", [] { krTest::machine::loseModules(); }, {"117 Control command LOAD failed"}, false},
         Failure{"OtherId", "id", nothing, {"137 Failed to load 'wolfEngine'"}, false},
         Failure{
