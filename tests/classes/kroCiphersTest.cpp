@@ -121,17 +121,14 @@ TEST(Rc4, GivesThePublishedKeyStreamsInPiecesAndAgain) {
 
 TEST(Rc4, WithoutAProperKeyItWritesNothing) {
   const Trace quiet;
-  const struct {
-    const unsigned char *key;
-    std::uint64_t length;
-  } rows[] = {{nullptr, 5}, {kRc4Key.data(), 0}, {kRc4Key.data(), kTooLong}};
   kroRC4 rc4;
   EXPECT_EQ(keyStream(rc4, 16), Bytes(16, 0));
-  for (const auto &row : rows) {
+  for (const auto &[key, length] :
+       {std::pair<const unsigned char *, std::uint64_t>(nullptr, 5), {kRc4Key.data(), 0}, {kRc4Key.data(), kTooLong}}) {
     rc4.SetKey(kRc4Key.data(), kRc4Key.size());
-    rc4.SetKey(row.key, row.length);
+    rc4.SetKey(key, length);
     EXPECT_EQ(keyStream(rc4, 16), Bytes(16, 0));
-    kroRC4 keyed(row.key, row.length);
+    kroRC4 keyed(key, length);
     EXPECT_EQ(keyStream(keyed, 16), Bytes(16, 0));
   }
   Bytes out(1, 0xEE);

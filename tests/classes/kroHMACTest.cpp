@@ -7,6 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <tuple>
+
 namespace {
 
 using namespace krTest;
@@ -84,11 +87,7 @@ TEST(HMAC, CopiesGoOnFromTheSamePointOnTheirOwn) {
 
 TEST(HMAC, WhatCannotBeCarriedOutWritesNothing) {
   const Bytes some(1, 'x');
-  const struct {
-    const char *name;
-    std::function<void(kroHMAC<kroSHA1> &)> calls;
-    bool keyed; // whether the key set first is still there
-  } rows[] = {
+  const std::tuple<const char *, std::function<void(kroHMAC<kroSHA1> &)>, bool> rows[] = {
       {"a null key", [](auto &hmac) { hmac.SetKey(nullptr, 5); }, false},
       {"a key too long", [&](auto &hmac) { hmac.SetKey(some.data(), kTooLong); }, false},
       {"data too long", [&](auto &hmac) { hmac.Update(some.data(), kTooLong); }, true},
@@ -97,17 +96,17 @@ TEST(HMAC, WhatCannotBeCarriedOutWritesNothing) {
       {"a null output", [](auto &hmac) { hmac.Final(nullptr); }, true},
   };
   const Bytes expected = mac<kroSHA1>(kKey, kData);
-  for (const auto &row : rows) {
-    SCOPED_TRACE(row.name);
+  for (const auto &[what, calls, isStillKeyed] : rows) {
+    SCOPED_TRACE(what);
     const Trace quiet;
     kroHMAC<kroSHA1> hmac;
     setKey(hmac, kKey);
-    row.calls(hmac);
+    calls(hmac);
     update(hmac, kData);
     EXPECT_EQ(finish(hmac), kUntouched);
     hmac.Init();
     update(hmac, kData);
-    EXPECT_EQ(finish(hmac), row.keyed ? expected : kUntouched);
+    EXPECT_EQ(finish(hmac), isStillKeyed ? expected : kUntouched);
   }
 }
 

@@ -18,6 +18,7 @@
 
 #include <functional>
 #include <string>
+#include <tuple>
 #include <utility>
 
 namespace {
@@ -64,13 +65,7 @@ TEST(FipsSwitch, FollowsTheStateTable) {
   const FipsHome home;
   const krTest::Trace quiet;
   krOSSLSetup();
-  struct Step {
-    unsigned int (*operation)();
-    int use;
-    unsigned int result;
-    const char *engines;
-  };
-  const Step steps[]{
+  const std::tuple<unsigned int (*)(), int, unsigned int, const char *> steps[]{
       {krFipsModeOn, 0, 0xE0050005, kOrdinary}, // refused with nothing touched
       {krFipsModeOff, 0, 0, kOrdinary},
       {krFipsModeOn, 5, 0, kFips},
@@ -88,14 +83,15 @@ TEST(FipsSwitch, FollowsTheStateTable) {
       {krFipsModeOn, 1, 0, kFips},
       {close, 0, 0, kOrdinary},
   };
-  for (const Step &step : steps) {
-    SCOPED_TRACE(&step - steps);
-    EXPECT_EQ(krFipsUseOpenSSLFIPS(step.use), step.use != 0 ? 1 : 0);
-    EXPECT_EQ(krFipsUsingOpenSSLFIPS(), step.use != 0 ? 1 : 0);
-    EXPECT_EQ(step.operation(), step.result);
-    if (step.engines != nullptr) {
-      EXPECT_EQ(engines(), step.engines);
-      EXPECT_EQ(krFipsMode(), step.engines == kOrdinary ? 0 : 1);
+  int number = 0;
+  for (const auto &[operation, use, result, after] : steps) {
+    SCOPED_TRACE(++number);
+    EXPECT_EQ(krFipsUseOpenSSLFIPS(use), use != 0 ? 1 : 0);
+    EXPECT_EQ(krFipsUsingOpenSSLFIPS(), use != 0 ? 1 : 0);
+    EXPECT_EQ(operation(), result);
+    if (after != nullptr) {
+      EXPECT_EQ(engines(), after);
+      EXPECT_EQ(krFipsMode(), after == kOrdinary ? 0 : 1);
     }
     EXPECT_EQ(ERR_peek_error(), 0U);
   }

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <regex>
+#include <tuple>
 
 namespace {
 
@@ -18,8 +19,6 @@ using namespace krTest;
 namespace fs = std::filesystem;
 
 void line(const char *message = "text") { krLogLine(1, 0, message); }
-
-bool isRoot() { return ::geteuid() == 0; }
 
 // Becomes a user without privileges; the folder is that user's, when it is to write.
 void becomeNobody(const TestLog &log, bool ownsFolder) {
@@ -90,10 +89,7 @@ TEST(LogFile, RefusesFoldersThatAreNotThePlaceTheySeem) {
   fs::current_path(before);
 }
 
-TEST(LogFile, ReplacesLinksAndLeavesTheirTargets) {
-  if (!isRoot()) {
-    GTEST_SKIP() << "only root can give files to root";
-  }
+TEST_F(AsRoot, LogReplacesLinksAndLeavesTheirTargets) {
   const TestLog log;
   ::umask(077);
   ASSERT_EQ(::chown(log.folder.c_str(), 65534, 65534), 0);
@@ -102,29 +98,25 @@ TEST(LogFile, ReplacesLinksAndLeavesTheirTargets) {
   fs::create_directory(otherFolder);
   put(otherFolder / "krOpenSSL.log", "untouched");
   const auto dangling = log.root / "nothing";
-  const struct {
-    const char *what;
-    std::function<void()> place;
-    std::size_t lines;
-  } rows[]{
+  const std::tuple<const char *, std::function<void()>, std::size_t> rows[]{
       {"link", [&] { fs::create_symlink(log.target, log.file); }, 1},
       {"hard link", [&] { fs::create_hard_link(log.target, log.file); }, 1},
       {"dangling link", [&] { fs::create_symlink(dangling, log.file); }, 0},
       {"link to itself", [&] { fs::create_symlink(log.file, log.file); }, 0},
       {"link to a device", [&] { fs::create_symlink("/dev/null", log.file); }, 1},
   };
-  for (const auto &row : rows) {
-    SCOPED_TRACE(row.what);
+  for (const auto &[what, place, lines] : rows) {
+    SCOPED_TRACE(what);
     fs::remove(log.file);
-    row.place();
+    place();
     line();
-    EXPECT_EQ(linesOf(log.file).size(), row.lines);
+    EXPECT_EQ(linesOf(log.file).size(), lines);
     EXPECT_EQ(accessOf(log.file), "0:0 100644");
     EXPECT_EQ(contentOf(log.target), "untouched");
     EXPECT_EQ(fs::hard_link_count(log.target), 1U);
     EXPECT_FALSE(fs::exists(dangling));
     line();
-    EXPECT_EQ(linesOf(log.file).size(), row.lines + 1);
+    EXPECT_EQ(linesOf(log.file).size(), lines + 1);
   }
 
   fs::remove(log.file);
@@ -146,10 +138,7 @@ TEST(LogFile, ReplacesLinksAndLeavesTheirTargets) {
   EXPECT_FALSE(fs::exists(dangling));
 }
 
-TEST(LogFile, RotatesPastLinks) {
-  if (!isRoot()) {
-    GTEST_SKIP() << "only root can give files to root";
-  }
+TEST_F(AsRoot, LogRotatesPastLinks) {
   const TestLog log;
   line("resolved");
   for (const bool hard : {true, false}) {
@@ -231,10 +220,7 @@ TEST(LogFile, LosesWholeLinesOnAFullDisk) {
   EXPECT_EQ(linesOf(log.file).size(), 2U);
 }
 
-TEST(LogFile, ServesUsersWithoutPrivileges) {
-  if (!isRoot()) {
-    GTEST_SKIP() << "only root can become another user";
-  }
+TEST_F(AsRoot, LogServesUsersWithoutPrivileges) {
   const TestLog log;
   const auto asNobody = [&](bool ownsFolder, const std::function<void()> &work) {
     EXPECT_EQ(inChild([&] {
