@@ -1,13 +1,16 @@
-// Delegation for C++ callers: the library and a delegated key as objects that keep the rules of krLifecycle.h and
-// krDelegation.h by themselves. Header only, over the exports and OpenSSL; it adds no symbol to the library.
-//
-//   const krOpenSSL::Library library;
-//   const krOpenSSL::DelegatedKey key(library, X509_get0_pubkey(certificate), signInMyKeyStore);
-//   ...
-//   key.bindTo(ssl); // each connection, before its handshake
-//
-// What goes through a delegated key, and what is refused, is what krDelegation.h says of the provider: no RSA-PSS, and
-// no DSA or ECDSA over 28 bytes.
+/// @file
+/// Delegation for C++ callers: the library and a delegated key as objects that keep the rules of krLifecycle.h and
+/// krDelegation.h by themselves. Header only, over the exports and OpenSSL; it adds no symbol to the library.
+///
+///     const krOpenSSL::Library library;
+///     const krOpenSSL::DelegatedKey key(library, X509_get0_pubkey(certificate), signInMyKeyStore);
+///     key.prepare(context); // once for each SSL_CTX, whose certificate is set
+///     ...
+///     key.bindTo(ssl);      // for each connection, before its handshake
+///
+/// What goes through a delegated key, and what is refused, is what krDelegation.h says of the provider: no RSA-PSS, so
+/// no TLS 1.3 with RSA, and no DSA or ECDSA over 28 bytes. The code that includes this header registers functions with
+/// OpenSSL: it has to stay loaded.
 #pragma once
 
 #include <krOpenSSL/krDelegation.h>
@@ -25,6 +28,7 @@
 #include <mutex>
 #include <span>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 namespace krOpenSSL {
@@ -36,19 +40,33 @@ public:
   using std::runtime_error::runtime_error;
 };
 
-/// The library, set up for the life of the object. Objects are counted: any number may live at once, in any thread.
+/// The library, set up for the life of the object. Objects are counted: any number may live at once.
+///
+/// @note Safe from any thread: an object is not made before the first one's set-up is done. The last one's end is to be
+///       kept apart from other use of the library, and so are direct calls of krOSSLSetup and krOSSLCleanup from
+///       objects that begin or end.
 class Library {
 public:
   /// @throws DelegateError when OpenSSL could not be initialised
   Library() {
+    const std::scoped_lock lock(mutex());
     if (krOSSLSetup() != 0) {
       krOSSLCleanup();
       throw DelegateError("OpenSSL could not be initialised");
     }
   }
-  ~Library() { krOSSLCleanup(); }
+  ~Library() {
+    const std::scoped_lock lock(mutex());
+    krOSSLCleanup();
+  }
   Library(const Library &) = delete;
   Library &operator=(const Library &) = delete;
+
+private:
+  static std::mutex &mutex() {
+    static std::mutex only;
+    return only;
+  }
 };
 
 /// The hash whose digests have this length: NID_sha1, NID_sha224, NID_sha256, NID_md5_sha1 (36 bytes, which RSA signs
@@ -56,8 +74,12 @@ public:
 constexpr int hashOfLength(std::size_t digestBytes) noexcept {
   constexpr std::array<std::pair<std::size_t, int>, 6> kHashes{
       {{20, NID_sha1}, {28, NID_sha224}, {32, NID_sha256}, {36, NID_md5_sha1}, {48, NID_sha384}, {64, NID_sha512}}};
-  const auto *const row = std::ranges::find(kHashes, digestBytes, &std::pair<std::size_t, int>::first);
-  return row != kHashes.end() ? row->second : NID_undef;
+  for (const auto &[bytes, hash] : kHashes) {
+    if (bytes == digestBytes) {
+      return hash;
+    }
+  }
+  return NID_undef;
 }
 
 /// What a signer is asked for.
@@ -70,7 +92,8 @@ struct SignRequest {
 /// key; a DER-encoded signature for DSA and EC.
 ///
 /// @return bytes written; 0, more than @p out has, or an exception makes the handshake fail
-/// @note Called on the threads of the handshakes, several at once, without any lock held.
+/// @note Called on the threads of the handshakes, several at once, without any lock held. It must not end or cancel its
+///       thread, and must not own the SSL_CTX, which owns it.
 using Signer = std::function<std::size_t(const SignRequest &request, std::span<unsigned char> out)>;
 
 namespace detail {
@@ -126,42 +149,66 @@ inline ECKeyPtr publicHalf(const EC_KEY *key) {
   return half;
 }
 
-/// Stores the connection on a key object that is bound to an engine of the library; false when it is not, or without
-/// memory.
+/// Whether the engine hands signatures to the provider: the library's own one, and in FIPS mode wolfEngine.
+inline bool delegates(const ENGINE *engine, bool alsoWolfEngine) {
+  const std::string_view id = engine != nullptr ? ENGINE_get_id(engine) : "";
+  return id == "qvlib" || (alsoWolfEngine && id == "wolfEngine");
+}
+
+/// Stores the connection on a key object; false when no engine would look for it there, or without memory.
 inline bool nameConnection(EVP_PKEY *key, SSL *ssl) {
   switch (EVP_PKEY_base_id(key)) {
   case EVP_PKEY_RSA: {
     RSA *rsa = EVP_PKEY_get0_RSA(key);
-    return RSA_get0_engine(rsa) != nullptr && RSA_set_ex_data(rsa, kropenssl_get_rsa_idx(), ssl) == 1;
+    return delegates(RSA_get0_engine(rsa), true) && RSA_set_ex_data(rsa, kropenssl_get_rsa_idx(), ssl) == 1;
   }
   case EVP_PKEY_DSA: {
     DSA *dsa = EVP_PKEY_get0_DSA(key);
-    return DSA_get0_engine(dsa) != nullptr && DSA_set_ex_data(dsa, kropenssl_get_dsa_idx(), ssl) == 1;
+    return delegates(DSA_get0_engine(dsa), false) && DSA_set_ex_data(dsa, kropenssl_get_dsa_idx(), ssl) == 1;
   }
   default: {
     EC_KEY *ec = EVP_PKEY_get0_EC_KEY(key);
-    return EC_KEY_get0_engine(ec) != nullptr && EC_KEY_set_ex_data(ec, kropenssl_get_ecdsa_idx(), ssl) == 1;
+    return delegates(EC_KEY_get0_engine(ec), true) && EC_KEY_set_ex_data(ec, kropenssl_get_ecdsa_idx(), ssl) == 1;
   }
   }
 }
+
+/// What a key of each type can be asked for through a provider.
+struct Limits {
+  int keyType;
+  int highestVersion;
+  const char *ciphers; ///< of TLS 1.2
+  const char *signatureAlgorithms;
+};
+inline constexpr std::array<Limits, 3> kLimits{
+    {{EVP_PKEY_RSA, TLS1_2_VERSION, "ECDHE+aRSA+AESGCM:DHE+aRSA+AESGCM", "RSA+SHA256:RSA+SHA384:RSA+SHA512"},
+     {EVP_PKEY_DSA, TLS1_2_VERSION, "DHE+DSS+AESGCM", "DSA+SHA256"},
+     {EVP_PKEY_EC, TLS1_3_VERSION, "ECDHE+ECDSA+AESGCM", "ECDSA+SHA256:ECDSA+SHA384:ECDSA+SHA512"}}};
 
 /// What the connections of a delegated key share.
 struct SharedKey {
   EVPPKeyPtr publicHalf;
   Signer signer;
+
+  int type() const { return EVP_PKEY_base_id(publicHalf.get()); }
 };
 
 /// The ift_provider record of one SSL_CTX, owned by that context, and the keys that sign for it.
 class ContextRecord {
 public:
-  /// Has the key sign for the connections of the context: makes the context's record where it has none.
-  static void serve(SSL_CTX *context, const std::shared_ptr<const SharedKey> &key) {
+  /// Has the key sign for the connections of the context, unless @p prepare throws: makes the context's record where it
+  /// has none.
+  template <class Prepare>
+  static void serve(SSL_CTX *context, const std::shared_ptr<const SharedKey> &key, Prepare prepare) {
     static std::mutex mutex;
     const std::scoped_lock lock(mutex);
     ContextRecord &record = of(context);
-    std::shared_ptr<const SharedKey> &slot = record.keys_.at(slotOf(&Algorithm::keyType, keyType(*key)));
+    std::shared_ptr<const SharedKey> &slot = record.keys_.at(slotOf(&Algorithm::keyType, key->type()));
     require(slot == nullptr || slot == key, "another key of this type signs for the context");
-    slot = key;
+    prepare();
+    if (slot == nullptr) {
+      slot = key;
+    }
   }
 
 private:
@@ -175,8 +222,6 @@ private:
   static std::size_t slotOf(int Algorithm::*field, int value) {
     return static_cast<std::size_t>(std::ranges::find(kAlgorithms, value, field) - kAlgorithms.begin());
   }
-
-  static int keyType(const SharedKey &key) { return EVP_PKEY_base_id(key.publicHalf.get()); }
 
   static ContextRecord &of(SSL_CTX *context) {
     const void *served = SSL_CTX_get_ex_data(context, kropenssl_get_ssl_ctx_idx());
@@ -266,7 +311,7 @@ inline EVPPKeyPtr publicHalf(EVP_PKEY *key) {
 /// and their lifetimes.
 ///
 /// Copies share the signer. The object itself may end before the connections: each SSL_CTX keeps what its connections
-/// need until the last of them is freed.
+/// need until the last of them is freed. One context serves one key of each type.
 ///
 /// @note Safe from any thread. A signer that refers to other objects needs them until the last connection is gone.
 class DelegatedKey {
@@ -280,31 +325,51 @@ public:
     shared_ = std::make_shared<const detail::SharedKey>(detail::SharedKey{publicHalf(publicKey), std::move(signer)});
   }
   DelegatedKey(const Library &&, EVP_PKEY *, Signer) = delete; ///< the library has to outlive this call
+  DelegatedKey(const DelegatedKey &) = default;                ///< moving is copying: no object is ever without its key
+  DelegatedKey &operator=(const DelegatedKey &) = default;     ///< the same
+  ~DelegatedKey() = default;
 
-  /// Gives the connection a key object of its own, which signs through this key. To be called once the connection has
-  /// its SSL_CTX (after SSL_set_SSL_CTX, in a server that chooses by name) and before its handshake signs.
+  /// Readies a context for connections with this key, before it has any: stores the record on it, and replaces its
+  /// signature algorithms and its ciphers of TLS 1.2 by those that go through a provider, with TLS 1.2 as the highest
+  /// version for RSA and DSA. A context with keys of several types needs limits of its own; bindTo alone serves it.
   ///
-  /// One context serves one key of each type. The context's record is stored by the first call for it, or by
-  /// bindTo(SSL_CTX *).
-  ///
-  /// @throws DelegateError when the context carries another key of this type or a record that is not this class's,
-  ///         when no engine of the library serves the key's type (DSA in FIPS mode), or when OpenSSL refuses the key,
-  ///         as it does when it is not the certificate's
-  void bindTo(SSL *ssl) const {
-    detail::require(ssl != nullptr, "a connection is missing");
-    bindTo(SSL_get_SSL_CTX(ssl));
-    const EVPPKeyPtr key = publicHalf(shared_->publicHalf.get());
-    detail::require(detail::nameConnection(key.get(), ssl), "no engine of the library serves this key");
-    detail::require(SSL_use_PrivateKey(ssl, key.get()) == 1, "the connection refuses the key");
+  /// @throws DelegateError when the context carries another key of this type or a record that is not this class's, or
+  ///         when OpenSSL refuses the limits
+  void prepare(SSL_CTX *context) const {
+    detail::require(context != nullptr, "a context is missing");
+    const detail::Limits &limits = *std::ranges::find(detail::kLimits, shared_->type(), &detail::Limits::keyType);
+    detail::ContextRecord::serve(context, shared_, [&] {
+      const auto highest = SSL_CTX_get_max_proto_version(context); // 0 is the highest there is
+      const bool lowered = highest != 0 && highest <= limits.highestVersion;
+      detail::require(SSL_CTX_set1_sigalgs_list(context, limits.signatureAlgorithms) == 1 &&
+                          SSL_CTX_set_cipher_list(context, limits.ciphers) == 1 &&
+                          (lowered || SSL_CTX_set_max_proto_version(context, limits.highestVersion) == 1),
+                      "the context cannot be limited");
+    });
   }
 
-  /// Stores the record on a context whose connections will be bound one by one: for programs in which other threads
-  /// read that context's ex-data while connections begin, since OpenSSL does not guard it.
+  /// Gives the connection a key object of its own, which signs through this key. To be called once the connection has
+  /// its SSL_CTX (after SSL_set_SSL_CTX, in a server that chooses by name) and its certificate, and before its
+  /// handshake signs. A certificate of another type than the key's is not noticed, and one that is set afterwards
+  /// takes the key away.
   ///
-  /// @throws DelegateError as above
-  void bindTo(SSL_CTX *context) const {
-    detail::require(context != nullptr, "a context is missing");
-    detail::ContextRecord::serve(context, shared_);
+  /// It stores the record on a context that has not been readied. OpenSSL does not guard a context's ex-data: where
+  /// other threads read it, ready the context first.
+  ///
+  /// The key object names the connection: it must not outlive it, and a copy that SSL_dup made of the connection needs
+  /// a bindTo of its own.
+  ///
+  /// @throws DelegateError when the context carries another key of this type or a record that is not this class's,
+  ///         when no engine that delegates serves the key's type (DSA in FIPS mode), or when OpenSSL refuses the key,
+  ///         as it does when the connection's certificate of this type has another; the connection then has lost
+  ///         that certificate and is to be freed
+  void bindTo(SSL *ssl) const {
+    detail::require(ssl != nullptr, "a connection is missing");
+    const EVPPKeyPtr key = publicHalf(shared_->publicHalf.get());
+    detail::require(detail::nameConnection(key.get(), ssl), "no engine that delegates serves this key");
+    detail::ContextRecord::serve(SSL_get_SSL_CTX(ssl), shared_, [&] {
+      detail::require(SSL_use_PrivateKey(ssl, key.get()) == 1, "the connection refuses the key");
+    });
   }
 
 private:

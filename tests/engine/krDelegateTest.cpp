@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <stdexcept>
 #include <thread>
 
@@ -92,7 +93,6 @@ TEST_F(Delegate, AContextKeepsTheSignerUntilItsLastConnectionIsGone) {
   krOpenSSL::SSLPtr ssl(SSL_new(context.get()));
   const auto bind = [&, token](Kind kind) {
     const DelegatedKey key(library, softwareKey(kind), [token](const SignRequest &, Out) { return std::size_t{0}; });
-    key.bindTo(context.get());
     key.bindTo(ssl.get());
   };
   for (const Kind kind : {Kind::rsa, Kind::dsa, Kind::p256}) { // one of each type
@@ -107,11 +107,37 @@ TEST_F(Delegate, AContextKeepsTheSignerUntilItsLastConnectionIsGone) {
   EXPECT_EQ(token.use_count(), 2); // ours and the function's
 }
 
+TEST_F(Delegate, APreparedContextShakesHandsWhateverTheClientOffers) {
+  const krOpenSSL::Library library;
+  const std::tuple<Kind, int, int> rows[]{// the client's highest version, and what is agreed on
+                                          {Kind::rsa, TLS1_3_VERSION, TLS1_2_VERSION},
+                                          {Kind::rsa, TLS1_1_VERSION, 0},
+                                          {Kind::dsa, TLS1_3_VERSION, TLS1_2_VERSION},
+                                          {Kind::p256, TLS1_3_VERSION, TLS1_3_VERSION},
+                                          {Kind::p521, TLS1_2_VERSION, TLS1_2_VERSION}};
+  for (const auto &[kind, offered, agreed] : rows) {
+    Handshake handshake(TLS1_2_VERSION, "ALL", softwareKey(kind));
+    SSL_set_max_proto_version(handshake.client.get(), offered);
+    SSL_set_min_proto_version(handshake.client.get(), 0);
+    SSL_CTX_set_max_proto_version(handshake.serverContext.get(), 0);
+    const DelegatedKey key(library, softwareKey(kind), signsWithKey(kind));
+    key.prepare(handshake.serverContext.get());
+    BIO *ends = SSL_get_rbio(handshake.server.get());
+    BIO_up_ref(ends);
+    handshake.server.reset(SSL_new(handshake.serverContext.get()));
+    SSL_set_bio(handshake.server.get(), ends, ends);
+    key.bindTo(handshake.server.get());
+    EXPECT_EQ(handshake.run(), agreed != 0 ? 2 : 0);
+    if (agreed != 0) {
+      EXPECT_EQ(SSL_version(handshake.client.get()), agreed);
+    }
+  }
+}
+
 TEST_F(Delegate, RefusesWhatCannotSign) {
   const krOpenSSL::Library library;
-  const DelegatedKey key(library, softwareKey(Kind::rsa), signsWithKey(Kind::rsa));
-  const Keyless ofAnotherKey(TLS1_2_VERSION, Kind::rsa);
-  const EVPPKeyPtr other = publicHalf(softwareKey(Kind::p256));
+  const DelegatedKey key(library, softwareKey(Kind::p384), signsWithKey(Kind::p384));
+  const Keyless ofAnotherKey(TLS1_2_VERSION, Kind::p256);
   const Connection foreign(claims(0));
   const EVPPKeyPtr empty(EVP_PKEY_new());
   const std::pair<std::function<void()>, const char *> rows[]{
@@ -119,14 +145,41 @@ TEST_F(Delegate, RefusesWhatCannotSign) {
       {[&] { DelegatedKey(library, empty.get(), signsWithKey(Kind::rsa)); },
        "only RSA, DSA and EC keys can be delegated"},
       {[&] { DelegatedKey(library, softwareKey(Kind::rsa), nullptr); }, "a signer is missing"},
-      {[&] { key.bindTo(static_cast<SSL *>(nullptr)); }, "a connection is missing"},
-      {[&] { key.bindTo(static_cast<SSL_CTX *>(nullptr)); }, "a context is missing"},
-      {[&] { key.bindTo(foreign.ssl.get()); }, "the context carries another provider's record"}};
+      {[&] { key.bindTo(nullptr); }, "a connection is missing"},
+      {[&] { key.prepare(nullptr); }, "a context is missing"},
+      {[&] { key.bindTo(foreign.ssl.get()); }, "the context carries another provider's record"},
+      {[&] { key.bindTo(ofAnotherKey.server.get()); }, "the connection refuses the key"}};
   for (const auto &[call, reason] : rows) {
     EXPECT_EQ(refusal(call), reason);
   }
-  krOpenSSLEngineUnload();
-  EXPECT_EQ(refusal([&] { key.bindTo(ofAnotherKey.server.get()); }), "no engine of the library serves this key");
+  // The refused key has not taken the place of the right one.
+  const DelegatedKey right(library, softwareKey(Kind::p256), signsWithKey(Kind::p256));
+  const krOpenSSL::SSLPtr second(SSL_new(ofAnotherKey.serverContext.get()));
+  EXPECT_EQ(refusal([&] { right.bindTo(second.get()); }), "");
+
+  ENGINE *stranger = ENGINE_new();
+  ENGINE_set_id(stranger, "stranger");
+  ENGINE_set_EC(stranger, EC_KEY_OpenSSL());
+  for (const bool served : {false, true}) { // by no engine, by a stranger
+    krOpenSSLEngineUnload();
+    EXPECT_EQ(served ? ENGINE_set_default_EC(stranger) : 1, 1);
+    EXPECT_EQ(refusal([&] { right.bindTo(second.get()); }), "no engine that delegates serves this key");
+  }
+  ENGINE_unregister_EC(stranger);
+  ENGINE_free(stranger);
+}
+
+TEST_F(Delegate, ThreadsFindTheLibrarySetUpAsLongAsTheyHaveAnObject) {
+  std::array<std::jthread, 4> threads;
+  for (std::jthread &thread : threads) {
+    thread = std::jthread([] {
+      for (int turn = 0; turn < 500; ++turn) {
+        const krOpenSSL::Library library;
+        const krOpenSSL::RSAPtr key(RSA_new());
+        EXPECT_NE(RSA_get0_engine(key.get()), nullptr);
+      }
+    });
+  }
 }
 
 TEST_F(Delegate, ThreadsBindConnectionsOfOneContext) {

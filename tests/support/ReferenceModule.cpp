@@ -113,11 +113,11 @@ int shaFinal(void *area, Buffer out) {
                                     : SHA512_Final(out, sha512(area))) == 1);
 }
 
-// What it takes for a MAC: the digest of key and data. It wants an area of zeros.
+// What it takes for a MAC: the digest of key and data. It wants an area of zeros, or one that it has begun in.
 
 int hmacInit(void *context, void *area, Length bytes, Length size) {
   const auto *first = static_cast<unsigned char *>(area);
-  EXPECT_EQ(std::count(first, first + bytes, 0), bytes);
+  EXPECT_TRUE(std::count(first, first + bytes, 0) == bytes || sizeIn(area) == size);
   return shaInit<352>(context, area, bytes, size);
 }
 
