@@ -12,18 +12,8 @@ namespace {
 
 using namespace krTest;
 
-const Bytes kUntouched(65, 0xEE);
 const Bytes kFirst(100, 'a');
 const Bytes kSecond(30, 'b');
-
-template <class Hash> void update(Hash &hash, const Bytes &data) { hash.Update(data.data(), data.size()); }
-
-// What Final writes, and the byte after it.
-template <class Hash> Bytes finish(Hash &hash) {
-  Bytes out = kUntouched;
-  hash.Final(out.data());
-  return out;
-}
 
 template <class Hash> Bytes digest(const Bytes &data) {
   Bytes out = kUntouched;

@@ -18,6 +18,7 @@
 
 #include <functional>
 #include <string>
+#include <tuple>
 #include <utility>
 
 namespace {
@@ -64,13 +65,7 @@ TEST(FipsSwitch, FollowsTheStateTable) {
   const FipsHome home;
   const krTest::Trace quiet;
   krOSSLSetup();
-  struct Step {
-    unsigned int (*operation)();
-    int use;
-    unsigned int result;
-    const char *engines;
-  };
-  const Step steps[]{
+  const std::tuple<unsigned int (*)(), int, unsigned int, const char *> steps[]{
       {krFipsModeOn, 0, 0xE0050005, kOrdinary}, // refused with nothing touched
       {krFipsModeOff, 0, 0, kOrdinary},
       {krFipsModeOn, 5, 0, kFips},
@@ -88,14 +83,15 @@ TEST(FipsSwitch, FollowsTheStateTable) {
       {krFipsModeOn, 1, 0, kFips},
       {close, 0, 0, kOrdinary},
   };
-  for (const Step &step : steps) {
-    SCOPED_TRACE(&step - steps);
-    EXPECT_EQ(krFipsUseOpenSSLFIPS(step.use), step.use != 0 ? 1 : 0);
-    EXPECT_EQ(krFipsUsingOpenSSLFIPS(), step.use != 0 ? 1 : 0);
-    EXPECT_EQ(step.operation(), step.result);
-    if (step.engines != nullptr) {
-      EXPECT_EQ(engines(), step.engines);
-      EXPECT_EQ(krFipsMode(), step.engines == kOrdinary ? 0 : 1);
+  int number = 0;
+  for (const auto &[operation, use, result, after] : steps) {
+    SCOPED_TRACE(++number);
+    EXPECT_EQ(krFipsUseOpenSSLFIPS(use), use != 0 ? 1 : 0);
+    EXPECT_EQ(krFipsUsingOpenSSLFIPS(), use != 0 ? 1 : 0);
+    EXPECT_EQ(operation(), result);
+    if (after != nullptr) {
+      EXPECT_EQ(engines(), after);
+      EXPECT_EQ(krFipsMode(), after == kOrdinary ? 0 : 1);
     }
     EXPECT_EQ(ERR_peek_error(), 0U);
   }
@@ -161,7 +157,6 @@ TEST(FipsSwitch, TakesTheRandomMethodAlongButNotTheHostsOwn) {
   krFipsModeOff();
   EXPECT_EQ(FipsHome::record().randomRequests, 2); // the bytes that are carried over
   EXPECT_EQ(RAND_get_rand_method(), ordinary);
-
   RAND_set_rand_method(RAND_OpenSSL()); // as a first draw before the library's set-up has it
   krFipsModeOn();
   EXPECT_EQ(RAND_bytes(&byte, 1), 1);
@@ -185,6 +180,19 @@ namespace {
 std::string drawnAndSeeded;
 int drawResult = 1;
 
+int noteSeed(const void *data, int length) {
+  drawnAndSeeded += " seeded " + std::string(static_cast<const char *>(data), static_cast<std::size_t>(length));
+  return 1;
+}
+
+int noteDraw(unsigned char *out, int length) {
+  drawnAndSeeded += " drawn";
+  std::fill_n(out, length, 'x');
+  return drawResult;
+}
+
+const RAND_METHOD kHostsOwn{noteSeed, noteDraw, nullptr, nullptr, nullptr, nullptr};
+
 } // namespace
 
 TEST(FipsSwitch, CarriesRandomBytesBackWhenTheyWereDrawn) {
@@ -192,21 +200,7 @@ TEST(FipsSwitch, CarriesRandomBytesBackWhenTheyWereDrawn) {
   const krTest::Trace quiet;
   krOSSLSetup();
   krFipsUseOpenSSLFIPS(1);
-  static const RAND_METHOD host{[](const void *data, int length) {
-                                  drawnAndSeeded += " seeded " + std::string(static_cast<const char *>(data),
-                                                                             static_cast<std::size_t>(length));
-                                  return 1;
-                                },
-                                [](unsigned char *out, int length) {
-                                  drawnAndSeeded += " drawn";
-                                  std::fill_n(out, length, 'x');
-                                  return drawResult;
-                                },
-                                nullptr,
-                                nullptr,
-                                nullptr,
-                                nullptr};
-  RAND_set_rand_method(&host);
+  RAND_set_rand_method(&kHostsOwn);
   krFipsModeOn();
   EXPECT_EQ(std::exchange(drawnAndSeeded, ""), " drawn");
   krFipsModeOff();
@@ -214,25 +208,19 @@ TEST(FipsSwitch, CarriesRandomBytesBackWhenTheyWereDrawn) {
   drawResult = 0;
   krFipsModeOff();
   EXPECT_EQ(drawnAndSeeded, " drawn");
+  EXPECT_EQ(RAND_get_rand_method(), &kHostsOwn);
 }
 
 TEST(FipsModulePath, IsKeptUpTo259Characters) {
-  const std::string longest(259, 'p');
-  const std::string tooLong(260, 'p');
-  struct Row {
-    const char *path;
-    unsigned int result;
-    const char *kept;
-    int given;
-    int tooLong;
-  };
-  for (const Row &row : {Row{longest.c_str(), 0, longest.c_str(), 1, 0}, Row{tooLong.c_str(), 0xE0050001, "", 1, 1},
-                         Row{"short", 0, "short", 1, 0}, Row{nullptr, 0, "", 0, 0}, Row{"", 0, "", 1, 0}}) {
-    EXPECT_EQ(krFipsSetPath(row.path), row.result);
-    EXPECT_STREQ(state::fipsModulePath.data(), row.kept);
-    EXPECT_EQ(state::fipsModulePathGiven, row.given);
-    EXPECT_EQ(state::fipsModulePathTooLong, row.tooLong);
+  for (const auto &[path, kept] :
+       {std::pair(std::string(259, 'p'), true), {std::string(260, 'p'), false}, {"short", true}, {"", true}}) {
+    EXPECT_EQ(krFipsSetPath(path.c_str()), kept ? 0 : 0xE0050001);
+    EXPECT_EQ(state::fipsModulePath.data(), kept ? path : "");
+    EXPECT_EQ(state::fipsModulePathGiven, 1);
+    EXPECT_EQ(state::fipsModulePathTooLong, kept ? 0 : 1);
   }
+  EXPECT_EQ(krFipsSetPath(nullptr), 0U);
+  EXPECT_EQ(state::fipsModulePathGiven, 0);
 }
 
 TEST(FipsModuleState, IsTheModulesOwnUntilClose) {

@@ -1,5 +1,6 @@
 #include "support/Handshake.h"
 
+#include <gtest/gtest.h>
 #include <openssl/err.h>
 
 namespace krTest {
@@ -26,6 +27,14 @@ SSLCtxPtr makeContext(const SSL_METHOD *method, int version, const char *ciphers
   SSL_CTX_set_cipher_list(context.get(), ciphers);
   SSL_CTX_set_dh_auto(context.get(), 1);
   return context;
+}
+
+int callbacks = 0;
+
+template <auto kOperation>
+int elsewhere(int flen, const unsigned char *from, unsigned char *to, RSA * /*rsa*/, int padding) {
+  ++callbacks;
+  return kOperation(flen, from, to, EVP_PKEY_get0_RSA(softwareKey(Kind::rsa)), padding);
 }
 
 } // namespace
@@ -61,6 +70,21 @@ int Handshake::run() const {
   }
   ERR_clear_error();
   return SSL_is_init_finished(server.get()) + SSL_is_init_finished(client.get());
+}
+
+void expectDelegated(int version, const char *ciphers, Kind kind, bool viaProvider) {
+  SCOPED_TRACE(testing::Message() << version << ciphers << viaProvider);
+  const Handshake handshake(version, ciphers, softwareKey(kind));
+  Provider provider(signsWith(softwareKey(kind)));
+  if (viaProvider) {
+    handshake.delegateTo(provider);
+  }
+  krEngineSetRSAPrivateKeyOpCallback(viaProvider ? nullptr : elsewhere<RSA_private_encrypt>, 1);
+  krEngineSetRSAPrivateKeyOpCallback(viaProvider ? nullptr : elsewhere<RSA_private_decrypt>, 0);
+  callbacks = 0;
+  EXPECT_EQ(handshake.run(), 2);
+  EXPECT_EQ(provider.requests.size(), viaProvider ? 1U : 0U);
+  EXPECT_EQ(callbacks, viaProvider ? 0 : 1);
 }
 
 } // namespace krTest

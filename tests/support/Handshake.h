@@ -22,4 +22,7 @@ struct Handshake {
   krOpenSSL::SSLPtr client;
 };
 
+/// Has a server sign with one private operation elsewhere: by a provider, or by the RSA callback.
+void expectDelegated(int version, const char *ciphers, Kind kind, bool viaProvider);
+
 } // namespace krTest

@@ -2,10 +2,12 @@
 #pragma once
 
 #include "support/Allocations.h"
+#include "support/Trace.h"
 
 #include <gtest/gtest.h>
 #include <openssl/err.h>
 
+#include <algorithm>
 #include <functional>
 #include <limits>
 
@@ -32,6 +34,18 @@ inline void sweep(
     ERR_clear_error();
     EXPECT_EQ(allocations::outstanding(), before);
   }
+}
+
+/// As sweep, with the output taken. Returns the lines of the run whose first allocation failed, up to the message.
+inline Lines sweepTraced(const std::function<void()> &work) {
+  Lines first;
+  sweep([&] {
+    const Trace trace;
+    work();
+    first = allocations::failed() && first.empty() ? trace.lines() : first;
+  });
+  first.resize(std::min<std::size_t>(first.size(), 3));
+  return first;
 }
 
 } // namespace krTest

@@ -204,21 +204,18 @@ int control(ENGINE * /*engine*/, int command, long number, void * /*pointer*/, v
 }
 
 int bind(ENGINE *engine) {
-  if (fails("bind")) {
-    return 0;
-  }
   makeMethods();
-  const bool bare = fails("init");
-  const bool bound =
-      ENGINE_set_id(engine, fails("id") ? "another" : "wolfEngine") != 0 &&
-      ENGINE_set_name(engine, "stand-in for wolfEngine") != 0 && ENGINE_set_init_function(engine, initialise) != 0 &&
-      ENGINE_set_finish_function(engine, finish) != 0 && ENGINE_set_ctrl_function(engine, control) != 0 &&
-      ENGINE_set_cmd_defns(engine, kCommands) != 0 && (bare || ENGINE_set_RSA(engine, we_rsa_method) != 0) &&
-      (bare || ENGINE_set_EC(engine, we_ec_key_method) != 0) && (bare || ENGINE_set_RAND(engine, &kRandom) != 0) &&
-      (bare || ENGINE_set_pkey_meths(engine, pkeyMethods) != 0) &&
-      (bare || ENGINE_set_DSA(engine, DSA_OpenSSL()) != 0) && (bare || ENGINE_set_DH(engine, DH_OpenSSL()) != 0) &&
-      (bare || ENGINE_set_ciphers(engine, select<EVP_CIPHER, EVP_aes_128_cbc, NID_aes_128_cbc>) != 0) &&
-      (bare || ENGINE_set_digests(engine, select<EVP_MD, EVP_sha256, NID_sha256>) != 0);
+  bool bound = ENGINE_set_id(engine, fails("id") ? "another" : "wolfEngine") != 0 &&
+               ENGINE_set_name(engine, "stand-in for wolfEngine") != 0 &&
+               ENGINE_set_init_function(engine, initialise) != 0 && ENGINE_set_finish_function(engine, finish) != 0 &&
+               ENGINE_set_ctrl_function(engine, control) != 0 && ENGINE_set_cmd_defns(engine, kCommands) != 0;
+  if (!fails("init")) {
+    bound = bound && ENGINE_set_RSA(engine, we_rsa_method) != 0 && ENGINE_set_EC(engine, we_ec_key_method) != 0 &&
+            ENGINE_set_RAND(engine, &kRandom) != 0 && ENGINE_set_pkey_meths(engine, pkeyMethods) != 0 &&
+            ENGINE_set_DSA(engine, DSA_OpenSSL()) != 0 && ENGINE_set_DH(engine, DH_OpenSSL()) != 0 &&
+            ENGINE_set_ciphers(engine, select<EVP_CIPHER, EVP_aes_128_cbc, NID_aes_128_cbc>) != 0 &&
+            ENGINE_set_digests(engine, select<EVP_MD, EVP_sha256, NID_sha256>) != 0;
+  }
   if (fails("methods")) {
     we_ec_key_method = nullptr;
   }

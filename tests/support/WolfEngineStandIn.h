@@ -15,7 +15,7 @@ struct WolfEngineRecord {
   std::vector<std::string> commands; ///< "name number", and " function" when one came along
 };
 
-/// The step that the stand-in fails at, by this variable of the environment: "bind", "id" (it has another one),
+/// The step that the stand-in fails at, by this variable of the environment: "id" (it has another one),
 /// "default" (it is not to be initialised), "init" (the same, without methods that would have been initialised
 /// earlier), "methods" (none are exported), or the name of a logging command.
 inline constexpr const char *kStandInFails = "KR_STANDIN_FAILS";
