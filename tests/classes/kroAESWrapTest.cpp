@@ -1,5 +1,4 @@
 // AES key wrap through OpenSSL: published answers, damage, lengths, keys and copies.
-#include "support/Sweep.h"
 #include "support/Trace.h"
 #include "support/Vectors.h"
 
@@ -135,23 +134,4 @@ TEST(AesWrap, CopiesHaveContextsOfTheirOwn) {
   zeroed->SetEncryptKey(kKek.data(), 16);
   EXPECT_EQ(wrapped(*zeroed, kKeyData), Bytes{});
   std::destroy_at(zeroed);
-}
-
-TEST(AesWrap, WithoutMemoryItSaysSoAndAnswersFalse) {
-  Lines first;
-  Bytes expected;
-  sweep([&] {
-    const Trace trace;
-    kroAESWrap wrap;
-    wrap.SetEncryptKey(kKek.data(), 16);
-    kroAESWrap copy(wrap);
-    const Bytes results[] = {wrapped(wrap, kKeyData), wrapped(copy, kKeyData)};
-    expected = expected.empty() ? results[1] : expected;
-    for (const Bytes &result : results) {
-      EXPECT_TRUE(result.empty() || result == expected);
-    }
-    first = allocations::failed() && first.empty() ? Lines(trace.lines().begin(), trace.lines().begin() + 3) : first;
-  });
-  EXPECT_FALSE(expected.empty());
-  EXPECT_EQ(first, tagged("@krEVP_CIPHER_CTX_new|Unable to allocate memory for EVP_CIPHER_CTX"));
 }

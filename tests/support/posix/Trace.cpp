@@ -1,6 +1,8 @@
 // By a stream of our own for stdout, which hands over each line as it comes.
 #include "support/Trace.h"
 
+#include "support/Allocations.h"
+
 #include <cstdio>
 #include <mutex>
 #include <utility>
@@ -9,6 +11,7 @@ namespace krTest {
 
 struct Trace::Capture {
   static ssize_t write(void *self, const char *text, std::size_t length) {
+    const allocations::Spared spared;
     auto *capture = static_cast<Capture *>(self);
     const std::scoped_lock lock(capture->writing); // the stream's lock is not seen by the thread sanitizer
     capture->lines.emplace_back(text, length);
