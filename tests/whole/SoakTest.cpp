@@ -237,7 +237,7 @@ void expectWholeLines(const TestLog &log, const std::array<long, 2> &written) {
 
 std::chrono::milliseconds duration() {
   const char *seconds = std::getenv("KR_SOAK_SECONDS");
-  return std::chrono::seconds(seconds != nullptr ? std::atoi(seconds) : 4);
+  return std::chrono::seconds(seconds != nullptr ? std::strtol(seconds, nullptr, 10) : 4);
 }
 
 } // namespace
