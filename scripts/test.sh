@@ -8,7 +8,7 @@ set -euo pipefail
 
 cd "$root"
 ensure_packages g++ cmake ninja-build libgtest-dev libgmock-dev libbenchmark-dev clang-format clang-tidy \
-  openssl curl pkg-config binutils doxygen softhsm2 libp11-kit-dev opensc
+  openssl curl pkg-config binutils doxygen softhsm2 libp11-kit-dev opensc valgrind
 scripts/openssl.sh
 
 presets=(dev asan tsan)

@@ -57,4 +57,7 @@ TEST(Accessors, SigningGoesToTheDefaultMethodsInTheTracedOrder) {
                    "Start - krRSA_private_encrypt|krRSA_private_encrypt: rsaMethod is NULL|"
                    "End - krRSA_private_encrypt|@krDSA_do_sign|the call|"
                    "Start - krECDSA_do_sign_ex|the call|End - krECDSA_do_sign_ex"));
+  RSA_set_default_method(RSA_PKCS1_OpenSSL());
+  DSA_set_default_method(DSA_OpenSSL());
+  EC_KEY_set_default_method(EC_KEY_OpenSSL());
 }

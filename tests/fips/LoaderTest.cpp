@@ -78,7 +78,7 @@ TEST_P(LoaderFailure, IsLoggedAndLeavesTheMethodsAlone) {
     EXPECT_STREQ(ENGINE_get_id(engine), "wolfEngine");
     EXPECT_FALSE(isSpliced(engine));
   }
-  const int finishes = engine != nullptr ? FipsHome::record().finishes : 0;
+  const int finishes = engine != nullptr ? FipsHome::record().finishes.load() : 0;
   krWolfEngineUnload();
   EXPECT_EQ(state::activeEngine.load(), nullptr);
   EXPECT_EQ(ENGINE_get_default_RSA(), nullptr);

@@ -1,5 +1,6 @@
 // The FIPS switches and what they leave behind.
 #include "support/Allocations.h"
+#include "support/Engines.h"
 #include "support/FipsHome.h"
 #include "support/Machine.h"
 #include "support/Trace.h"
@@ -12,7 +13,6 @@
 #include <krOpenSSL/krLifecycle.h>
 
 #include <gtest/gtest.h>
-#include <openssl/engine.h>
 #include <openssl/err.h>
 #include <openssl/rand.h>
 
@@ -24,24 +24,7 @@
 namespace {
 
 using namespace krOpenSSL;
-using krTest::FipsHome;
-
-// The engines that serve RSA, DSA, EC, DH, random numbers, ciphers, digests and EVP_PKEY methods now.
-std::string engines() {
-  std::string names;
-  for (ENGINE *engine : {ENGINE_get_default_RSA(), ENGINE_get_default_DSA(), ENGINE_get_default_EC(),
-                         ENGINE_get_default_DH(), ENGINE_get_default_RAND(), ENGINE_get_cipher_engine(NID_aes_128_cbc),
-                         ENGINE_get_digest_engine(NID_sha256), ENGINE_get_pkey_meth_engine(EVP_PKEY_RSA)}) {
-    names += std::string(names.empty() ? "" : " ") + (engine != nullptr ? ENGINE_get_id(engine) : "-");
-    ENGINE_finish(engine);
-  }
-  return names;
-}
-
-constexpr const char *kNone = "- - - - - - - -";
-constexpr const char *kOrdinary = "qvlib qvlib qvlib - qvlib - - -";
-constexpr const char *kFips = "wolfEngine wolfEngine wolfEngine wolfEngine wolfEngine wolfEngine wolfEngine wolfEngine";
-constexpr const char *kBridge = "qvlibFIPS qvlibFIPS - qvlibFIPS qvlibFIPS qvlibFIPS qvlibFIPS -";
+using namespace krTest;
 
 unsigned int close() {
   krFipsClose();
@@ -63,7 +46,7 @@ unsigned int reload() {
 
 TEST(FipsSwitch, FollowsTheStateTable) {
   const FipsHome home;
-  const krTest::Trace quiet;
+  const Trace quiet;
   krOSSLSetup();
   const std::tuple<unsigned int (*)(), int, unsigned int, const char *> steps[]{
       {krFipsModeOn, 0, 0xE0050005, kOrdinary}, // refused with nothing touched
@@ -99,7 +82,7 @@ TEST(FipsSwitch, FollowsTheStateTable) {
 
 TEST(FipsSwitch, AFailedLoadLeavesOrdinaryMode) {
   const FipsHome home("init");
-  const krTest::Trace quiet;
+  const Trace quiet;
   krOSSLSetup();
   krFipsUseOpenSSLFIPS(1);
   EXPECT_EQ(krFipsModeOn(), 0xE0050005);
@@ -109,7 +92,7 @@ TEST(FipsSwitch, AFailedLoadLeavesOrdinaryMode) {
 
 TEST(FipsSwitch, NeedsNoSetupAndOutlivesCleanup) {
   const FipsHome home;
-  const krTest::Trace quiet;
+  const Trace quiet;
   krFipsUseOpenSSLFIPS(1);
   EXPECT_EQ(krFipsModeOn(), 0U);
   EXPECT_EQ(engines(), kFips);
@@ -126,7 +109,7 @@ TEST(FipsSwitch, NeedsNoSetupAndOutlivesCleanup) {
 
 TEST(FipsSwitch, TheThousandthLeavesNoMoreThanTheTenth) {
   const FipsHome home;
-  const krTest::Trace quiet;
+  const Trace quiet;
   state::krLogThreshold = 0;
   krFipsUseOpenSSLFIPS(1);
   krOSSLSetup();
@@ -135,16 +118,16 @@ TEST(FipsSwitch, TheThousandthLeavesNoMoreThanTheTenth) {
     ASSERT_EQ(krFipsModeOn(), 0U);
     ASSERT_EQ(krFipsModeOff(), 0U);
     if (n == 10) {
-      tenth = krTest::allocations::outstanding();
+      tenth = allocations::outstanding();
     }
   }
-  EXPECT_EQ(krTest::allocations::outstanding(), tenth);
+  EXPECT_EQ(allocations::outstanding(), tenth);
   EXPECT_EQ(FipsHome::record().initialisations, FipsHome::record().finishes);
 }
 
 TEST(FipsSwitch, TakesTheRandomMethodAlongButNotTheHostsOwn) {
   const FipsHome home;
-  const krTest::Trace quiet;
+  const Trace quiet;
   krOSSLSetup();
   krFipsUseOpenSSLFIPS(1);
   unsigned char byte = 0;
@@ -164,7 +147,7 @@ TEST(FipsSwitch, TakesTheRandomMethodAlongButNotTheHostsOwn) {
 }
 
 TEST(FipsSwitch, DoesNothingAfterOpenSSLWasCleanedUp) {
-  const krTest::Trace quiet;
+  const Trace quiet;
   krOSSLSetup();
   krFipsUseOpenSSLFIPS(1);
   OPENSSL_cleanup();
@@ -197,7 +180,7 @@ const RAND_METHOD kHostsOwn{noteSeed, noteDraw, nullptr, nullptr, nullptr, nullp
 
 TEST(FipsSwitch, CarriesRandomBytesBackWhenTheyWereDrawn) {
   const FipsHome home;
-  const krTest::Trace quiet;
+  const Trace quiet;
   krOSSLSetup();
   krFipsUseOpenSSLFIPS(1);
   RAND_set_rand_method(&kHostsOwn);
@@ -225,7 +208,7 @@ TEST(FipsModulePath, IsKeptUpTo259Characters) {
 
 TEST(FipsModuleState, IsTheModulesOwnUntilClose) {
   const FipsHome home;
-  const krTest::Trace quiet;
+  const Trace quiet;
   static int moduleState = 0;
   FipsModule module{};
   module.GetState = [] { return moduleState; };
@@ -237,10 +220,10 @@ TEST(FipsModuleState, IsTheModulesOwnUntilClose) {
     EXPECT_EQ(krFipsModeError(), error);
   }
   moduleState = 3;
-  state::fipsModuleHandle = krTest::machine::loadLibrary(krTest::machine::kAnyLibrary);
+  state::fipsModuleHandle = machine::loadLibrary(machine::kAnyLibrary);
   EXPECT_NE(state::fipsModuleHandle, nullptr);
   krFipsClose();
   EXPECT_EQ(krFipsGetState(), 0);
   EXPECT_EQ(krFipsModeError(), 0);
-  EXPECT_EQ(platform::loadedModule(krTest::machine::kAnyLibrary), nullptr);
+  EXPECT_EQ(platform::loadedModule(machine::kAnyLibrary), nullptr);
 }

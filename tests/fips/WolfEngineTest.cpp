@@ -46,7 +46,7 @@ struct Fips {
   }
 };
 
-int ownSignatures() { return std::exchange(FipsHome::record().ownSignatures, 0); }
+int ownSignatures() { return FipsHome::record().ownSignatures.exchange(0); }
 
 } // namespace
 

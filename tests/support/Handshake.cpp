@@ -47,6 +47,10 @@ Handshake::Handshake(int version, const char *ciphers, EVP_PKEY *owner)
   SSL_CTX_use_PrivateKey(serverContext.get(), key.get());
   X509_STORE_add_cert(SSL_CTX_get_cert_store(clientContext.get()), certificate.get());
   SSL_CTX_set_verify(clientContext.get(), SSL_VERIFY_PEER, nullptr);
+  reconnect();
+}
+
+void Handshake::reconnect() {
   server.reset(SSL_new(serverContext.get()));
   client.reset(SSL_new(clientContext.get()));
   BIO *serverEnd = nullptr;
@@ -63,13 +67,19 @@ void Handshake::delegateTo(Provider &provider) const {
   attach(key.get(), server.get());
 }
 
-int Handshake::run() const {
-  for (int turn = 0; turn < 5; ++turn) {
-    SSL_connect(client.get());
-    SSL_accept(server.get());
-  }
+int Handshake::step() const {
+  SSL_connect(client.get());
+  SSL_accept(server.get());
   ERR_clear_error();
   return SSL_is_init_finished(server.get()) + SSL_is_init_finished(client.get());
+}
+
+int Handshake::run() const {
+  int finished = 0;
+  for (int turn = 0; turn < 5; ++turn) {
+    finished = step();
+  }
+  return finished;
 }
 
 void expectDelegated(int version, const char *ciphers, Kind kind, bool viaProvider) {

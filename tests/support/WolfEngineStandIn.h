@@ -1,17 +1,18 @@
 // What the stand-in for wolfEngine records, exported by its module as "standInRecord".
 #pragma once
 
+#include <atomic>
 #include <string>
 #include <vector>
 
 namespace krTest {
 
 struct WolfEngineRecord {
-  int initialisations = 0;
-  int finishes = 0;
-  int ownSignatures = 0;         ///< by its EVP_PKEY methods, with the key itself
-  const void *rsaSign = nullptr; ///< the sign of its EVP_PKEY method for RSA
-  int randomRequests = 0;
+  std::atomic<int> initialisations{0};
+  std::atomic<int> finishes{0};
+  std::atomic<int> ownSignatures{0}; ///< by its EVP_PKEY methods, with the key itself
+  const void *rsaSign = nullptr;     ///< the sign of its EVP_PKEY method for RSA
+  std::atomic<int> randomRequests{0};
   std::vector<std::string> commands; ///< "name number", and " function" when one came along
 };
 
