@@ -46,6 +46,7 @@ TEST(Registry, GivesTextsOfTheKey) {
       {"\"Size\"=\"10\"\n[\n[]\n]", "none"},
       {kSection + "\"" + std::string(5000, 'x') + "\"=\"1\"\n\"Size\"=\"3\"\n", "3"},
       {kSection + std::string(4095, 'x') + "\"Size\"=\"3\"\n", "none"}, // one line, however it is read
+      {kSection + std::string(4095, '\0') + "\"Size\"=\"3\"\n", "none"},
       {"", "none"},
   };
   for (const auto &row : rows) {
