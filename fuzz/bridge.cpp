@@ -1,6 +1,7 @@
 // The bridge's keys over a hostile FIPS module: any numbers to be loaded, and a module that fails, leaves errors, and
 // claims any length for what it wrote.
 #include "Encoding.h"
+#include "HostileModule.h"
 
 #include "fipsbridge/BridgeIndexes.h"
 #include "fipsbridge/KeyCells.h"
@@ -9,133 +10,13 @@
 #include "fipsbridge/krFIPSRSA.h"
 
 #include <algorithm>
-#include <limits>
-#include <optional>
+#include <iterator>
 
 namespace {
 
 using namespace krFuzz;
 using namespace krOpenSSL;
-using Length = FipsModule::Length;
-using Number = std::optional<Bytes>; // none where there is no number
-
-// The module.
-
-struct Given {
-  Bytes room;
-  Length claim;
-
-  bool isPossible() const { return claim >= 0 && claim <= static_cast<Length>(room.size()); }
-};
-
-FuzzedDataProvider *input = nullptr;
-std::vector<Number> loaded; // by the last load
-std::vector<Given> given;
-int steps = 0; // calls of what comes after a load
-bool failed = false;
-
-int answer() {
-  ERR_put_error(ERR_LIB_USER, 0, 1, __FILE__, __LINE__);
-  failed = failed || input->ConsumeIntegral<unsigned char>() % 16 == 1;
-  return failed ? 7 : 0;
-}
-
-template <class... Rest> void take(FipsModule::Bytes bytes, Length length, Rest... rest) {
-  require((bytes == nullptr) == (length == 0), "no number is null and 0");
-  loaded.push_back(bytes != nullptr ? Number(Bytes(bytes, bytes + length)) : std::nullopt);
-  if constexpr (sizeof...(rest) > 0) {
-    take(rest...);
-  }
-}
-
-constexpr auto load = [](void * /*context*/, KeyHandleCell *cell, Length cellBytes, void * /*generator*/,
-                         auto... numbers) {
-  require(cell->handle == nullptr && cellBytes == sizeof *cell, "the key before was freed");
-  loaded.clear();
-  take(numbers...);
-  cell->handle = &loaded;
-  return answer();
-};
-
-int letGo(KeyHandleCell *cell) {
-  cell->handle = nullptr;
-  return 0;
-}
-
-/// Fills the room and claims to have written anything.
-void give(unsigned char *out, Length room, Length *written) {
-  const auto size = static_cast<std::size_t>(room);
-  Bytes bytes = input->ConsumeBytes<unsigned char>(size);
-  bytes.resize(size);
-  std::copy(bytes.begin(), bytes.end(), out);
-  const Length other = input->PickValueInArray({room + 1, room - 1, Length{0}, Length{-1}, Length{1} << 32U,
-                                                input->ConsumeIntegral<Length>(), std::numeric_limits<Length>::min()});
-  *written = input->ConsumeIntegral<unsigned char>() % 4 == 1 ? other : room;
-  given.push_back({std::move(bytes), *written});
-}
-
-template <class... Rest> void giveAll(unsigned char *out, Length *length, Rest... rest) {
-  if (out != nullptr) {
-    give(out, *length, length);
-  }
-  if constexpr (sizeof...(rest) > 0) {
-    giveAll(rest...);
-  }
-}
-
-constexpr auto exportKey = [](KeyHandleCell * /*cell*/, auto... numbers) {
-  giveAll(numbers...);
-  return answer();
-};
-
-int rsaStep(KeyHandleCell * /*cell*/, const unsigned char * /*in*/, Length /*length*/, Length padding,
-            unsigned char *out, Length *written) {
-  ++steps;
-  require(*written == 0 && padding >= 0 && padding <= 3, "the arguments are the operation's");
-  give(out, static_cast<Length>(loaded.at(0)->size()), written);
-  return answer();
-}
-
-const FipsModule module = [] {
-  FipsModule table{};
-  table.RngInstantiate = [](auto...) { return 0; };
-  table.RsaLoadPublicKey = load;
-  table.RsaLoadPrivateKey = load;
-  table.RsaPublicEncrypt = table.RsaPrivateDecrypt = table.RsaPrivateEncrypt = table.RsaPublicDecrypt = rsaStep;
-  table.RsaGenerateKey = [](void *, KeyHandleCell *, Length, void *, Length, std::uint32_t) { return answer(); };
-  table.RsaExportKey = exportKey;
-  table.RsaGenerateKeyDone = [](KeyHandleCell *) { return ++steps; };
-  table.RsaFree = table.DsaFree = table.DhFree = letGo;
-  table.DsaLoadKey = load;
-  table.DsaGenerateKey = [](KeyHandleCell *) { return answer(); };
-  table.DsaExportKey = exportKey;
-  table.DsaSign = [](KeyHandleCell *, const unsigned char *, Length, unsigned char *der, Length *length, void *,
-                     Length) {
-    ++steps;
-    give(der, *length, length);
-    return answer();
-  };
-  table.DhCreate = [](void *context, KeyHandleCell *cell, Length cellBytes, void *generator, FipsModule::Bytes g,
-                      Length gLength, FipsModule::Bytes p, Length pLength) {
-    return load(context, cell, cellBytes, generator, g, gLength, p, p != nullptr ? pLength : 0);
-  };
-  table.DhGenerateKey = [](KeyHandleCell *, unsigned char *out, Length *length, Length room, FipsModule::Bytes key,
-                           Length keyLength) {
-    take(key, keyLength);
-    give(out, room, length);
-    return answer();
-  };
-  table.DhComputeKey = [](KeyHandleCell *, unsigned char *out, Length *written, Length room, FipsModule::Bytes peer,
-                          Length peerLength) {
-    ++steps;
-    take(peer, peerLength);
-    give(out, room, written);
-    return answer();
-  };
-  return table;
-}();
-
-// The keys.
+using namespace krFuzz::hostileModule;
 
 /// A number, or none. One in a while is 0, which cannot be loaded.
 BIGNUM *takeNumber(bool optional = true) {
@@ -215,14 +96,17 @@ void operateWithRsa() {
   const int padding = input->ConsumeIntegralInRange(0, 7);
   Bytes out(static_cast<std::size_t>(RSA_size(rsa.get())));
 
-  qvFipsRsaInit(rsa.get());
-  const int result = operation(input->ConsumeIntegral<int>(), nullptr, out.data(), rsa.get(), padding);
   const bool asked = padding >= RSA_PKCS1_PADDING && padding <= RSA_PKCS1_OAEP_PADDING && canBeLoaded(all);
-  require(loaded.empty() != asked, "a key is loaded unless it or the padding is none");
-  if (asked) {
-    checkLoaded(p != nullptr ? all : std::vector<const BIGNUM *>{n, e});
+  qvFipsRsaInit(rsa.get());
+  for (int time = 0; time < 2; ++time) { // the key is loaded anew
+    startOver();
+    const int result = operation(input->ConsumeIntegral<int>(), nullptr, out.data(), rsa.get(), padding);
+    require(loaded.empty() != asked, "a key is loaded unless it or the padding is none");
+    if (asked) {
+      checkLoaded(p != nullptr ? all : std::vector<const BIGNUM *>{n, e});
+    }
+    require(result == (steps == 1 && !failed ? reported() : -1), "the result is what the module can have written");
   }
-  require(result == (steps == 1 && !failed ? reported() : -1), "the result is what the module can have written");
   qvFipsRsaFinish(rsa.get());
 }
 
@@ -284,10 +168,45 @@ void generateDsa() {
   require(result == (allGiven(2) ? 1 : 0), "a key pair is whole or fails");
   if (result == 1) {
     checkTaken({DSA_get0_pub_key(dsa.get()), DSA_get0_priv_key(dsa.get())});
+    require(given[1].room.size() == 20, "a private key has room below a q of 160 bits");
   } else {
     require(BN_cmp(DSA_get0_pub_key(dsa.get()), before.get()) == 0, "a failure leaves the key as it was");
   }
   qvFipsDsaFinish(dsa.get());
+}
+
+void generateDsaGroup() {
+  const DSAPtr dsa(DSA_new());
+  int counter = 0;
+  unsigned long h = 0;
+  qvFipsDsaInit(dsa.get());
+  failed = false;
+  const int bits = input->ConsumeIntegralInRange(-20, 700);
+  const int result = qvFipsDsaGenerateParameters(dsa.get(), bits, nullptr, 0, &counter, &h, nullptr);
+  require(result == (allGiven(4) ? 1 : 0), "a group is whole or fails");
+  if (result == 1) {
+    const Given fromModule = given.front();
+    given.erase(given.begin());
+    checkTaken({DSA_get0_p(dsa.get()), DSA_get0_q(dsa.get()), DSA_get0_g(dsa.get())});
+    const BIGNUMPtr number(BN_bin2bn(fromModule.room.data(), static_cast<int>(fromModule.claim), nullptr));
+    require(h == (BN_get_word(number.get()) & 0xFFFFFFFFU) && counter == 105, "h and counter are the module's");
+  }
+  qvFipsDsaFinish(dsa.get());
+}
+
+void generateDhGroup() {
+  const DHPtr dh(DH_new());
+  qvFipsDhInit(dh.get());
+  const int bits = input->ConsumeIntegralInRange(-20, 700);
+  const int generator = input->ConsumeIntegral<int>();
+  const int result = qvFipsDhGenerateParameters(dh.get(), bits, generator, nullptr);
+  require(result == (allGiven(1) ? 1 : 0), "a group is whole or fails");
+  if (result == 1) {
+    checkTaken({DH_get0_p(dh.get())});
+    require(generator > 0 && BN_is_word(DH_get0_g(dh.get()), static_cast<BN_ULONG>(generator)) == 1,
+            "the generator is the caller's");
+  }
+  qvFipsDhFinish(dh.get());
 }
 
 void agreeWithDh() {
@@ -313,7 +232,7 @@ void agreeWithDh() {
 
 struct World {
   World() {
-    state::fipsModule = &module;
+    state::fipsModule = &table;
     makeKeyIndexes();
     qvFipsRandSeed(nullptr, 0);
   }
@@ -323,14 +242,11 @@ struct World {
 
 int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   static const World world;
-  FuzzedDataProvider provider(data, size);
-  input = &provider;
-  while (provider.remaining_bytes() > 0) {
-    loaded.clear();
-    given.clear();
-    steps = 0;
-    failed = false;
-    provider.PickValueInArray({operateWithRsa, generateRsa, signWithDsa, generateDsa, agreeWithDh})();
+  input.emplace(data, size);
+  while (input->remaining_bytes() > 0) {
+    startOver();
+    input->PickValueInArray(
+        {operateWithRsa, generateRsa, signWithDsa, generateDsa, generateDsaGroup, generateDhGroup, agreeWithDh})();
     require(ERR_peek_error() == 0, "the module's errors are taken back");
   }
   return 0;

@@ -73,6 +73,10 @@ Bytes inOneBlock(const Bytes &in, std::size_t outLength, std::size_t inAt, std::
   return result;
 }
 
+void flipBit(Bytes &bytes, std::size_t which) {
+  bytes[which / 8 % bytes.size()] ^= static_cast<unsigned char>(1U << which % 8);
+}
+
 } // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
@@ -103,8 +107,11 @@ int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
           "whole semiblocks are wrapped");
   if (!wrapped.empty()) {
     require(unwrap(wrapped) == text, "what was wrapped is unwrapped");
-    wrapped[flip / 8 % wrapped.size()] ^= static_cast<unsigned char>(1U << flip % 8);
+    flipBit(wrapped, flip);
     require(unwrap(wrapped).empty(), "a changed bit is noticed");
+    flipBit(wrapped, flip);
+    flipBit(iv.bytes, flip);
+    require(iv.isDefault || unwrap(wrapped).empty(), "another initial value is noticed");
   }
   // OpenSSL refuses a single semiblock.
   if (text.size() != kSemiblock) {

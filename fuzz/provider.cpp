@@ -229,18 +229,11 @@ Bytes asDigestInfo(const Bytes &digest, int hash) {
   return encodingOf<i2d_X509_SIG, X509_SIG_free>(info);
 }
 
-Bytes asSignature(const Bytes &numbers) {
-  const auto half = static_cast<int>(numbers.size() / 2);
-  DSA_SIG *signature = DSA_SIG_new();
-  DSA_SIG_set0(signature, BN_bin2bn(numbers.data(), half, nullptr), BN_bin2bn(numbers.data() + half, half, nullptr));
-  return encodingOf<i2d_DSA_SIG, DSA_SIG_free>(signature);
-}
-
 Answer takeAnswer(FuzzedDataProvider &input, int keySize) {
   Answer answer{input.ConsumeIntegral<unsigned char>() % 8 != 1, input.ConsumeIntegral<unsigned char>() % 8 == 1,
                 input.ConsumeBool(), takeBytes(input, 600), 0};
   if (input.ConsumeBool()) {
-    answer.bytes = asSignature(answer.bytes);
+    answer.bytes = encodedSignature(answer.bytes);
   }
   const auto written = static_cast<std::int32_t>(answer.bytes.size());
   answer.length = input.PickValueInArray({written, written, input.ConsumeIntegral<std::int32_t>(), 0, -1, INT_MIN,

@@ -18,6 +18,7 @@ constexpr const char *kKey = R"(SOFTWARE\Corvane\Logging)";
 constexpr const char *kName = "LogSizeInMB";
 constexpr std::size_t kSize = 260;
 const std::string kSection = "\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Corvane\\Logging]\n";
+const std::string kTooLong(5000, ' '); // for a line
 
 /// The settings file, in memory.
 class File {
@@ -80,6 +81,8 @@ void checkWhatFollows(const File &file, const std::string &content, const Value 
       {"\n[HKEY_CURRENT_USERS\\SOFTWARE\\Corvane\\Logging]\n\"LogSizeInMB\"=\"8\"", value},
       {"\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Corvane\\Logging\n\"LogSizeInMB\"=\"8\"", value},
       {kSection + "\"LogSizeInM\"=\"8\"\n\"LogSizeInMBs\"=\"8\"\n;\"LogSizeInMB\"=\"8\"", value},
+      {kSection + "\"LogSizeInMB\"=\"8\"" + kTooLong, value},
+      {kSection + kTooLong + "\"LogSizeInMB\"=\"8\"", value},
       {kSection + "\"logsizeinmb\"=\"\\\"8\\\\\"\r\n", "\"8\\"},
       {kSection + "\"LogSizeInMB\"=dword:00000008", std::nullopt},
       {kSection + "\"LogSizeInMB\"=\"8\"8", std::nullopt},
