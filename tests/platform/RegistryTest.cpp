@@ -40,6 +40,7 @@ TEST(Registry, GivesTextsOfTheKey) {
       {"\"Size\"=\"10\"\n[\n[]\n]", "none"},
       {kSection + "\"" + std::string(5000, 'x') + "\"=\"1\"\n\"Size\"=\"3\"\n", "3"},
       {kSection + std::string(4095, 'x') + "\"Size\"=\"3\"\n", "none"}, // one line, however it is read
+      {kSection + std::string(4095, '\0') + "\"Size\"=\"3\"\n", "none"},
   };
   for (const auto &[content, value] : rows) {
     krTest::put(log.root / "registry", content);
