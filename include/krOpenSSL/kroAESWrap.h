@@ -45,8 +45,7 @@ public:
   /// @param len  bytes of key data, a multiple of 8, at least 8 and below 2^32 / 6 * 8
   /// @param iv   8 bytes, or null for the default initial value
   /// @return false, with @p out untouched, when the length is not allowed, @p out or @p in is null, no key is
-  ///         set or the cipher fails
-  /// @throws std::bad_alloc when there is no memory for a working copy of the key data
+  ///         set, the cipher fails or there is no memory for a working copy of the key data
   bool Encrypt(unsigned char *out, const unsigned char *in, std::uint64_t len, const unsigned char *iv);
 
   /// Unwraps to @p len bytes of key data (RFC 3394, 2.2.2).
@@ -57,7 +56,6 @@ public:
   /// @param iv   as for Encrypt
   /// @return false, with @p out untouched, as Encrypt, or when the data is not what was wrapped with this
   ///         key and @p iv
-  /// @throws std::bad_alloc as Encrypt
   bool Decrypt(unsigned char *out, std::uint64_t len, const unsigned char *in, const unsigned char *iv);
 
   /// Self-test with the first example of RFC 3394, section 4.

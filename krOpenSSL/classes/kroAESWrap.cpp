@@ -13,6 +13,7 @@
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <new>
 
 using namespace krOpenSSL;
 
@@ -59,10 +60,12 @@ bool isUsable(const EVP_CIPHER_CTX *context) noexcept {
 /// The registers A and R[1] to R[n] of one wrap or unwrap, wiped at its end.
 class Registers {
 public:
-  Registers(EVP_CIPHER_CTX *context, const unsigned char *a, const unsigned char *r, std::uint64_t length)
-      : context_(context), length_(length), r_(std::make_unique_for_overwrite<unsigned char[]>(length)) {
+  Registers(EVP_CIPHER_CTX *context, const unsigned char *a, const unsigned char *r, std::uint64_t length) noexcept
+      : context_(context), r_(new (std::nothrow) unsigned char[length]), length_(r_ != nullptr ? length : 0) {
     std::memcpy(block_, a, kSemiblockBytes);
-    std::memcpy(r_.get(), r, length);
+    if (r_ != nullptr) {
+      std::memcpy(r_.get(), r, length);
+    }
   }
   ~Registers() {
     OPENSSL_cleanse(r_.get(), length_);
@@ -73,6 +76,9 @@ public:
 
   const unsigned char *a() const noexcept { return block_; }
   const unsigned char *r() const noexcept { return r_.get(); }
+
+  /// False without memory for the registers.
+  explicit operator bool() const noexcept { return r_ != nullptr; }
 
   bool wrap() noexcept {
     std::uint32_t t = 0;
@@ -116,8 +122,8 @@ private:
   }
 
   EVP_CIPHER_CTX *context_;
-  std::uint64_t length_;
   std::unique_ptr<unsigned char[]> r_;
+  std::uint64_t length_;
   unsigned char block_[kBlockBytes]; // A, then the semiblock at work
 };
 
@@ -219,7 +225,7 @@ bool kroAESWrap::Encrypt(unsigned char *out, const unsigned char *in, std::uint6
     return false;
   }
   Registers registers(context_, iv != nullptr ? iv : kDefaultIv, in, len);
-  if (!registers.wrap()) {
+  if (!registers || !registers.wrap()) {
     return false;
   }
   std::memcpy(out, registers.a(), kSemiblockBytes);
@@ -236,7 +242,8 @@ bool kroAESWrap::Decrypt(unsigned char *out, std::uint64_t len, const unsigned c
     return false;
   }
   Registers registers(context_, in, in + kSemiblockBytes, len);
-  if (!registers.unwrap() || CRYPTO_memcmp(registers.a(), iv != nullptr ? iv : kDefaultIv, kSemiblockBytes) != 0) {
+  if (!registers || !registers.unwrap() ||
+      CRYPTO_memcmp(registers.a(), iv != nullptr ? iv : kDefaultIv, kSemiblockBytes) != 0) {
     return false;
   }
   std::memcpy(out, registers.r(), len);
