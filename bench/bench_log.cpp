@@ -46,6 +46,13 @@ auto traceLine() {
   return [] { return krTraceLog(krOpenSSL::kTraceTag, "Start - %s", "krSSL_get_SSL_CTX") > 0; };
 }
 
+auto traceStep() {
+  return [] {
+    krTraceStep("Start", "krSSL_get_SSL_CTX");
+    return true;
+  };
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
@@ -61,6 +68,8 @@ int main(int argc, char **argv) {
     bench::add("rest/log line/library", logLine(folder / "krOpenSSL.log"));
     bench::add("rest/trace line/baseline", print);
     bench::add("rest/trace line/library", traceLine);
+    bench::add("rest/trace line around an accessor/baseline", print);
+    bench::add("rest/trace line around an accessor/library", traceStep);
   });
   std::filesystem::remove_all(name);
   return result;
