@@ -18,7 +18,7 @@ mkdir -p "$2"
 from=$(cd "$1" && pwd)
 out=$(cd "$2" && pwd)
 work=$(mktemp -d "$from/measured.XXXXXX")
-[ -n "${KEEP:-}" ] || trap 'rm -rf "$work"' EXIT
+trap 'rm -rf "$work"' EXIT
 mkdir "$work"/{results,plots}
 export KR_COMMON_PROGRAM_FILES="$from/program_files" KR_PROGRAM_DATA="$work"
 
