@@ -8,9 +8,10 @@ namespace {
 
 void add(const bench::Suite &suite) {
   const auto scene = std::make_shared<const bench::Scene>(suite);
-  bench::add("handshake/" + std::string(suite.name), [scene] { return [scene] { return scene->play(); }; })
-      ->ThreadRange(1, 2)
-      ->UseRealTime();
+  const auto make = [scene] { return [scene] { return scene->play(); }; };
+  const std::string name = "handshake/" + std::string(suite.name);
+  bench::add(name, make)->Threads(1);
+  bench::add(name, make)->Threads(2)->UseRealTime();
 }
 
 void registerAll() {

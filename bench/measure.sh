@@ -7,7 +7,7 @@
 set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/../scripts/common.sh"
 
-rounds=5 repetitions=5 handshakes=40
+rounds=7 repetitions=5 handshakes=40
 programs=(handshakes:0.2 signing:0.1 random:0.03 classes:0.02 log:0.05 fips:0.05) # seconds for each repetition
 if [ "$1" = --quick ]; then
   shift
@@ -52,7 +52,7 @@ while IFS= read -r suite; do
 done < <("$from/count_handshakes") >"$work/instructions"
 
 say "writing the page"
-python3 "$root/bench/report.py" "$work" "$root/bench/page.md" "$out"
+python3 -B "$root/bench/report.py" "$work" "$root/bench/page.md" "$out"
 for plot in handshakes signatures generator classes; do
   quietly "the plot of $plot" gnuplot -e "data='$work/plots'; out='$out/$plot.svg'" \
     "$root/bench/plots/style.gp" "$root/bench/plots/$plot.gp"

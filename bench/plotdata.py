@@ -2,7 +2,8 @@
 
 import math
 
-CLASS_TOPICS = ("digest", "hmac", "cipher", "wrap")
+from results import CLASS_TOPICS
+
 WAYS = ("plain", "provider", "callback")
 
 
@@ -23,8 +24,8 @@ def handshakes(folder, results):
             blocks.append([place, results.rate(*name), min(results.rounds(*name)), max(results.rounds(*name)), label])
         blocks += [[], []]
     write(folder / "handshakes.dat", blocks)
-    write(folder / "handshakes.names", [[place, suite.replace(" ", "\\n", 2).replace("\\n", " ", 1), threads]
-                                        for place, (suite, threads) in enumerate(places)])
+    names = [suite.replace(" RSA", "\\nRSA").replace(" ECDSA", "\\nECDSA") for suite, _ in places]
+    write(folder / "handshakes.names", [[place, names[place], threads] for place, (_, threads) in enumerate(places)])
 
 
 def signatures(folder, results):
@@ -63,12 +64,10 @@ def classes(folder, results):
     """A block of size and speed for each case, and the labels beside their first points."""
     for topic in CLASS_TOPICS:
         cases = list(results.cases(topic))
-        curves = [[(size, results.speed(topic, case, "class", "raw", size).value) for size in results.sizes(topic, case)]
-                  for case in cases]
+        sizes = results.sizes(topic, cases[0])
+        curves = [[(size, results.speed(topic, case, "class", "raw", size).value) for size in sizes] for case in cases]
         speeds = [speed for curve in curves for _, speed in curve] + [1]
-        low, high = min(speeds), max(speeds)
-        room = max(high - low, 0.1)
-        labels = spread([curve[0][1] for curve in curves], room / 13)
+        labels = spread([curve[0][1] for curve in curves], max(max(speeds) - min(speeds), 0.1) / 13)
         write(folder / f"{topic}.dat", [row for curve in curves for row in [*curve, [], []]])
         write(folder / f"{topic}.labels", [[case, height, index, curve[0][0], curve[0][1]]
                                            for index, (case, height, curve) in enumerate(zip(cases, labels, curves))])

@@ -10,6 +10,8 @@ import pathlib
 import statistics
 import sys
 
+CLASS_TOPICS = ("digest", "hmac", "cipher", "wrap")
+
 Speed = collections.namedtuple("Speed", "value low high")
 
 
