@@ -21,7 +21,7 @@ fi
 
 build=$(cd "$1" && pwd)
 cd "$root"
-mapfile -t sources < <(find include krOpenSSL examples tests bench \( -name '*.cpp' -o -name '*.h' \) | sort)
+mapfile -t sources < <(find include krOpenSSL examples tests bench \( -name '*.cpp' -o -name '*.h' -o -name '*.hpp' \) | sort)
 mapfile -t units < <(sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' "$build/compile_commands.json" | sort -u)
 
 clang-format --dry-run --Werror "${sources[@]}" || die "run clang-format -i on the files above"

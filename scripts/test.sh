@@ -8,7 +8,7 @@ set -euo pipefail
 
 cd "$root"
 ensure_packages g++ cmake ninja-build libgtest-dev libgmock-dev libbenchmark-dev clang-format clang-tidy \
-  openssl curl pkg-config binutils python3 gnuplot-nox valgrind
+  openssl curl pkg-config binutils doxygen python3 gnuplot-nox valgrind
 scripts/openssl.sh
 
 presets=(dev asan tsan)

@@ -3,37 +3,16 @@
 
 #include "KeyHolder.h"
 
-#include <krOpenSSL/krOpenSSL.h>
+#include <krOpenSSL/krDelegate.hpp>
 
 namespace delegated_tls {
 
-/// The library, up for the life of the object.
-class Library {
-public:
-  Library();
-  ~Library() { krOSSLCleanup(); }
-  Library(const Library &) = delete;
-  Library &operator=(const Library &) = delete;
-};
+/// The key for the connections that it is bound to: the holder signs for them.
+krOpenSSL::DelegatedKey delegated(const krOpenSSL::Library &library, HeldKey &key);
 
-/// Puts the provider record of a held key on an SSL_CTX. It has to outlive the context's connections.
-class Provider {
-public:
-  Provider(SSL_CTX *context, HeldKey &key);
-  Provider(const Provider &) = delete;
-  Provider &operator=(const Provider &) = delete;
-
-private:
-  ift_provider record_;
-};
-
-/// Gives the connection a key object of its own that signs through the provider of the connection's
-/// SSL_CTX. The object has the certificate's public half and nothing more.
-void useProviderKey(SSL *ssl, X509 *certificate);
-
-/// The same for a key that goes through the process-wide callbacks, which alone reach RSA-PSS signatures
-/// and RSA decryption.
-void useCallbackKey(SSL *ssl, X509 *certificate, HeldKey &key);
+/// Gives the connection a key that goes through the process-wide callbacks, which alone reach RSA-PSS signatures and
+/// RSA decryption.
+void useCallbackKey(SSL *ssl, HeldKey &key);
 
 /// Registers the process-wide RSA callbacks for the life of the object. They serve the keys of
 /// useCallbackKey, and pass every other RSA key on to OpenSSL's own method.

@@ -73,6 +73,7 @@ public:
             certificates_[line.key].get(),
             softwareKey_.get(),
             line.way == Way::software ? nullptr : &heldKeys_[line.key],
+            &library_,
             authority_.certificate()};
   }
 

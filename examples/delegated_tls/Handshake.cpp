@@ -9,7 +9,6 @@
 #include <array>
 #include <chrono>
 #include <future>
-#include <optional>
 #include <string_view>
 
 namespace delegated_tls {
@@ -30,9 +29,9 @@ SSLCtxPtr versionContext(const SSL_METHOD *method, const Scenario &scenario) {
 void giveKey(SSL *ssl, const Scenario &scenario) {
   switch (scenario.way) {
   case Way::provider:
-    return useProviderKey(ssl, scenario.certificate);
+    return delegated(*scenario.library, *scenario.heldKey).bindTo(ssl);
   case Way::callback:
-    return useCallbackKey(ssl, scenario.certificate, *scenario.heldKey);
+    return useCallbackKey(ssl, *scenario.heldKey);
   case Way::software:
     checked(SSL_use_PrivateKey(ssl, scenario.softwareKey), "the key cannot be used");
   }
@@ -41,10 +40,6 @@ void giveKey(SSL *ssl, const Scenario &scenario) {
 void serveOnce(const Scenario &scenario, const Descriptor &listener) {
   const SSLCtxPtr context = versionContext(TLS_server_method(), scenario);
   checked(SSL_CTX_use_certificate(context.get(), scenario.certificate), "the certificate cannot be used");
-  std::optional<Provider> provider;
-  if (scenario.way == Way::provider) {
-    provider.emplace(context.get(), *scenario.heldKey);
-  }
   const Descriptor socket = acceptConnection(listener);
   setTimeout(socket, kTimeout);
   const SSLPtr ssl = makeConnection(context.get(), socket);

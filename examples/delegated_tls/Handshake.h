@@ -21,6 +21,7 @@ struct Scenario {
   X509 *certificate;
   EVP_PKEY *softwareKey; ///< for Way::software
   HeldKey *heldKey;      ///< for the two others
+  const krOpenSSL::Library *library;
   X509 *authority;
 };
 

@@ -3,6 +3,8 @@
 
 #include "Failure.h"
 
+#include <krOpenSSL/krDelegate.hpp>
+
 #include <openssl/dh.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
@@ -13,26 +15,6 @@ namespace delegated_tls {
 namespace {
 
 using namespace krOpenSSL;
-
-// The provider passes no hash algorithm: the length of the digest tells it.
-int digestNid(std::size_t length) {
-  switch (length) {
-  case 20:
-    return NID_sha1;
-  case 28:
-    return NID_sha224;
-  case 32:
-    return NID_sha256;
-  case 36:
-    return NID_md5_sha1;
-  case 48:
-    return NID_sha384;
-  case 64:
-    return NID_sha512;
-  default:
-    return NID_undef;
-  }
-}
 
 // Nobody is at the keyboard of a key holder, so an encrypted file is refused instead of asked about.
 int refusePassword(char * /*buffer*/, int /*size*/, int /*writing*/, void * /*context*/) { return -1; }
@@ -117,7 +99,7 @@ std::optional<Bytes> PrivateKey::sign(const Bytes &digest) const {
   int done = 0;
   switch (EVP_PKEY_base_id(key_.get())) {
   case EVP_PKEY_RSA:
-    done = RSA_sign(digestNid(digest.size()), digest.data(), digestLength, out.data(), &length,
+    done = RSA_sign(hashOfLength(digest.size()), digest.data(), digestLength, out.data(), &length,
                     EVP_PKEY_get0_RSA(key_.get()));
     break;
   case EVP_PKEY_DSA:

@@ -121,7 +121,7 @@ public:
                               return keys;
                             })),
         key_(*holder_, 0), context_(makeContext(TLS_server_method(), profile_.ciphers, profile_.signatureAlgorithms)),
-        provider_(context_.get(), key_), listener_(listenOnLoopback(options.port)) {
+        delegated_(delegated(library_, key_)), listener_(listenOnLoopback(options.port)) {
     if (key_.publicHalf() != publicKeyDer(X509_get0_pubkey(certificate_.get()))) {
       throw Failure("the private key in '" + options.privateKey + "' does not belong to the certificate in '" +
                     options.certificateChain + "'");
@@ -162,7 +162,7 @@ private:
 
   void serveConnection(const Descriptor &connection) {
     const SSLPtr ssl = makeConnection(context_.get(), connection);
-    useProviderKey(ssl.get(), certificate_.get());
+    delegated_.bindTo(ssl.get());
     ERR_clear_error();
     if (SSL_accept(ssl.get()) != 1) {
       throw opensslFailure("handshake failed");
@@ -197,7 +197,7 @@ private:
   HeldKey key_;
   Library library_;
   SSLCtxPtr context_;
-  Provider provider_;
+  DelegatedKey delegated_;
   Descriptor listener_;
   LiveConnections live_;
 };

@@ -1,5 +1,6 @@
 // Into FIPS mode and back: a key that OpenSSL never sees signs in both, and the log tells what wolfEngine did.
 // usage: fips_switch [LOG_FILE]
+#include <krOpenSSL/krDelegate.hpp>
 #include <krOpenSSL/krOpenSSL.h>
 
 #include <openssl/err.h>
@@ -34,16 +35,6 @@ EVPPKeyPtr makeKey() {
   return EVPPKeyPtr(key);
 }
 
-// A fresh object with the public half, bound to the engine that serves RSA now.
-EVPPKeyPtr publicHalf() {
-  RSAPtr rsa(RSA_new());
-  const RSA *whole = EVP_PKEY_get0_RSA(keyStore.get());
-  RSA_set0_key(rsa.get(), BN_dup(RSA_get0_n(whole)), BN_dup(RSA_get0_e(whole)), nullptr);
-  EVPPKeyPtr key(EVP_PKEY_new());
-  EVP_PKEY_assign_RSA(key.get(), rsa.release());
-  return key;
-}
-
 const char *rsaEngine() {
   ENGINE *engine = ENGINE_get_default_RSA();
   const char *id = engine != nullptr ? ENGINE_get_id(engine) : "OpenSSL";
@@ -54,7 +45,7 @@ const char *rsaEngine() {
 bool signAndVerify() {
   static const std::string message = "signed in every mode";
   const auto *data = reinterpret_cast<const unsigned char *>(message.data());
-  const EVPPKeyPtr key = publicHalf();
+  const EVPPKeyPtr key = publicHalf(keyStore.get()); // bound to the engine that serves RSA now
   std::vector<unsigned char> signature(static_cast<std::size_t>(EVP_PKEY_size(key.get())));
   std::size_t length = signature.size();
   const EVPMDCtxPtr signing(EVP_MD_CTX_new());
@@ -102,29 +93,33 @@ void printTail(const std::string &path) {
   }
 }
 
-int run(const std::string &logFile) {
-  if (krOSSLSetup() != 0) {
-    return EXIT_FAILURE;
-  }
+bool run() {
+  const Library library;
   keyStore = makeKey();
   krEngineSetRSAPrivateKeyOpCallback(signInKeyStore, 1);
   if (!report()) {
-    return EXIT_FAILURE;
+    return false;
   }
   krFipsUseOpenSSLFIPS(1);
   if (krFipsModeOn() != kFipsOk) {
     std::cerr << "FIPS mode cannot be switched on: is wolfEngine in its place?\n";
-    return EXIT_FAILURE;
+    return false;
   }
   krSetWolfEngineLogLevel(1);
   const bool signedInFips = report();
   krFipsModeOff();
-  const bool signedAfterwards = report();
-  krOSSLCleanup();
-  printTail(logFile);
-  return signedInFips && signedAfterwards ? EXIT_SUCCESS : EXIT_FAILURE;
+  return report() && signedInFips;
 }
 
 } // namespace
 
-int main(int argc, char **argv) { return run(argc > 1 ? argv[1] : defaultLogFile()); }
+int main(int argc, char **argv) {
+  try {
+    const bool good = run();
+    printTail(argc > 1 ? argv[1] : defaultLogFile());
+    return good ? EXIT_SUCCESS : EXIT_FAILURE;
+  } catch (const std::exception &failure) {
+    std::cerr << "fips_switch: " << failure.what() << '\n';
+    return EXIT_FAILURE;
+  }
+}

@@ -1,25 +1,27 @@
-// Keeping private keys outside OpenSSL: the callbacks that stand in for private-key operations, and
-// the records that bind an operation to one TLS connection.
-//
-// While the library is set up, every key that OpenSSL makes is bound to the engine "qvlib". For each
-// private-key operation with such a key the engine decides, in this order:
-//
-//   operation              | key carries an SSL * | callback registered | neither
-//   -----------------------|----------------------|---------------------|----------------------
-//   RSA private encrypt    | provider, type 114   | callback            | OpenSSL's own method
-//   RSA private decrypt    | (not looked at)      | callback            | OpenSSL's own method
-//   DSA sign               | provider, type 116   | callback            | OpenSSL's own method
-//   ECDSA sign             | provider, type 791   | callback            | OpenSSL's own method
-//
-// "Provider" is the ift_provider record found on the SSL_CTX of that connection. Software keys take
-// the last column and work as without the library.
-//
-// What does not go through the provider, and is refused there: RSA-PSS (it signs a padded block of
-// RSA_size bytes, TLS 1.3's only RSA scheme; register the private-encrypt callback for it) and raw
-// digests of other lengths than 20, 32, 36, 48 and 64 bytes, SHA-224 for DSA and ECDSA among them.
-// A server that delegates by provider therefore limits its signature algorithms, for instance to
-// "RSA+SHA256:RSA+SHA384:RSA+SHA512" with TLS 1.2 as its highest version, to "ECDSA+SHA256:..." or
-// to "DSA+SHA256".
+/// @file
+/// Keeping private keys outside OpenSSL: the callbacks that stand in for private-key operations, and
+/// the records that bind an operation to one TLS connection.
+///
+/// While the library is set up in ordinary mode, every key that OpenSSL makes is bound to the engine "qvlib". For
+/// each private-key operation with such a key the engine decides, in this order:
+///
+/// | operation           | key carries an SSL * | callback registered | neither              |
+/// |---------------------|----------------------|---------------------|----------------------|
+/// | RSA private encrypt | provider, type 114   | callback            | OpenSSL's own method |
+/// | RSA private decrypt | (not looked at)      | callback            | OpenSSL's own method |
+/// | DSA sign            | provider, type 116   | callback            | OpenSSL's own method |
+/// | ECDSA sign          | provider, type 791   | callback            | OpenSSL's own method |
+///
+/// "Provider" is the ift_provider record found on the SSL_CTX of that connection. Software keys take the last column
+/// and work as without the library; while a callback is registered, it gets those of its type. Keys made in FIPS mode
+/// are wolfEngine's: RSA and ECDSA signatures are decided in the same order, decryption and DSA are not delegated.
+///
+/// What does not go through the provider, and is refused there: RSA-PSS (it signs a padded block of
+/// RSA_size bytes, TLS 1.3's only RSA scheme; register the private-encrypt callback for it) and raw
+/// digests of other lengths than 20, 32, 36, 48 and 64 bytes, SHA-224 for DSA and ECDSA among them.
+/// A server that delegates by provider therefore limits its signature algorithms, for instance to
+/// "RSA+SHA256:RSA+SHA384:RSA+SHA512" with TLS 1.2 as its highest version, to "ECDSA+SHA256:..." or
+/// to "DSA+SHA256".
 #pragma once
 
 #include <krOpenSSL/krExport.h>
@@ -82,7 +84,7 @@ KR_API void krEngineSetECDSAPrivateKeyOpCallback(ECDSAPrivateKeyOpCallback callb
 /// the key signs through that connection's provider.
 ///
 /// The library never owns, copies or frees what is stored: the SSL object has to outlive the key's
-/// use, and one key object serves one connection.
+/// use, and one key object serves one connection: a copy of the connection by SSL_dup shares it, and needs its own.
 ///
 /// @return the index, made by the first call and the same ever after; -1 when OpenSSL could not make
 ///         one (the next call tries again)
@@ -113,7 +115,7 @@ KR_API int kropenssl_get_ssl_ctx_idx();
 /// @param out        for RSA receives the signature, keySize bytes and never more; for DSA and ECDSA
 ///                   the DER-encoded signature, at most @p capacity bytes
 /// @param capacity   16378, for RSA too, although only keySize bytes are there
-/// @param outLength  0 on entry; set it to the number of bytes written. A negative number, or one
+/// @param outLength  0 on entry; set it to the number of bytes written. 0, a negative number, or one
 ///                   above what may be written, counts as failure
 /// @return true on success
 /// @note Runs on the thread of the handshake, without any lock of the library: a callback shared by

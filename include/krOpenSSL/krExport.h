@@ -1,4 +1,5 @@
-// How the library's names become visible outside it.
+/// @file
+/// How the library's names become visible outside it.
 #pragma once
 
 #if defined(_WIN32)
@@ -11,6 +12,6 @@
 #endif
 #define KR_LOCAL
 #else
-#define KR_API __attribute__((visibility("default")))
-#define KR_LOCAL __attribute__((visibility("hidden")))
+#define KR_API __attribute__((visibility("default")))  ///< exported, or imported by callers
+#define KR_LOCAL __attribute__((visibility("hidden"))) ///< kept inside, in a class that is exported
 #endif

@@ -1,12 +1,13 @@
-// FIPS mode: switching the process into it and back, who provides it, and what the external FIPS module says of
-// itself.
-//
-// In FIPS mode OpenSSL's algorithms come from wolfEngine, an engine of OpenSSL, or from an external FIPS module
-// through the engine "qvlibFIPS". A switch unloads the engine of one mode and loads the engine of the other; it
-// does not need krOSSLSetup, and the mode outlives krOSSLCleanup.
-//
-// The queries are safe from any thread. Callers keep everything else here apart from other use of the library's
-// cryptography.
+/// @file
+/// FIPS mode: switching the process into it and back, who provides it, and what the external FIPS module says of
+/// itself.
+///
+/// In FIPS mode OpenSSL's algorithms come from wolfEngine, an engine of OpenSSL, or from an external FIPS module
+/// through the engine "qvlibFIPS". A switch unloads the engine of one mode and loads the engine of the other; it
+/// does not need krOSSLSetup, and the mode outlives krOSSLCleanup.
+///
+/// The queries are safe from any thread. Callers keep everything else here apart from other use of the library's
+/// cryptography.
 #pragma once
 
 #include <krOpenSSL/krExport.h>
@@ -28,8 +29,7 @@ KR_API int krFipsMode();
 /// Switches FIPS mode on: unloads the engine in force, loads wolfEngine and makes it OpenSSL's default for all
 /// algorithms. Keys that are delegated go on signing through their callbacks and providers (RSA and EC), as far
 /// as they do in ordinary mode. Random numbers then come from wolfEngine, unless the host has installed a random
-/// method of its own or drew random numbers before the library was set up: OpenSSL keeps what it chose then, and
-/// RAND_set_rand_method(NULL) has it choose anew. Nothing of the ordinary generator is fed into wolfEngine's.
+/// method of its own. Nothing of the ordinary generator is fed into wolfEngine's.
 ///
 /// In FIPS mode already, it unloads and loads wolfEngine again.
 ///
@@ -40,8 +40,9 @@ KR_API unsigned int krFipsModeOn();
 /// The same as krFipsModeOn; the argument has no effect.
 KR_API unsigned int krFipsModeOnEx(int unused);
 
-/// Switches FIPS mode off: unloads the engine in force and loads "qvlib", whose generator is fed with 64 bytes
-/// drawn before the swap (nothing, when the draw failed). It does so in ordinary mode too.
+/// Switches FIPS mode off: unloads the engine in force and loads "qvlib". The random method then in force,
+/// "qvlib"'s unless the host has its own, is fed with 64 bytes drawn before the swap (nothing, when the draw failed).
+/// It does so in ordinary mode too.
 ///
 /// @return kFipsOk, also when "qvlib" could not be loaded; OpenSSL then works with its built-in methods
 KR_API unsigned int krFipsModeOff();

@@ -1,5 +1,6 @@
-// Owning handles for OpenSSL's objects: std::unique_ptr with each type's own free function.
-// Header only; used by the library itself and free for its callers to use.
+/// @file
+/// Owning handles for OpenSSL's objects: std::unique_ptr with each type's own free function.
+/// Header only; used by the library itself and free for its callers to use.
 #pragma once
 
 #include <openssl/bio.h>
@@ -19,11 +20,15 @@ namespace krOpenSSL {
 
 /// A deleter that calls @p FreeFunction, for OpenSSL's X_free functions.
 template <auto FreeFunction> struct Free {
+  /// Frees the object.
   template <class Object> void operator()(Object *object) const noexcept { FreeFunction(object); }
 };
 
+/// A pointer that owns an object of OpenSSL's.
 template <class Object, auto FreeFunction> using Handle = std::unique_ptr<Object, Free<FreeFunction>>;
 
+/// Owns an object of the type that the name begins with.
+///@{
 using BIGNUMPtr = Handle<BIGNUM, BN_clear_free>;
 using BIOPtr = Handle<BIO, BIO_free_all>;
 using DHPtr = Handle<DH, DH_free>;
@@ -44,5 +49,6 @@ using SSLPtr = Handle<SSL, SSL_free>;
 using SSLCtxPtr = Handle<SSL_CTX, SSL_CTX_free>;
 using X509Ptr = Handle<X509, X509_free>;
 using X509SigPtr = Handle<X509_SIG, X509_SIG_free>;
+///@}
 
 } // namespace krOpenSSL

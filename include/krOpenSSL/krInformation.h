@@ -1,4 +1,5 @@
-// Error texts, the version of the OpenSSL in use, and seed bytes from the operating system.
+/// @file
+/// Error texts, the version of the OpenSSL in use, and seed bytes from the operating system.
 #pragma once
 
 #include <krOpenSSL/krExport.h>
@@ -14,6 +15,7 @@ KR_API const char *krGet_OpenSSL_Version();
 
 /// Fills @p buffer with random bytes of the operating system.
 ///
+/// @param buffer  receives @p length bytes
 /// @param length  bytes wanted; only its low 32 bits count, a larger request is served in part
 /// @return 1 when the buffer was filled; 0 when the system gave none or @p buffer is null, the
 ///         content of the buffer is then unspecified

@@ -1,4 +1,5 @@
-// Bringing OpenSSL up and down by reference count, and loading and unloading the library's engine.
+/// @file
+/// Bringing OpenSSL up and down by reference count, and loading and unloading the library's engine.
 #pragma once
 
 #include <krOpenSSL/krExport.h>
@@ -29,18 +30,22 @@ KR_API int krOSSLSetup();
 ///       cryptography.
 KR_API int krOSSLCleanup();
 
-/// Builds the engine "qvlib", adds it to OpenSSL's list and registers it for RSA, DSA, EC and
-/// random numbers. A later load registers the very engine that the first one listed.
+/// Loads the engine of the current mode. In ordinary mode that is "qvlib": built, added to OpenSSL's list and
+/// registered for RSA, DSA, EC and random numbers. In FIPS mode it is wolfEngine, made the default for everything,
+/// or "qvlibFIPS" where the external FIPS module is chosen. A later load registers the very engine that the first
+/// one listed.
 ///
-/// krOSSLSetup calls this. It clears the calling thread's OpenSSL error queue once the engine is
-/// built.
+/// krOSSLSetup and the mode switches call this. Building "qvlib" or "qvlibFIPS" clears the calling thread's OpenSSL
+/// error queue.
 ///
-/// @return 1 when an engine was registered, 0 when none could be built or found
+/// @return 1 when an engine was registered; 0 when none could be built, found or initialised, and after
+///         OPENSSL_cleanup
 /// @note Callers keep it apart from other use of the library's cryptography.
 KR_API int krOpenSSLEngineLoad();
 
 /// Unregisters the engine that the last load registered, or does nothing when there is none. Keys
-/// that are bound to it keep working, as does a random method that OpenSSL already took from it.
+/// that are bound to it keep working, as does a random method that OpenSSL already took from it. In FIPS mode it also
+/// ends wolfEngine's logging and gives its initialisation back.
 ///
 /// @return 1
 /// @note Callers keep it apart from other use of the library's cryptography.

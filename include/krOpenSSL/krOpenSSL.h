@@ -1,4 +1,5 @@
-// krOpenSSL: everything the library exports.
+/// @file
+/// krOpenSSL: everything the library exports.
 #pragma once
 
 #include <krOpenSSL/krDelegation.h>

@@ -1,10 +1,11 @@
-// AES key wrap (RFC 3394).
-//
-//   kroAESWrap wrap;
-//   wrap.SetEncryptKey(kek, 32);
-//   bool wrapped = wrap.Encrypt(out, keyData, 24, nullptr);     // out receives 32 bytes
-//   wrap.SetDecryptKey(kek, 32);
-//   bool unwrapped = wrap.Decrypt(keyData, 24, out, nullptr);   // note the other order of arguments
+/// @file
+/// AES key wrap (RFC 3394).
+///
+///     kroAESWrap wrap;
+///     wrap.SetEncryptKey(kek, 32);
+///     bool wrapped = wrap.Encrypt(out, keyData, 24, nullptr);     // out receives 32 bytes
+///     wrap.SetDecryptKey(kek, 32);
+///     bool unwrapped = wrap.Decrypt(keyData, 24, out, nullptr);   // note the other order of arguments
 #pragma once
 
 #include <krOpenSSL/krExport.h>
@@ -23,9 +24,9 @@ struct evp_cipher_ctx_st;
 class KR_API kroAESWrap {
 public:
   kroAESWrap();
-  kroAESWrap(const kroAESWrap &other);
+  kroAESWrap(const kroAESWrap &other); ///< copies deeply, the way of working included
   ~kroAESWrap();
-  kroAESWrap &operator=(const kroAESWrap &other);
+  kroAESWrap &operator=(const kroAESWrap &other); ///< as the copy constructor
 
   /// Keys the object for Encrypt.
   ///
@@ -40,6 +41,7 @@ public:
   /// Wraps @p len bytes of key data (RFC 3394, 2.2.1).
   ///
   /// @param out  receives len + 8 bytes; may overlap @p in
+  /// @param in   len bytes
   /// @param len  bytes of key data, a multiple of 8, at least 8 and below 2^32 / 6 * 8
   /// @param iv   8 bytes, or null for the default initial value
   /// @return false, with @p out untouched, when the length is not allowed, @p out or @p in is null, no key is
@@ -52,6 +54,7 @@ public:
   /// @param out  receives len bytes; may overlap @p in
   /// @param len  bytes of unwrapped key data; as for Encrypt
   /// @param in   len + 8 bytes
+  /// @param iv   as for Encrypt
   /// @return false, with @p out untouched, as Encrypt, or when the data is not what was wrapped with this
   ///         key and @p iv
   /// @throws std::bad_alloc as Encrypt

@@ -1,11 +1,12 @@
-// AES-CBC (FIPS 197, SP 800-38A), triple-DES-CBC (SP 800-67) and RC4, without padding.
-//
-// CBC gives no integrity, and triple DES and RC4 are broken for new designs; they are here for the formats
-// that prescribe them.
-//
-//   kroAESCipher<256>::Encrypt(out, iv, key, in, 64); // note the order: IV before key, output first
-//   kroRC4 stream(key, keyLength);
-//   stream.Transform(out, in, length);
+/// @file
+/// AES-CBC (FIPS 197, SP 800-38A), triple-DES-CBC (SP 800-67) and RC4, without padding.
+///
+/// CBC gives no integrity, and triple DES and RC4 are broken for new designs; they are here for the formats
+/// that prescribe them.
+///
+///     kroAESCipher<256>::Encrypt(out, iv, key, in, 64); // note the order: IV before key, output first
+///     kroRC4 stream(key, keyLength);
+///     stream.Transform(out, in, length);
 #pragma once
 
 #include <krOpenSSL/krExport.h>
@@ -26,15 +27,18 @@ public:
   /// @param out  receives len bytes, rounded down to whole blocks of 16
   /// @param iv   16 bytes
   /// @param key  Bits / 8 bytes
+  /// @param in   len bytes
+  /// @param len  bytes at @p in
   static void Encrypt(unsigned char *out, const unsigned char *iv, const unsigned char *key, const unsigned char *in,
                       std::uint64_t len);
+  /// The inverse of Encrypt, with the same arguments.
   static void Decrypt(unsigned char *out, const unsigned char *iv, const unsigned char *key, const unsigned char *in,
                       std::uint64_t len);
 
-  kroAESCipher() = default;
-  kroAESCipher(const kroAESCipher &) = default;
-  kroAESCipher &operator=(const kroAESCipher &);
-  kroAESCipher &operator=(kroAESCipher &&) noexcept;
+  kroAESCipher() = default;                          ///< objects have no state: the functions are static
+  kroAESCipher(const kroAESCipher &) = default;      ///< copies nothing
+  kroAESCipher &operator=(const kroAESCipher &);     ///< copies nothing
+  kroAESCipher &operator=(kroAESCipher &&) noexcept; ///< copies nothing
 };
 
 extern template class kroAESCipher<128>;
@@ -44,15 +48,17 @@ extern template class kroAESCipher<256>;
 /// Triple DES with three keys in CBC mode; as kroAESCipher, with blocks and IV of 8 bytes and a key of 24.
 class KR_API kroDES3CBCCipher {
 public:
+  /// As kroAESCipher::Encrypt, with 8 bytes at @p iv and 24 at @p key.
   static void Encrypt(unsigned char *out, const unsigned char *iv, const unsigned char *key, const unsigned char *in,
                       std::uint64_t len);
+  /// The inverse of Encrypt, with the same arguments.
   static void Decrypt(unsigned char *out, const unsigned char *iv, const unsigned char *key, const unsigned char *in,
                       std::uint64_t len);
 
-  kroDES3CBCCipher() = default;
-  kroDES3CBCCipher(const kroDES3CBCCipher &) = default;
-  kroDES3CBCCipher &operator=(const kroDES3CBCCipher &);
-  kroDES3CBCCipher &operator=(kroDES3CBCCipher &&) noexcept;
+  kroDES3CBCCipher() = default;                              ///< objects have no state: the functions are static
+  kroDES3CBCCipher(const kroDES3CBCCipher &) = default;      ///< copies nothing
+  kroDES3CBCCipher &operator=(const kroDES3CBCCipher &);     ///< copies nothing
+  kroDES3CBCCipher &operator=(kroDES3CBCCipher &&) noexcept; ///< copies nothing
 };
 
 /// The RC4 key stream, held across calls.
@@ -66,9 +72,9 @@ public:
   kroRC4();
   /// As the default constructor and SetKey.
   kroRC4(const unsigned char *key, std::uint64_t len);
-  kroRC4(const kroRC4 &other);
+  kroRC4(const kroRC4 &other); ///< copies deeply
   ~kroRC4();
-  kroRC4 &operator=(const kroRC4 &other);
+  kroRC4 &operator=(const kroRC4 &other); ///< copies deeply
 
   /// Starts the key stream of a key of @p len bytes. A null key, length 0 and lengths of 2^31 and more are
   /// refused and leave the object without a key.

@@ -1,4 +1,5 @@
-// The pseudo-random number generator of FIPS 186-2 (with change notice 1) over SHA-1.
+/// @file
+/// The pseudo-random number generator of FIPS 186-2 (with change notice 1) over SHA-1.
 #pragma once
 
 #include <krOpenSSL/krExport.h>
@@ -19,9 +20,9 @@ class KR_API kroFipsRngSha1 {
 public:
   /// An object without a seed: XKEY is empty (b = 0). Call Init before drawing from it.
   kroFipsRngSha1();
-  kroFipsRngSha1(const kroFipsRngSha1 &) = default;
+  kroFipsRngSha1(const kroFipsRngSha1 &) = default; ///< the copy draws the same bytes
   ~kroFipsRngSha1();
-  kroFipsRngSha1 &operator=(const kroFipsRngSha1 &);
+  kroFipsRngSha1 &operator=(const kroFipsRngSha1 &); ///< the same
 
   /// Sets XKEY, and q when one is given. Nothing else changes: what is left of the current block is
   /// still handed out, and without a q an earlier one stays in force.
@@ -35,6 +36,7 @@ public:
   /// Draws random bytes. What is left of a 20-byte block is handed out by the next call.
   ///
   /// @param out       receives @p len bytes; null draws nothing
+  /// @param len       bytes wanted
   /// @param xseed     XSEED as a big-endian number, added to XKEY for each block drawn and consumed
   ///                  from its front by as many bytes as are handed out; may be null
   /// @param xseedlen  bytes at @p xseed

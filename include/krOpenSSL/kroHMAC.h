@@ -1,12 +1,13 @@
-// HMAC (RFC 2104) with the digests of kroHash.h.
-//
-//   unsigned char mac[32];
-//   kroHMAC<kroSHA256> hmac;
-//   hmac(key, keyLength, data, length, mac); // in one call, or:
-//   hmac.SetKey(key, keyLength);
-//   hmac.Update(data, length);
-//   hmac.Final(mac);
-//   hmac.Init(); // the next message under the same key
+/// @file
+/// HMAC (RFC 2104) with the digests of kroHash.h.
+///
+///     unsigned char mac[32];
+///     kroHMAC<kroSHA256> hmac;
+///     hmac(key, keyLength, data, length, mac); // in one call, or:
+///     hmac.SetKey(key, keyLength);
+///     hmac.Update(data, length);
+///     hmac.Final(mac);
+///     hmac.Init(); // the next message under the same key
 #pragma once
 
 #include <krOpenSSL/krExport.h>
@@ -24,9 +25,9 @@ struct hmac_ctx_st;
 /// way every member does nothing while the module is not ready, the destructor included, and what the
 /// module makes of its arguments is the module's own.
 ///
-/// Nothing is reported. On the OpenSSL way a call that cannot be carried out leaves nothing half done: it
-/// ends the computation, and Final then writes nothing. That holds for an object without memory or key, for
-/// lengths of 2^31 bytes and more, and for null with a length. Update and Final do nothing outside a
+/// Nothing is reported. A call that cannot be carried out leaves nothing half done: it ends the computation, and
+/// Final then writes nothing. That holds on both ways for lengths of 2^31 bytes and more, and on the OpenSSL way
+/// for an object without memory or key and for null with a length. There, Update and Final do nothing outside a
 /// computation, which SetKey or Init begins and Final ends.
 ///
 /// Copies are deep: the copy goes on from the same point on its own (on the module way: with a copy of the
@@ -36,9 +37,9 @@ struct hmac_ctx_st;
 template <class T> class KR_API kroHMAC {
 public:
   kroHMAC();
-  kroHMAC(const kroHMAC &other);
+  kroHMAC(const kroHMAC &other); ///< copies deeply, the way of working included
   ~kroHMAC();
-  kroHMAC &operator=(const kroHMAC &other);
+  kroHMAC &operator=(const kroHMAC &other); ///< as the copy constructor
 
   /// Begins a message under the key set last; without a key it does nothing.
   void Init();
@@ -47,6 +48,7 @@ public:
   /// prescribes. A null @p key with length 0 is the empty key; a refused key leaves the object without one.
   void SetKey(const unsigned char *key, std::uint64_t len);
 
+  /// Takes in @p len bytes of the message.
   void Update(const unsigned char *data, std::uint64_t len);
 
   /// Writes the MAC, of the digest's size, to @p out.
@@ -61,19 +63,16 @@ public:
   void __autoclassinit2(std::uint64_t n);
 
 private:
+  // What was refused is kept on both ways; on the module way the rest is the module's.
   enum class Phase : unsigned char { unkeyed, keyed, computing };
-  // On the OpenSSL way the state area holds the context and where it stands.
-  struct OpenSSLState {
-    hmac_ctx_st *context;
-    Phase phase;
-  };
   enum : std::uint64_t { kStateBytes = 352 };
 
   struct KR_LOCAL Context;
 
   bool viaModule_;
+  Phase phase_;
   union {
-    OpenSSLState openssl_;
+    hmac_ctx_st *context_; // on the OpenSSL way
     unsigned char area_[kStateBytes];
   };
 };

@@ -1,13 +1,14 @@
-// Message digests: MD4 (RFC 1320), MD5 (RFC 1321), SHA-1 and SHA-2 (FIPS 180-4).
-//
-// MD4, MD5 and SHA-1 do not withstand collision attacks; they are here for the formats that prescribe them.
-//
-//   unsigned char digest[32];
-//   kroSHA256 hash;
-//   hash(digest, data, length); // in one call, or:
-//   hash.Init();
-//   hash.Update(data, length);
-//   hash.Final(digest);
+/// @file
+/// Message digests: MD4 (RFC 1320), MD5 (RFC 1321), SHA-1 and SHA-2 (FIPS 180-4).
+///
+/// MD4, MD5 and SHA-1 do not withstand collision attacks; they are here for the formats that prescribe them.
+///
+///     unsigned char digest[32];
+///     kroSHA256 hash;
+///     hash(digest, data, length); // in one call, or:
+///     hash.Init();
+///     hash.Update(data, length);
+///     hash.Final(digest);
 #pragma once
 
 #include <krOpenSSL/krExport.h>
@@ -31,9 +32,9 @@ class KR_API kroHashBase {
 public:
   /// @param algorithm  an OpenSSL digest, which has to outlive the object; with null the object stays idle
   kroHashBase(const evp_md_st *algorithm);
-  kroHashBase(const kroHashBase &other);
+  kroHashBase(const kroHashBase &other); ///< copies deeply
   ~kroHashBase();
-  kroHashBase &operator=(const kroHashBase &other);
+  kroHashBase &operator=(const kroHashBase &other); ///< copies deeply
 
   /// Starts a computation.
   void Init();
@@ -58,28 +59,39 @@ private:
   evp_md_ctx_st *context_;
 };
 
-// The seven classes differ in name only: each fixes one OpenSSL digest.
-//   GetEVP_MD     OpenSSL's digest of the class; safe from any thread
-//   SupportsFips  whether FIPS mode has this digest: false for MD4 and MD5; safe from any thread
+/// The seven classes differ in name only: each fixes one OpenSSL digest.
 #define KR_HASH_CLASS(name)                                                                                            \
   class KR_API name : public kroHashBase {                                                                             \
   public:                                                                                                              \
     name();                                                                                                            \
+    /*! Copies deeply. */                                                                                              \
     name(const name &) = default;                                                                                      \
     ~name();                                                                                                           \
+    /*! Copies deeply. */                                                                                              \
     name &operator=(const name &other);                                                                                \
+    /*! Copies deeply. */                                                                                              \
     name &operator=(name &&other) noexcept;                                                                            \
+    /*! OpenSSL's digest of the class; safe from any thread. */                                                        \
     static const evp_md_st *GetEVP_MD();                                                                               \
+    /*! Whether FIPS mode has this digest: false for MD4 and MD5; safe from any thread. */                             \
     static bool SupportsFips();                                                                                        \
+    /*! As kroHashBase's. */                                                                                           \
     void __autoclassinit2(std::uint64_t n);                                                                            \
   }
 
-KR_HASH_CLASS(kroMD4);    // 16 bytes
-KR_HASH_CLASS(kroMD5);    // 16 bytes
-KR_HASH_CLASS(kroSHA1);   // 20 bytes
-KR_HASH_CLASS(kroSHA224); // 28 bytes
-KR_HASH_CLASS(kroSHA256); // 32 bytes
-KR_HASH_CLASS(kroSHA384); // 48 bytes
-KR_HASH_CLASS(kroSHA512); // 64 bytes
+/// MD4 (RFC 1320), 16 bytes.
+KR_HASH_CLASS(kroMD4);
+/// MD5 (RFC 1321), 16 bytes.
+KR_HASH_CLASS(kroMD5);
+/// SHA-1 (FIPS 180-4), 20 bytes.
+KR_HASH_CLASS(kroSHA1);
+/// SHA-224 (FIPS 180-4), 28 bytes.
+KR_HASH_CLASS(kroSHA224);
+/// SHA-256 (FIPS 180-4), 32 bytes.
+KR_HASH_CLASS(kroSHA256);
+/// SHA-384 (FIPS 180-4), 48 bytes.
+KR_HASH_CLASS(kroSHA384);
+/// SHA-512 (FIPS 180-4), 64 bytes.
+KR_HASH_CLASS(kroSHA512);
 
 #undef KR_HASH_CLASS

@@ -132,6 +132,15 @@ struct kroAESWrap::Context {
     }
   }
 
+  static void release(kroAESWrap &wrap) noexcept {
+    if (!wrap.viaModule_) {
+      krEVP_CIPHER_CTX_Cleanup(wrap.context_);
+      wrap.context_ = nullptr;
+    } else if (const FipsModule *module = readyModule()) {
+      module->AesFree(wrap.area_);
+    }
+  }
+
   static void setKey(EVP_CIPHER_CTX *context, const unsigned char *key, std::uint64_t len, bool encrypt) noexcept {
     const EVP_CIPHER *cipher = aesEcb(len);
     if (context == nullptr || (cipher == nullptr && !isUsable(context))) {
@@ -156,16 +165,7 @@ kroAESWrap::kroAESWrap() : viaModule_(worksViaModule()) {
 
 kroAESWrap::kroAESWrap(const kroAESWrap &other) : viaModule_(false), context_(nullptr) { *this = other; }
 
-kroAESWrap::~kroAESWrap() {
-  if (viaModule_) {
-    if (const FipsModule *module = readyModule()) {
-      module->AesFree(area_);
-    }
-    return;
-  }
-  krEVP_CIPHER_CTX_Cleanup(context_);
-  context_ = nullptr;
-}
+kroAESWrap::~kroAESWrap() { Context::release(*this); }
 
 kroAESWrap &kroAESWrap::operator=(const kroAESWrap &other) {
   if (this == &other) {
@@ -173,14 +173,18 @@ kroAESWrap &kroAESWrap::operator=(const kroAESWrap &other) {
   }
   if (other.viaModule_) {
     if (!viaModule_ && context_ != nullptr) {
-      krEVP_CIPHER_CTX_Cleanup(context_);
+      Context::release(*this);
     }
     viaModule_ = true;
     std::memcpy(area_, other.area_, kStateBytes);
     return *this;
   }
-  if (viaModule_ || context_ == nullptr) {
+  if (viaModule_) {
+    Context::release(*this);
+    OPENSSL_cleanse(area_, kStateBytes); // the context takes only the first bytes of the old key's place
     viaModule_ = false;
+    Context::make(*this);
+  } else if (context_ == nullptr) {
     Context::make(*this);
   }
   // OpenSSL refuses to copy a context without a key: such a copy is one without a key, too.

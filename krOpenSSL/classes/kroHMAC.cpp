@@ -28,88 +28,120 @@ template <> constexpr const char *kConstructor<kroSHA512> = "kroHMAC<class kroSH
 // OpenSSL reads a null key as "keep the one you have": the empty key needs an address.
 constexpr unsigned char kEmptyKey = 0;
 
-// The module takes lengths as signed 32-bit numbers, sign-extended.
-FipsModule::Length moduleLength(std::uint64_t length) noexcept { return static_cast<std::int32_t>(length); }
-
 } // namespace
 
-// Work on the OpenSSL way, beside the class so that it is not exported with it.
+// Work of the members, beside the class so that it is not exported with it.
 template <class T> struct kroHMAC<T>::Context {
-  static OpenSSLState make() noexcept {
-    const OpenSSLState made{krHMAC_CTX_new(), Phase::unkeyed};
-    if (made.context == nullptr) {
+  static void make(kroHMAC &hmac) noexcept {
+    hmac.viaModule_ = false;
+    hmac.phase_ = Phase::unkeyed;
+    hmac.context_ = krHMAC_CTX_new();
+    if (hmac.context_ == nullptr) {
       krTraceLog(kTraceTag, "%s: Unable to allocate memory for HMAC_CTX", kConstructor<T>);
     } else {
-      HMAC_CTX_set_flags(made.context, EVP_MD_CTX_FLAG_NON_FIPS_ALLOW);
+      HMAC_CTX_set_flags(hmac.context_, EVP_MD_CTX_FLAG_NON_FIPS_ALLOW);
     }
-    return made;
   }
 
-  static void dropKey(OpenSSLState &state) noexcept {
-    state.phase = Phase::unkeyed;
-    if (state.context != nullptr) {
-      HMAC_CTX_reset(state.context);
-      HMAC_CTX_set_flags(state.context, EVP_MD_CTX_FLAG_NON_FIPS_ALLOW);
+  static void dropKey(kroHMAC &hmac) noexcept {
+    hmac.phase_ = Phase::unkeyed;
+    if (!hmac.viaModule_ && hmac.context_ != nullptr) {
+      HMAC_CTX_reset(hmac.context_);
+      HMAC_CTX_set_flags(hmac.context_, EVP_MD_CTX_FLAG_NON_FIPS_ALLOW);
     }
   }
 
   // OpenSSL refuses to copy a context without a key: such a copy stays without one.
-  static void copy(OpenSSLState &state, const OpenSSLState &other) noexcept {
-    const bool keyed = state.context != nullptr && other.phase != Phase::unkeyed;
+  static void copy(kroHMAC &hmac, const kroHMAC &other) noexcept {
+    const bool keyed = hmac.context_ != nullptr && other.phase_ != Phase::unkeyed;
     const ErrorQueueScope errors;
-    if (keyed && HMAC_CTX_copy(state.context, other.context) == 1) {
-      state.phase = other.phase;
+    if (keyed && HMAC_CTX_copy(hmac.context_, other.context_) == 1) {
+      hmac.phase_ = other.phase_;
     } else {
-      dropKey(state);
+      dropKey(hmac);
     }
+  }
+
+  static void copyArea(kroHMAC &hmac, const kroHMAC &other) noexcept {
+    hmac.viaModule_ = true;
+    hmac.phase_ = other.phase_;
+    std::memcpy(hmac.area_, other.area_, kStateBytes);
+  }
+
+  static void release(kroHMAC &hmac) noexcept {
+    if (!hmac.viaModule_) {
+      krHMAC_CTX_cleanup(hmac.context_);
+      hmac.context_ = nullptr;
+    } else if (const FipsModule *module = readyModule()) {
+      module->HmacFree(hmac.area_);
+    }
+  }
+
+  static bool setKey(kroHMAC &hmac, const unsigned char *key, std::uint64_t len) noexcept {
+    const auto length = intLength(len);
+    if (hmac.viaModule_) {
+      const FipsModule *module = length ? readyModule() : nullptr;
+      if (module != nullptr) {
+        module->HmacSetKey(hmac.area_, key, *length);
+      }
+      return length.has_value();
+    }
+    const unsigned char *bytes = key != nullptr ? key : &kEmptyKey;
+    return hmac.context_ != nullptr && length && isReadable(key, len) &&
+           HMAC_Init_ex(hmac.context_, bytes, *length, T::GetEVP_MD(), nullptr) == 1;
+  }
+
+  static bool update(kroHMAC &hmac, const unsigned char *data, std::uint64_t len) noexcept {
+    const auto length = intLength(len);
+    if (hmac.viaModule_) {
+      const FipsModule *module = length ? readyModule() : nullptr;
+      if (module != nullptr) {
+        module->HmacUpdate(hmac.area_, data, *length);
+      }
+      return length.has_value();
+    }
+    return length && isReadable(data, len) && HMAC_Update(hmac.context_, data, len) == 1;
   }
 };
 
-template <class T> kroHMAC<T>::kroHMAC() : viaModule_(T::SupportsFips() && worksViaModule()) {
+template <class T> kroHMAC<T>::kroHMAC() : viaModule_(T::SupportsFips() && worksViaModule()), phase_(Phase::computing) {
   if (viaModule_) {
     OPENSSL_cleanse(area_, kStateBytes);
   } else {
-    openssl_ = Context::make();
+    Context::make(*this);
   }
 }
 
-template <class T> kroHMAC<T>::kroHMAC(const kroHMAC &other) : viaModule_(other.viaModule_) {
+template <class T> kroHMAC<T>::kroHMAC(const kroHMAC &other) : viaModule_(other.viaModule_), phase_(other.phase_) {
   if (viaModule_) {
-    std::memcpy(area_, other.area_, kStateBytes);
+    Context::copyArea(*this, other);
   } else {
-    openssl_ = Context::make();
-    Context::copy(openssl_, other.openssl_);
+    Context::make(*this);
+    Context::copy(*this, other);
   }
 }
 
-template <class T> kroHMAC<T>::~kroHMAC() {
-  if (viaModule_) {
-    if (const FipsModule *module = readyModule()) {
-      module->HmacFree(area_);
-    }
-    return;
-  }
-  krHMAC_CTX_cleanup(openssl_.context);
-  openssl_.context = nullptr;
-}
+template <class T> kroHMAC<T>::~kroHMAC() { Context::release(*this); }
 
 template <class T> kroHMAC<T> &kroHMAC<T>::operator=(const kroHMAC &other) {
   if (this == &other) {
     return *this;
   }
-  if (!other.viaModule_) {
-    if (viaModule_ || openssl_.context == nullptr) {
-      viaModule_ = false;
-      openssl_ = Context::make();
+  if (other.viaModule_) {
+    if (!viaModule_) {
+      Context::release(*this);
     }
-    Context::copy(openssl_, other.openssl_);
+    Context::copyArea(*this, other);
     return *this;
   }
-  if (!viaModule_) {
-    krHMAC_CTX_cleanup(openssl_.context);
+  if (viaModule_) {
+    Context::release(*this);
+    OPENSSL_cleanse(area_, kStateBytes); // the context takes only the first bytes of the old key's place
+    Context::make(*this);
+  } else if (context_ == nullptr) {
+    Context::make(*this);
   }
-  viaModule_ = true;
-  std::memcpy(area_, other.area_, kStateBytes);
+  Context::copy(*this, other);
   return *this;
 }
 
@@ -118,64 +150,44 @@ template <class T> void kroHMAC<T>::Init() {
     if (const FipsModule *module = readyModule()) {
       module->HmacInit(fipsModuleContext, area_, kStateBytes, EVP_MD_size(T::GetEVP_MD()));
     }
+    phase_ = phase_ == Phase::keyed ? Phase::computing : phase_;
     return;
   }
-  if (openssl_.phase != Phase::unkeyed) {
-    const bool begun = HMAC_Init_ex(openssl_.context, nullptr, 0, T::GetEVP_MD(), nullptr) == 1;
-    openssl_.phase = begun ? Phase::computing : Phase::unkeyed;
+  if (phase_ != Phase::unkeyed) {
+    const bool begun = HMAC_Init_ex(context_, nullptr, 0, T::GetEVP_MD(), nullptr) == 1;
+    phase_ = begun ? Phase::computing : Phase::unkeyed;
   }
 }
 
 template <class T> void kroHMAC<T>::SetKey(const unsigned char *key, std::uint64_t len) {
-  if (viaModule_) {
-    if (const FipsModule *module = readyModule()) {
-      module->HmacSetKey(area_, key, moduleLength(len));
-    }
-    return;
-  }
-  const auto length = intLength(len);
-  if (openssl_.context == nullptr || !length || !isReadable(key, len)) {
-    Context::dropKey(openssl_);
-    return;
-  }
-  const unsigned char *bytes = key != nullptr ? key : &kEmptyKey;
-  if (HMAC_Init_ex(openssl_.context, bytes, *length, T::GetEVP_MD(), nullptr) == 1) {
-    openssl_.phase = Phase::computing;
+  if (Context::setKey(*this, key, len)) {
+    phase_ = Phase::computing;
   } else {
-    Context::dropKey(openssl_);
+    Context::dropKey(*this);
   }
 }
 
 template <class T> void kroHMAC<T>::Update(const unsigned char *data, std::uint64_t len) {
-  if (viaModule_) {
-    if (const FipsModule *module = readyModule()) {
-      module->HmacUpdate(area_, data, moduleLength(len));
-    }
-    return;
-  }
-  if (openssl_.phase != Phase::computing) {
-    return;
-  }
   // A MAC over only some of the data must never come out.
-  if (!intLength(len) || !isReadable(data, len) || HMAC_Update(openssl_.context, data, len) != 1) {
-    openssl_.phase = Phase::keyed;
+  if (phase_ == Phase::computing && !Context::update(*this, data, len)) {
+    phase_ = Phase::keyed;
   }
 }
 
 template <class T> void kroHMAC<T>::Final(unsigned char *out) {
+  if (phase_ != Phase::computing) {
+    return;
+  }
   if (viaModule_) {
     if (const FipsModule *module = readyModule()) {
       module->HmacFinal(area_, out);
     }
     return;
   }
-  if (openssl_.phase != Phase::computing) {
-    return;
-  }
   if (out != nullptr) {
-    HMAC_Final(openssl_.context, out, nullptr);
+    HMAC_Final(context_, out, nullptr);
   }
-  openssl_.phase = Phase::keyed;
+  phase_ = Phase::keyed;
 }
 
 template <class T>

@@ -31,11 +31,14 @@ bool hasTwoPrimes(const RSA *rsa) noexcept {
          RSA_get0_dmp1(rsa) != nullptr && RSA_get0_dmq1(rsa) != nullptr && RSA_get0_iqmp(rsa) != nullptr;
 }
 
+bool hasArithmetic(const RSA_METHOD *method) noexcept {
+  return RSA_meth_get_mod_exp(method) != nullptr && RSA_meth_get_bn_mod_exp(method) != nullptr;
+}
+
 } // namespace
 
-bool lacksArithmetic(const RSA *rsa) noexcept {
-  const RSA_METHOD *method = RSA_get_method(rsa);
-  return RSA_meth_get_mod_exp(method) == nullptr || RSA_meth_get_bn_mod_exp(method) == nullptr;
+bool needsCopyForDefaultMethod(const RSA *rsa) noexcept {
+  return hasArithmetic(RSA_get_default_method()) && !hasArithmetic(RSA_get_method(rsa));
 }
 
 RSAPtr copyForDefaultMethod(const RSA *rsa) noexcept {

@@ -3,7 +3,7 @@
 
 namespace krOpenSSL {
 
-bool opensslIsUsable() noexcept { return OPENSSL_init_crypto(0, nullptr) != 0; }
+bool opensslIsUsable() noexcept { return OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr) != 0; }
 
 ENGINEPtr findListedEngine(std::string_view id) noexcept {
   ENGINE *engine = ENGINE_get_first();

@@ -4,6 +4,7 @@
 #include "accessors/ErrorQueueScope.h"
 #include "accessors/krAccessors.h"
 #include "accessors/krTraceLog.h"
+#include "engine/EngineList.h"
 #include "platform/Mutex.h"
 #include "state/State.h"
 
@@ -53,6 +54,7 @@ int exDataIndex(ExData which) noexcept {
   const std::scoped_lock lock(creation);
   int index = kind.index.load(std::memory_order_relaxed);
   if (index == -1) {
+    static_cast<void>(opensslIsUsable()); // before the error queue would have OpenSSL register its exit handler
     const ErrorQueueScope errors;
     index = kind.create(kind);
     kind.index.store(index, std::memory_order_release);

@@ -14,7 +14,7 @@ using namespace krOpenSSL;
 namespace {
 
 int encryptByDefault(int flen, const unsigned char *from, unsigned char *to, RSA *rsa, int padding) noexcept {
-  if (!lacksArithmetic(rsa)) {
+  if (!needsCopyForDefaultMethod(rsa)) {
     return krRSA_private_encrypt(RSA_get_default_method(), flen, from, to, rsa, padding);
   }
   const RSAPtr copy = copyForDefaultMethod(rsa);

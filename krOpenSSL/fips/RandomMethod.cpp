@@ -5,7 +5,6 @@
 #include "engine/qvlib.h"
 #include "fips/krWolfSSLFIPS.h"
 #include "fipsbridge/qvlibFIPS.h"
-#include "state/State.h"
 
 #include <openssl/rand.h>
 
@@ -27,10 +26,14 @@ bool givenByLoadedEngine(const RAND_METHOD *method) noexcept {
 } // namespace
 
 void renewRandomMethod() noexcept {
-  const RAND_METHOD *cached = RAND_get_rand_method();
-  if (givenByLoadedEngine(cached) || (cached == RAND_OpenSSL() && state::randomFellToOpenSSL.load())) {
+  if (givenByLoadedEngine(RAND_get_rand_method())) {
     RAND_set_rand_method(nullptr);
-    state::randomFellToOpenSSL.store(RAND_get_rand_method() == RAND_OpenSSL());
+  }
+}
+
+void dropBuiltInRandomMethod() noexcept {
+  if (RAND_get_rand_method() == RAND_OpenSSL()) {
+    RAND_set_rand_method(nullptr);
   }
 }
 

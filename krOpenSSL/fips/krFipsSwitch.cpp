@@ -3,6 +3,7 @@
 #include <krOpenSSL/krLifecycle.h>
 
 #include "engine/EngineList.h"
+#include "fips/RandomMethod.h"
 #include "platform/Platform.h"
 #include "state/State.h"
 
@@ -33,16 +34,7 @@ public:
 private:
   static constexpr int kBytes = 64;
 
-  bool draw() noexcept {
-    if (!opensslIsUsable()) {
-      return false;
-    }
-    if (state::activeEngine.load(std::memory_order_acquire) == nullptr) {
-      // This very draw has OpenSSL choose its built-in method, where none is chosen yet.
-      state::randomFellToOpenSSL.store(true);
-    }
-    return RAND_bytes(bytes_.data(), kBytes) == 1;
-  }
+  bool draw() noexcept { return opensslIsUsable() && RAND_bytes(bytes_.data(), kBytes) == 1; }
 
   std::array<unsigned char, kBytes> bytes_{};
   bool drawn_;
@@ -52,7 +44,11 @@ private:
 int swapEngines(int mode) noexcept {
   krOpenSSLEngineUnload();
   state::fipsMode.store(mode, std::memory_order_release);
-  return krOpenSSLEngineLoad();
+  const int loaded = krOpenSSLEngineLoad();
+  if (loaded != 0) {
+    dropBuiltInRandomMethod();
+  }
+  return loaded;
 }
 
 } // namespace

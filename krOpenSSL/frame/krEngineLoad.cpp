@@ -1,4 +1,5 @@
 // Loading and unloading the engine that the FIPS state asks for.
+#include <krOpenSSL/krFips.h>
 #include <krOpenSSL/krLifecycle.h>
 
 #include "engine/EngineList.h"
@@ -118,7 +119,8 @@ int krOpenSSLEngineLoad() {
   }
   const int loaded = loadChosenEngine();
   retireOthers();
-  if (loaded != 0) {
+  // Without an engine, ordinary mode is to work with OpenSSL's own methods, not with those of the mode that was left.
+  if (loaded != 0 || krFipsMode() == 0) {
     renewRandomMethod();
   }
   return loaded;

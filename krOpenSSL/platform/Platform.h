@@ -70,7 +70,7 @@ struct Entry {
 
 /// What stands at the path. A missing entry is no error; without a target the rest need not be known.
 ///
-/// @throws std::filesystem::filesystem_error for the operation exists, symlink_status or hard_link_count
+/// @throws std::filesystem::filesystem_error for the operation exists or symlink_status
 Entry inspect(const char *path);
 
 /// What stands at the end of all links; may throw the error for the operation status.

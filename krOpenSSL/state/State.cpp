@@ -17,7 +17,6 @@ constinit std::array<char, kWolfEnginePathBytes> wolfEnginePath{};
 constinit std::atomic<PkeySign *> wolfEngineRsaSign{nullptr};
 constinit std::atomic<PkeySign *> wolfEngineRsaPssSign{nullptr};
 constinit std::atomic<PkeySign *> wolfEngineEcSign{nullptr};
-constinit std::atomic<bool> randomFellToOpenSSL{false};
 constinit std::atomic<void *> wolfEngineModule{nullptr};
 
 constinit std::atomic<const FipsModule *> fipsModule{nullptr};

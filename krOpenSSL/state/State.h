@@ -55,10 +55,6 @@ extern std::atomic<PkeySign *> wolfEngineRsaSign;
 extern std::atomic<PkeySign *> wolfEngineRsaPssSign;
 extern std::atomic<PkeySign *> wolfEngineEcSign;
 
-/// Whether OpenSSL's built-in random method, where it is in force, is so because the library had OpenSSL choose
-/// while no engine offered one. Written by the FIPS switches and the engine load.
-extern std::atomic<bool> randomFellToOpenSSL;
-
 /// The loaded module of wolfEngine, kept so that its method objects stay where they are. Written by its loader.
 extern std::atomic<void *> wolfEngineModule;
 

@@ -3,13 +3,16 @@
 code_of() { sed -n '/^```cpp$/,/^```$/{/^```/!p}' "$1"; }
 
 # Lays the outside program out in a folder: its key delegation is the README's example, taken from there, and so are
-# the examples of docs/classes.md.
+# the examples of docs/classes.md and docs/porting.md.
 lay_out_consumer() {
   cp -r "$source/tests/install/consumer" "$1"
   code_of "$source/README.md" >"$1/delegate.cpp"
-  {
-    printf '#include <krOpenSSL/krOpenSSL.h>\n#include <openssl/crypto.h>\n#include <cstring>\n'
-    code_of "$source/docs/classes.md"
-  } >"$1/classes.cpp"
+  local page
+  for page in classes porting; do
+    {
+      printf '#include <%s>\n' krOpenSSL/krOpenSSL.h openssl/crypto.h cstring functional
+      code_of "$source/docs/$page.md"
+    } >"$1/$page.cpp"
+  done
   [ "$(grep -c . "$1/delegate.cpp")" -le 12 ] || { echo "the README's example has grown" >&2; exit 1; }
 }

@@ -1,5 +1,5 @@
 // An outside program: signs by delegation through the README's example, and verifies the signature.
-#include <krOpenSSL/krHandles.h>
+#include <krOpenSSL/krDelegate.hpp>
 #include <krOpenSSL/krOpenSSL.h>
 
 #include <openssl/objects.h>
@@ -7,7 +7,9 @@
 #include <array>
 #include <vector>
 
-void delegate(SSL *ssl, RSA *publicHalf);
+std::size_t signInMyKeyStore(const krOpenSSL::SignRequest &request, std::span<unsigned char> out);
+krOpenSSL::DelegatedKey delegate(const krOpenSSL::Library &library, SSL_CTX *context, X509 *certificate);
+void beforeHandshake(const krOpenSSL::DelegatedKey &key, SSL *ssl);
 bool digestExample(const unsigned char *data, std::uint64_t length);
 bool hmacExample(const unsigned char *key, std::uint64_t keyLength, const unsigned char *data, std::uint64_t length);
 bool cbcExample(const unsigned char iv[16], const unsigned char key[32], const unsigned char in[64]);
@@ -40,33 +42,28 @@ bool classExamples() {
 
 } // namespace
 
-bool signInMyKeyStore(void * /*arg*/, int /*type*/, int keySize, const unsigned char *digest, int length,
-                      unsigned char *out, int /*capacity*/, std::int32_t *outLength) {
+std::size_t signInMyKeyStore(const SignRequest &request, std::span<unsigned char> out) {
   unsigned written = 0;
-  if (keySize != RSA_size(storedKey()) ||
-      RSA_sign(NID_sha256, digest, static_cast<unsigned>(length), out, &written, storedKey()) != 1) {
-    return false;
-  }
-  *outLength = static_cast<std::int32_t>(written);
-  return true;
+  const auto length = static_cast<unsigned>(request.digest.size());
+  return RSA_sign(request.hash, request.digest.data(), length, out.data(), &written, storedKey()) == 1 ? written : 0;
 }
 
 int main() {
   storedKey();
-  if (krOSSLSetup() != 0) {
-    return 1;
-  }
+  const Library library;
+  const EVPPKeyPtr publicKey(EVP_PKEY_new());
+  EVP_PKEY_set1_RSA(publicKey.get(), storedKey());
+  const X509Ptr certificate(X509_new());
+  X509_set_pubkey(certificate.get(), publicKey.get());
   const SSLCtxPtr context(SSL_CTX_new(TLS_server_method()));
   const SSLPtr ssl(SSL_new(context.get()));
-  const RSAPtr publicHalf(RSAPublicKey_dup(storedKey()));
-  delegate(ssl.get(), publicHalf.get());
+  beforeHandshake(delegate(library, context.get(), certificate.get()), ssl.get());
 
+  RSA *bound = EVP_PKEY_get0_RSA(SSL_get_privatekey(ssl.get()));
   const std::array<unsigned char, 32> digest{1, 2, 3};
-  std::vector<unsigned char> signature(static_cast<std::size_t>(RSA_size(publicHalf.get())));
+  std::vector<unsigned char> signature(static_cast<std::size_t>(RSA_size(bound)));
   unsigned length = 0;
-  const bool good =
-      RSA_sign(NID_sha256, digest.data(), digest.size(), signature.data(), &length, publicHalf.get()) == 1 &&
-      RSA_verify(NID_sha256, digest.data(), digest.size(), signature.data(), length, publicHalf.get()) == 1;
-  krOSSLCleanup();
+  const bool good = RSA_sign(NID_sha256, digest.data(), digest.size(), signature.data(), &length, bound) == 1 &&
+                    RSA_verify(NID_sha256, digest.data(), digest.size(), signature.data(), length, storedKey()) == 1;
   return good && classExamples() ? 0 : 1;
 }
