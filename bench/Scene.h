@@ -10,7 +10,7 @@
 
 namespace bench {
 
-enum class Way { plain, provider, callback };
+enum class Way { plain, provider, sharedProvider, callback };
 
 struct Suite {
   const char *name; // suite/way
@@ -24,14 +24,17 @@ struct Suite {
 inline constexpr std::array kSuites{
     Suite{"TLS 1.2 RSA-2048/plain", TLS1_2_VERSION, Kind::rsa, "RSA+SHA256", Way::plain},
     Suite{"TLS 1.2 RSA-2048/provider", TLS1_2_VERSION, Kind::rsa, "RSA+SHA256", Way::provider},
+    Suite{"TLS 1.2 RSA-2048/provider, shared key", TLS1_2_VERSION, Kind::rsa, "RSA+SHA256", Way::sharedProvider},
     Suite{"TLS 1.2 RSA-2048/callback", TLS1_2_VERSION, Kind::rsa, "RSA+SHA256", Way::callback},
     Suite{"TLS 1.2 ECDSA P-256/plain", TLS1_2_VERSION, Kind::ec, "ECDSA+SHA256", Way::plain},
     Suite{"TLS 1.2 ECDSA P-256/provider", TLS1_2_VERSION, Kind::ec, "ECDSA+SHA256", Way::provider},
+    Suite{"TLS 1.2 ECDSA P-256/provider, shared key", TLS1_2_VERSION, Kind::ec, "ECDSA+SHA256", Way::sharedProvider},
     Suite{"TLS 1.2 ECDSA P-256/callback", TLS1_2_VERSION, Kind::ec, "ECDSA+SHA256", Way::callback},
     Suite{"TLS 1.3 RSA-2048/plain", TLS1_3_VERSION, Kind::rsa, "RSA-PSS+SHA256", Way::plain},
     Suite{"TLS 1.3 RSA-2048/callback", TLS1_3_VERSION, Kind::rsa, "RSA-PSS+SHA256", Way::callback},
     Suite{"TLS 1.3 ECDSA P-256/plain", TLS1_3_VERSION, Kind::ec, "ECDSA+SHA256", Way::plain},
     Suite{"TLS 1.3 ECDSA P-256/provider", TLS1_3_VERSION, Kind::ec, "ECDSA+SHA256", Way::provider},
+    Suite{"TLS 1.3 ECDSA P-256/provider, shared key", TLS1_3_VERSION, Kind::ec, "ECDSA+SHA256", Way::sharedProvider},
     Suite{"TLS 1.3 ECDSA P-256/callback", TLS1_3_VERSION, Kind::ec, "ECDSA+SHA256", Way::callback},
 };
 
@@ -67,7 +70,8 @@ inline bool shakeHands(SSL *server, SSL *client) {
 }
 
 /// A server and its clients, for any number of threads. Its key is given once to all its connections, except by
-/// provider: there every connection gets a key object of its own.
+/// provider: there every connection gets a key object of its own, unless one connection that never shakes hands stands
+/// for all of its SSL_CTX.
 class Scene {
 public:
   explicit Scene(const Suite &suite)
@@ -82,6 +86,10 @@ public:
       SSL_CTX_use_PrivateKey(server_.get(), publicHalf(kind_).get());
     } else {
       SSL_CTX_set_ex_data(server_.get(), kropenssl_get_ssl_ctx_idx(), &ownKeyProvider);
+    }
+    if (way_ == Way::sharedProvider) {
+      standIn_.reset(SSL_new(server_.get()));
+      SSL_CTX_use_PrivateKey(server_.get(), connectionHalf(kind_, standIn_.get()).get());
     }
   }
 
@@ -100,6 +108,7 @@ private:
   Way way_;
   krOpenSSL::SSLCtxPtr server_;
   krOpenSSL::SSLCtxPtr client_;
+  krOpenSSL::SSLPtr standIn_;
 };
 
 } // namespace bench

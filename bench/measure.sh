@@ -52,7 +52,7 @@ while IFS= read -r suite; do
 done < <("$from/count_handshakes") >"$work/instructions"
 
 say "writing the page"
-python3 -B "$root/bench/report.py" "$work" "$root/bench/page.md" "$out"
+python3 -B "$root/bench/report.py" "$work" "$root/bench/page.md.in" "$out"
 for plot in handshakes signatures generator classes; do
   quietly "the plot of $plot" gnuplot -e "data='$work/plots'; out='$out/$plot.svg'" \
     "$root/bench/plots/style.gp" "$root/bench/plots/$plot.gp"

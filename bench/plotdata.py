@@ -2,9 +2,8 @@
 
 import math
 
-from results import CLASS_TOPICS
+from results import CLASS_TOPICS, DELEGATED
 
-WAYS = ("plain", "provider", "callback")
 
 
 def write(file, rows):
@@ -15,7 +14,7 @@ def handshakes(folder, results):
     """A block for each way: place, rate, its range, and the speed relative to plain as the label."""
     places = [(suite, threads) for suite in results.cases("handshake") for threads in (1, 2)]
     blocks = []
-    for way in WAYS:
+    for way in ("plain", *DELEGATED):
         for place, (suite, threads) in enumerate(places):
             if way not in results.cases("handshake")[suite]:
                 continue

@@ -16,7 +16,7 @@ import re
 import sys
 
 from plotdata import write_plot_data
-from results import CLASS_TOPICS, Results, Speed
+from results import CLASS_TOPICS, DELEGATED, Results, Speed
 
 KIB = 1024
 
@@ -46,7 +46,7 @@ def code(name):
 
 
 def delegated(contestants):
-    return [way for way in ("provider", "callback") if way in contestants]
+    return [way for way in DELEGATED if way in contestants]
 
 
 def handshake_table(results):
@@ -67,7 +67,7 @@ def instruction_speeds(instructions):
     """(suite, way, instructions of the plain handshake, of the delegated one)"""
     suites = sorted({name.split("/")[0] for name in instructions})
     return [(suite, way, instructions[f"{suite}/plain"], instructions[f"{suite}/{way}"])
-            for suite in suites for way in ("provider", "callback") if f"{suite}/{way}" in instructions]
+            for suite in suites for way in DELEGATED if f"{suite}/{way}" in instructions]
 
 
 def instruction_table(instructions):
