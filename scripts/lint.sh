@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Format and lint: clang-format, clang-tidy and the direction of includes. With --windows: clang-tidy over the sources
 # that only a build for Windows has.
-# usage: lint.sh [--windows] BUILD_DIR  (configured, for its compile_commands.json)
+# usage: lint.sh BUILD_DIR...  (configured, for their compile_commands.json; a source of several is looked at once)
+#        lint.sh --windows BUILD_DIR
 set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
@@ -19,10 +20,12 @@ if [ "$1" = --windows ]; then
   exit 0
 fi
 
-build=$(cd "$1" && pwd)
+builds=()
+for build in "$@"; do
+  builds+=("$(cd "$build" && pwd)")
+done
 cd "$root"
-mapfile -t sources < <(find include krOpenSSL examples tests bench \( -name '*.cpp' -o -name '*.h' -o -name '*.hpp' \) | sort)
-mapfile -t units < <(sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' "$build/compile_commands.json" | sort -u)
+mapfile -t sources < <(find include krOpenSSL examples tests bench fuzz \( -name '*.cpp' -o -name '*.h' -o -name '*.hpp' \) | sort)
 
 clang-format --dry-run --Werror "${sources[@]}" || die "run clang-format -i on the files above"
 
@@ -43,5 +46,11 @@ while IFS=: read -r file include; do
   [ "$from" = "$to" ] || [ "$(floor "$from")" -gt "$(floor "$to")" ] || die "$file includes $include, which is not below it"
 done < <(grep -HoP '^#include "\K[a-z]+/[^"]+' -r krOpenSSL)
 
-printf '%s\0' "${units[@]}" | xargs -0 -n 4 -P "$(nproc)" clang-tidy --quiet -p "$build" 2>/dev/null ||
-  die "clang-tidy found the above"
+seen=()
+for build in "${builds[@]}"; do
+  mapfile -t units < <(sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' "$build/compile_commands.json" | sort -u |
+    grep -vxFf <(printf '%s\n' "${seen[@]}"))
+  printf '%s\0' "${units[@]}" | xargs -0 -r -n 4 -P "$(nproc)" clang-tidy --quiet -p "$build" 2>/dev/null ||
+    die "clang-tidy found the above"
+  seen+=("${units[@]}")
+done

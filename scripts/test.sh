@@ -1,17 +1,18 @@
 #!/usr/bin/env bash
-# From a fresh Debian 12 machine to passed tests: sets up, builds three ways and runs everything in one
+# From a fresh Debian 12 machine to passed tests: sets up, builds four ways and runs everything in one
 # ctest: unit and end-to-end tests, the same under the address and undefined-behaviour sanitizers, the
-# concurrency tests under the thread sanitizer, and the format and lint checks. With --windows the Windows DLL's tests
-# under Wine come with it (see scripts/test-windows.sh). Further arguments go to ctest.
+# concurrency tests under the thread sanitizer, a few seconds of each fuzz target, and the format and lint checks. With
+# --windows the Windows DLL's tests under Wine come with it (see scripts/test-windows.sh). Further arguments go to ctest.
 set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 cd "$root"
-ensure_packages g++ cmake ninja-build libgtest-dev libgmock-dev libbenchmark-dev clang-format clang-tidy \
-  openssl curl pkg-config binutils doxygen python3 gnuplot-nox valgrind
+ensure_packages g++ cmake ninja-build libgtest-dev libgmock-dev libbenchmark-dev clang clang-format clang-tidy \
+  libclang-rt-14-dev openssl curl pkg-config binutils doxygen softhsm2 libp11-kit-dev opensc valgrind gnuplot-nox \
+  python3
 scripts/openssl.sh
 
-presets=(dev asan tsan)
+presets=(dev asan tsan fuzz)
 for preset in "${presets[@]}"; do
   say "building: $preset"
   build "$preset" -DKR_TEST_PREFIX="$preset."
@@ -30,7 +31,7 @@ fi
   for preset in "${presets[@]}"; do
     echo "subdirs($preset)"
   done
-  echo "add_test(lint \"$root/scripts/lint.sh\" \"$root/build/dev\")"
+  echo "add_test(lint \"$root/scripts/lint.sh\" \"$root/build/dev\" \"$root/build/fuzz\")"
   if [ -n "$windows" ]; then
     echo "add_test(windows.lint \"$root/scripts/lint.sh\" --windows \"$root/build/windows\")"
   fi

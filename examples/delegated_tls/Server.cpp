@@ -27,25 +27,6 @@ constexpr std::size_t kConnectionsAtOnce = 16;
 constexpr std::chrono::seconds kConnectionTimeout{10};
 constexpr std::size_t kMaxRequestBytes = 8192;
 
-// What each key type may do through a provider. RSA-PSS, TLS 1.3's only RSA scheme, is not among it, and
-// neither is RSA key transport, so that RSA stays below TLS 1.3 and with ephemeral key exchange.
-struct Profile {
-  int keyType;
-  int highestVersion;
-  const char *ciphers;
-  const char *signatureAlgorithms;
-};
-constexpr std::array kProfiles{
-    Profile{EVP_PKEY_RSA, TLS1_2_VERSION, "ECDHE+aRSA+AESGCM:DHE+aRSA+AESGCM", "RSA+SHA256:RSA+SHA384:RSA+SHA512"},
-    Profile{EVP_PKEY_EC, TLS1_3_VERSION, "ECDHE+ECDSA+AESGCM", "ECDSA+SHA256:ECDSA+SHA384:ECDSA+SHA512"},
-    Profile{EVP_PKEY_DSA, TLS1_2_VERSION, "DHE+DSS+AESGCM", "DSA+SHA256"},
-};
-
-const Profile &profileOf(EVP_PKEY *key) {
-  requireSupportedType(key);
-  return *std::ranges::find(kProfiles, EVP_PKEY_base_id(key), &Profile::keyType);
-}
-
 X509Ptr readCertificate(const std::string &path) {
   const BIOPtr file(BIO_new_file(path.c_str(), "r"));
   if (!file) {
@@ -55,11 +36,29 @@ X509Ptr readCertificate(const std::string &path) {
   if (!certificate) {
     throw opensslFailure("'" + path + "' holds no PEM certificate");
   }
+  requireSupportedType(X509_get0_pubkey(certificate.get()));
   return certificate;
 }
 
 // One write, so that lines of several connections stay whole.
 void report(const std::ostringstream &line) { std::cerr << line.str() + "\n" << std::flush; }
+
+void reportToken(const std::string &failure) {
+  std::ostringstream line;
+  line << "token failed: " << failure;
+  report(line);
+}
+
+std::unique_ptr<KeyHolder> startHolderOf(const ServeOptions &options, X509 *certificate) {
+  if (options.token) {
+    return startTokenHolder(*options.token, publicKeyDer(X509_get0_pubkey(certificate)), reportToken);
+  }
+  return startHolder(options.holder, [&options] {
+    std::vector<PrivateKey> keys;
+    keys.push_back(PrivateKey::fromPemFile(options.privateKey));
+    return keys;
+  });
+}
 
 std::string readRequest(SSL *ssl) {
   std::string request;
@@ -112,22 +111,16 @@ private:
 class Server {
 public:
   explicit Server(const ServeOptions &options)
-      : certificate_(readCertificate(options.certificateChain)),
-        profile_(profileOf(X509_get0_pubkey(certificate_.get()))),
-        holder_(startHolder(options.holder,
-                            [&options] {
-                              std::vector<PrivateKey> keys;
-                              keys.push_back(PrivateKey::fromPemFile(options.privateKey));
-                              return keys;
-                            })),
-        key_(*holder_, 0), context_(makeContext(TLS_server_method(), profile_.ciphers, profile_.signatureAlgorithms)),
+      : certificate_(readCertificate(options.certificateChain)), holder_(startHolderOf(options, certificate_.get())),
+        key_(*holder_, 0), context_(checked(SSL_CTX_new(TLS_server_method()), "no TLS context could be made")),
         delegated_(delegated(library_, key_)), listener_(listenOnLoopback(options.port)) {
     if (key_.publicHalf() != publicKeyDer(X509_get0_pubkey(certificate_.get()))) {
       throw Failure("the private key in '" + options.privateKey + "' does not belong to the certificate in '" +
                     options.certificateChain + "'");
     }
+    delegated_.prepare(context_.get());
     SSL_CTX_set_min_proto_version(context_.get(), TLS1_2_VERSION);
-    SSL_CTX_set_max_proto_version(context_.get(), profile_.highestVersion);
+    SSL_CTX_set_dh_auto(context_.get(), 1);
     checked(SSL_CTX_use_certificate_chain_file(context_.get(), options.certificateChain.c_str()),
             "the certificate chain cannot be used");
   }
@@ -192,7 +185,6 @@ private:
   }
 
   X509Ptr certificate_;
-  const Profile &profile_;
   std::unique_ptr<KeyHolder> holder_;
   HeldKey key_;
   Library library_;

@@ -1,7 +1,7 @@
 // `delegated_tls serve`: a TLS server on loopback whose private key stays with the holder.
 #pragma once
 
-#include "KeyHolder.h"
+#include "TokenHolder.h"
 
 #include <cstdint>
 #include <string>
@@ -13,6 +13,7 @@ struct ServeOptions {
   std::string privateKey;
   std::uint16_t port = 0; ///< 0 takes a free one
   HolderKind holder = defaultHolderKind();
+  std::optional<TokenOptions> token; ///< has the private key, when given; privateKey and holder say nothing then
 };
 
 /// Serves until SIGINT or SIGTERM. Throws a Failure when it cannot start.

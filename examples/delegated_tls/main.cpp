@@ -3,6 +3,8 @@
 #include "Failure.h"
 #include "Server.h"
 
+#include <algorithm>
+#include <array>
 #include <charconv>
 #include <iostream>
 #include <span>
@@ -14,10 +16,14 @@ using namespace delegated_tls;
 
 constexpr std::string_view kUsage =
     "usage: delegated_tls serve --cert CHAIN.pem --key KEY.pem [--port N] [--holder process|memory]\n"
+    "       delegated_tls serve --cert CHAIN.pem --holder pkcs11 --module MODULE.so --token-label LABEL\n"
+    "                           --pin-file FILE [--port N]\n"
     "       delegated_tls demo [--quiet] [--holder process|memory]\n"
     "\n"
     "serve  a TLS server on 127.0.0.1 whose private key stays with a key holder: a process of its own\n"
-    "       (process) or an object in this one (memory)\n"
+    "       (process), an object in this one (memory) or a PKCS#11 token (pkcs11). The token's key is the one\n"
+    "       that belongs to the certificate: an RSA key is found by its modulus, an EC key by its public key\n"
+    "       object on the token, whose CKA_ID the private key shares.\n"
     "demo   a handshake for each way of signing, with throw-away keys\n"
     "\n"
     "The library's trace lines go to standard output, everything else to standard error.\n";
@@ -44,14 +50,14 @@ private:
   std::span<char *> rest_;
 };
 
-HolderKind holderKind(std::string_view name) {
+HolderKind holderKind(std::string_view name, const std::string &choices) {
   if (name == "process") {
     return HolderKind::process;
   }
   if (name == "memory") {
     return HolderKind::memory;
   }
-  throw UsageFailure("--holder is process or memory, not '" + std::string(name) + "'");
+  throw UsageFailure("--holder is " + choices + ", not '" + std::string(name) + "'");
 }
 
 std::uint16_t portNumber(std::string_view text) {
@@ -63,25 +69,66 @@ std::uint16_t portNumber(std::string_view text) {
   return port;
 }
 
-int runServe(Arguments arguments) {
-  ServeOptions options;
+/// What serve was given, before it is known which holder it is for.
+struct ServeValues {
+  std::string_view certificateChain, privateKey, port = "0", holder, module, tokenLabel, pinFile;
+};
+struct ServeOption {
+  std::string_view name;
+  std::string_view ServeValues::*value;
+};
+constexpr std::array kServeOptions{
+    ServeOption{"--cert", &ServeValues::certificateChain},
+    ServeOption{"--key", &ServeValues::privateKey},
+    ServeOption{"--port", &ServeValues::port},
+    ServeOption{"--holder", &ServeValues::holder},
+    ServeOption{"--module", &ServeValues::module},
+    ServeOption{"--token-label", &ServeValues::tokenLabel},
+    ServeOption{"--pin-file", &ServeValues::pinFile},
+};
+
+ServeValues serveValues(Arguments arguments) {
+  ServeValues values;
   while (!arguments.empty()) {
-    const std::string_view option = arguments.next();
-    if (option == "--cert") {
-      options.certificateChain = arguments.valueOf(option);
-    } else if (option == "--key") {
-      options.privateKey = arguments.valueOf(option);
-    } else if (option == "--port") {
-      options.port = portNumber(arguments.valueOf(option));
-    } else if (option == "--holder") {
-      options.holder = holderKind(arguments.valueOf(option));
-    } else {
-      throw UsageFailure("unknown option '" + std::string(option) + "'");
+    const std::string_view name = arguments.next();
+    const auto option = std::ranges::find(kServeOptions, name, &ServeOption::name);
+    if (option == kServeOptions.end()) {
+      throw UsageFailure("unknown option '" + std::string(name) + "'");
     }
+    values.*option->value = arguments.valueOf(name);
   }
-  if (options.certificateChain.empty() || options.privateKey.empty()) {
+  return values;
+}
+
+void useToken(const ServeValues &values, ServeOptions &options) {
+  if (!values.privateKey.empty()) {
+    throw UsageFailure("--key is not for --holder pkcs11: the key is the token's that belongs to the certificate");
+  }
+  if (values.certificateChain.empty() || values.module.empty() || values.tokenLabel.empty() || values.pinFile.empty()) {
+    throw UsageFailure("serve with --holder pkcs11 needs --cert, --module, --token-label and --pin-file");
+  }
+  options.token = TokenOptions{std::string(values.module), std::string(values.tokenLabel), std::string(values.pinFile)};
+}
+
+void useKeyFile(const ServeValues &values, ServeOptions &options) {
+  if (!values.module.empty() || !values.tokenLabel.empty() || !values.pinFile.empty()) {
+    throw UsageFailure("--module, --token-label and --pin-file are for --holder pkcs11 only");
+  }
+  if (values.certificateChain.empty() || values.privateKey.empty()) {
     throw UsageFailure("serve needs --cert and --key");
   }
+  options.privateKey = values.privateKey;
+  if (!values.holder.empty()) {
+    options.holder = holderKind(values.holder, "process, memory or pkcs11");
+  }
+}
+
+int runServe(Arguments arguments) {
+  const ServeValues values = serveValues(arguments);
+  ServeOptions options;
+  options.certificateChain = values.certificateChain;
+  options.port = portNumber(values.port);
+  values.holder == "pkcs11" ? useToken(values, options) : useKeyFile(values, options);
   serve(options);
   return 0;
 }
@@ -93,7 +140,7 @@ int runDemoCommand(Arguments arguments) {
     if (option == "--quiet") {
       options.quiet = true;
     } else if (option == "--holder") {
-      options.holder = holderKind(arguments.valueOf(option));
+      options.holder = holderKind(arguments.valueOf(option), "process or memory");
     } else {
       throw UsageFailure("unknown option '" + std::string(option) + "'");
     }

@@ -71,6 +71,13 @@ int qvlib_bind(ENGINE *engine) noexcept {
   return 0;
 }
 
+void krOpenSSL::attachMissingEcKey(ENGINE *engine) noexcept {
+  if (ENGINE_get_EC(engine) == nullptr) {
+    const ErrorQueueScope errors;
+    attachEcKey(engine);
+  }
+}
+
 int qvlib_init(ENGINE * /*engine*/) noexcept { return 1; }
 
 int qvlib_destroy(ENGINE *engine) noexcept {

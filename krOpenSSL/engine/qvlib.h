@@ -7,6 +7,10 @@ namespace krOpenSSL {
 
 inline constexpr const char *kQvlibId = "qvlib";
 
+/// Gives the listed engine the EC method that it was built without for want of memory, if it was: the list takes no
+/// second engine in its place. The error queue stays as it was.
+void attachMissingEcKey(ENGINE *engine) noexcept;
+
 } // namespace krOpenSSL
 
 /// Fills a fresh engine: identity, random method (outside FIPS mode) and the delegating RSA, DSA and EC

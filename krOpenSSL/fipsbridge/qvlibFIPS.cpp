@@ -41,11 +41,16 @@ template <class MethodPtr, class Setter> bool attach(ENGINE *engine, MethodPtr m
   return taken;
 }
 
+// Those that it has not yet.
+bool attachKeyMethods(ENGINE *engine) noexcept {
+  return (ENGINE_get_RSA(engine) != nullptr || attach(engine, RSAMethodPtr(qvFipsRsaMethod()), ENGINE_set_RSA)) &&
+         (ENGINE_get_DSA(engine) != nullptr || attach(engine, DSAMethodPtr(qvFipsDsaMethod()), ENGINE_set_DSA)) &&
+         (ENGINE_get_DH(engine) != nullptr || attach(engine, DHMethodPtr(qvFipsDhMethod()), ENGINE_set_DH));
+}
+
 bool fill(ENGINE *engine) noexcept {
   return setIdentity(engine) && attachSelectors(engine) && ENGINE_set_RAND(engine, &qvFipsRandMethod) != 0 &&
-         attach(engine, RSAMethodPtr(qvFipsRsaMethod()), ENGINE_set_RSA) &&
-         attach(engine, DSAMethodPtr(qvFipsDsaMethod()), ENGINE_set_DSA) &&
-         attach(engine, DHMethodPtr(qvFipsDhMethod()), ENGINE_set_DH);
+         attachKeyMethods(engine);
 }
 
 } // namespace
@@ -57,6 +62,11 @@ void qvlibFIPS_bind() noexcept {
     ENGINE_add(engine.get());
     ERR_clear_error();
   }
+}
+
+void krOpenSSL::attachMissingKeyMethods(ENGINE *engine) noexcept {
+  const ErrorQueueScope errors;
+  static_cast<void>(attachKeyMethods(engine));
 }
 
 int qvlibFIPS_init(ENGINE * /*engine*/) noexcept {

@@ -7,6 +7,10 @@ namespace krOpenSSL {
 
 inline constexpr const char *kQvlibFipsId = "qvlibFIPS";
 
+/// Gives the listed engine the RSA, DSA and DH methods that it was built without for want of memory, if it was: the
+/// list takes no second engine in its place. The error queue stays as it was.
+void attachMissingKeyMethods(ENGINE *engine) noexcept;
+
 } // namespace krOpenSSL
 
 /// Builds an engine and offers it to OpenSSL's list, which refuses it when it holds one of this id already.

@@ -56,6 +56,7 @@ int loadDelegationEngine() noexcept {
   if (engine == nullptr) {
     return 0;
   }
+  attachMissingEcKey(engine);
   ENGINE_register_RSA(engine);
   ENGINE_register_DSA(engine);
   krENGINE_register_ECDSA(engine);
@@ -69,6 +70,7 @@ int loadBridgeEngine() noexcept {
   if (engine == nullptr) {
     return 0;
   }
+  attachMissingKeyMethods(engine);
   ENGINE_register_RSA(engine);
   ENGINE_register_DSA(engine);
   krENGINE_register_ECDSA(engine);

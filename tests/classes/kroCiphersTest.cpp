@@ -1,13 +1,11 @@
 // AES-CBC, triple-DES-CBC and RC4: published answers, lengths, keys and copies.
-#include "support/Sweep.h"
 #include "support/Trace.h"
 #include "support/Vectors.h"
+#include "support/ZeroFilled.h"
 
 #include <krOpenSSL/kroCiphers.h>
 
 #include <gtest/gtest.h>
-
-#include <new>
 
 namespace {
 
@@ -22,14 +20,12 @@ struct CbcRow {
   std::size_t blockBytes;
   Cbc encrypt;
   Cbc decrypt;
-  const char *message; ///< when there is no context
 };
 const CbcRow kCbcRows[] = {
-    {16, 16, kroAESCipher<128>::Encrypt, kroAESCipher<128>::Decrypt, "Unable to allocate memory for EVP_CIPHER_CTX"},
-    {24, 16, kroAESCipher<192>::Encrypt, kroAESCipher<192>::Decrypt, "Unable to allocate memory for EVP_CIPHER_CTX"},
-    {32, 16, kroAESCipher<256>::Encrypt, kroAESCipher<256>::Decrypt, "Unable to allocate memory for EVP_CIPHER_CTX"},
-    {24, 8, kroDES3CBCCipher::Encrypt, kroDES3CBCCipher::Decrypt,
-     "Process: Unable to allocate memory for EVP_CIPHER_CTX"},
+    {16, 16, kroAESCipher<128>::Encrypt, kroAESCipher<128>::Decrypt},
+    {24, 16, kroAESCipher<192>::Encrypt, kroAESCipher<192>::Decrypt},
+    {32, 16, kroAESCipher<256>::Encrypt, kroAESCipher<256>::Decrypt},
+    {24, 8, kroDES3CBCCipher::Encrypt, kroDES3CBCCipher::Decrypt},
 };
 
 const CbcRow &rowOf(Record &record) {
@@ -89,22 +85,6 @@ TEST(Cbc, RefusesNullAndLengthsBeyondAnInt) {
   }
 }
 
-TEST(Cbc, WithoutMemoryItSaysSoAndWritesNothing) {
-  for (const CbcRow &row : kCbcRows) {
-    const Bytes in(16, 2);
-    const Bytes key(32, 1);
-    Lines first;
-    sweep([&] {
-      Bytes out(16, 0xEE);
-      const Trace trace;
-      row.encrypt(out.data(), key.data(), key.data(), in.data(), in.size());
-      EXPECT_TRUE(!allocations::failed() || out == Bytes(16, 0xEE));
-      first = allocations::failed() && first.empty() ? trace.lines() : first;
-    });
-    EXPECT_EQ(first, tagged(std::string("@krEVP_CIPHER_CTX_new|") + row.message));
-  }
-}
-
 TEST(Rc4, GivesThePublishedKeyStreamsInPiecesAndAgain) {
   const Trace quiet;
   const auto records = readVectors("rc4.txt");
@@ -125,17 +105,14 @@ TEST(Rc4, GivesThePublishedKeyStreamsInPiecesAndAgain) {
 
 TEST(Rc4, WithoutAProperKeyItWritesNothing) {
   const Trace quiet;
-  const struct {
-    const unsigned char *key;
-    std::uint64_t length;
-  } rows[] = {{nullptr, 5}, {kRc4Key.data(), 0}, {kRc4Key.data(), kTooLong}};
   kroRC4 rc4;
   EXPECT_EQ(keyStream(rc4, 16), Bytes(16, 0));
-  for (const auto &row : rows) {
+  for (const auto &[key, length] :
+       {std::pair<const unsigned char *, std::uint64_t>(nullptr, 5), {kRc4Key.data(), 0}, {kRc4Key.data(), kTooLong}}) {
     rc4.SetKey(kRc4Key.data(), kRc4Key.size());
-    rc4.SetKey(row.key, row.length);
+    rc4.SetKey(key, length);
     EXPECT_EQ(keyStream(rc4, 16), Bytes(16, 0));
-    kroRC4 keyed(row.key, row.length);
+    kroRC4 keyed(key, length);
     EXPECT_EQ(keyStream(keyed, 16), Bytes(16, 0));
   }
   Bytes out(1, 0xEE);
@@ -168,25 +145,8 @@ TEST(Rc4, CopiesGoOnFromTheSamePlaceOnTheirOwn) {
   EXPECT_EQ(keyStream(assigned, 4), Bytes(4, 0));
   EXPECT_EQ(keyStream(copyOfUnkeyed, 4), Bytes(4, 0));
 
-  alignas(8) unsigned char place[sizeof(kroRC4)];
-  auto *zeroed = std::launder(reinterpret_cast<kroRC4 *>(place));
-  zeroed->__autoclassinit2(sizeof place);
-  zeroed->SetKey(kRc4Key.data(), kRc4Key.size());
-  EXPECT_EQ(keyStream(*zeroed, 4), Bytes(4, 0));
-  std::destroy_at(zeroed);
-}
-
-TEST(Rc4, WithoutMemoryItSaysSoAndWritesNothing) {
-  Lines first;
-  sweep([&] {
-    const Trace trace;
-    kroRC4 rc4(kRc4Key.data(), kRc4Key.size());
-    kroRC4 copy(rc4);
-    for (kroRC4 *each : {&rc4, &copy}) {
-      const Bytes stream = keyStream(*each, 4);
-      EXPECT_TRUE(stream == Bytes(4, 0) || stream == (Bytes{0xb2, 0x39, 0x63, 0x05}));
-    }
-    first = allocations::failed() && first.empty() ? Lines(trace.lines().begin(), trace.lines().begin() + 3) : first;
+  withZeroFilled<kroRC4>([](kroRC4 &zeroed) {
+    zeroed.SetKey(kRc4Key.data(), kRc4Key.size());
+    EXPECT_EQ(keyStream(zeroed, 4), Bytes(4, 0));
   });
-  EXPECT_EQ(first, tagged("@krEVP_CIPHER_CTX_new|kroRC4::kroRC4: Unable to allocate memory for EVP_CIPHER_CTX"));
 }

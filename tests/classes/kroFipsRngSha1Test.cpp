@@ -53,17 +53,6 @@ TEST(FipsRngSha1, GivesTheKnownAnswersInOneDrawAndInPieces) {
   }
 }
 
-TEST(FipsRngSha1, EveryBlockIsBelowQ) {
-  for (const unsigned topByte : {0x80U, 0xc7U, 0xffU}) {
-    Bytes q = kQ;
-    q[0] = static_cast<unsigned char>(topByte);
-    kroFipsRngSha1 generator = seeded(kSeed, q);
-    for (int block = 0; block < 1000; ++block) {
-      ASSERT_LT(draw(generator, q.size()), q);
-    }
-  }
-}
-
 TEST(FipsRngSha1, InitWithoutAProperQKeepsTheModeAndTheRestOfTheBlock) {
   const Bytes noQ(20, 0x7f); // its top bit is clear
   for (const Bytes &q : {Bytes{}, kQ}) {

@@ -1,5 +1,6 @@
 // What several threads may do at once. Built with the thread sanitizer too.
 #include "support/Provider.h"
+#include "support/Race.h"
 #include "support/Trace.h"
 
 #include <krOpenSSL/krLifecycle.h>
@@ -9,27 +10,11 @@
 
 #include <algorithm>
 #include <array>
-#include <barrier>
 #include <set>
-#include <thread>
 
 namespace {
 
 using namespace krTest;
-
-constexpr std::size_t kThreads = 8;
-
-// Runs the work in threads that begin together, each with its own number.
-void race(const std::function<void(std::size_t)> &work) {
-  std::barrier start(kThreads);
-  std::vector<std::jthread> threads;
-  for (std::size_t i = 0; i < kThreads; ++i) {
-    threads.emplace_back([&, i] {
-      start.arrive_and_wait();
-      work(i);
-    });
-  }
-}
 
 bool engineIsRegistered() { return ENGINE_get_default_RSA() != nullptr; }
 
@@ -92,14 +77,20 @@ TEST(Concurrency, RacingSetupsLoadOnceAndNestedPairsUnloadNothing) {
   krOSSLCleanup();
 }
 
-TEST(Concurrency, RacingThreadsGetTheSameIndexMadeOnce) {
-  Trace trace;
-  for (const auto getter :
-       {kropenssl_get_rsa_idx, kropenssl_get_dsa_idx, kropenssl_get_ecdsa_idx, kropenssl_get_ssl_ctx_idx}) {
+TEST(Concurrency, RacingThreadsGetTheSameIndexMadeOnceForItsClass) {
+  const auto newIndex = [](int exClass) {
+    return CRYPTO_get_ex_new_index(exClass, 0, nullptr, nullptr, nullptr, nullptr);
+  };
+  const Trace trace;
+  for (const auto &[exClass, getter] : {std::pair(CRYPTO_EX_INDEX_RSA, &kropenssl_get_rsa_idx),
+                                        {CRYPTO_EX_INDEX_DSA, kropenssl_get_dsa_idx},
+                                        {CRYPTO_EX_INDEX_EC_KEY, kropenssl_get_ecdsa_idx},
+                                        {CRYPTO_EX_INDEX_SSL_CTX, kropenssl_get_ssl_ctx_idx}}) {
+    const int before = newIndex(exClass);
     std::array<int, kThreads> indexes{};
-    race([&](std::size_t thread) { indexes.at(thread) = getter(); });
-    EXPECT_GE(indexes[0], 0);
-    EXPECT_EQ(std::ranges::count(indexes, indexes[0]), kThreads);
+    race([&, get = getter](std::size_t thread) { indexes.at(thread) = get(); });
+    EXPECT_EQ(std::ranges::count(indexes, before + 1), kThreads);
+    EXPECT_EQ(newIndex(exClass), before + 2);
   }
   EXPECT_EQ(trace.lines().size(), 3U);
 }

@@ -1,14 +1,9 @@
-// Forked children: their random numbers, and one for each allocation of a set-up that fails.
-#include "support/Allocations.h"
+// The random numbers of forked children.
 #include "support/Draws.h"
-#include "support/Trace.h"
 
 #include <krOpenSSL/krLifecycle.h>
 
 #include <gtest/gtest.h>
-#include <openssl/engine.h>
-#include <openssl/err.h>
-#include <openssl/ssl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -49,19 +44,6 @@ void forkAgain() {
   }
 }
 
-// Whether a set-up whose n-th allocation fails ends without a look for a module in place of the engine.
-bool setsUpOrFails(long n) {
-  const Trace quiet;
-  allocations::failNth(n);
-  krOSSLSetup();
-  bool searched = false;
-  while (const unsigned long code = ERR_get_error()) {
-    searched = searched || (ERR_GET_LIB(code) == ERR_LIB_ENGINE && ERR_GET_REASON(code) == ENGINE_R_NO_SUCH_ENGINE);
-  }
-  krOSSLCleanup();
-  return !searched;
-}
-
 } // namespace
 
 TEST(Fork, ChildrenRepeatNeitherTheirParentNorEachOther) {
@@ -78,21 +60,4 @@ TEST(Fork, ChildrenRepeatNeitherTheirParentNorEachOther) {
   }
   expectNoPieceTwice(draws);
   krOSSLCleanup();
-}
-
-// In a child for each allocation, since OpenSSL does not try again what it does once.
-TEST(Fork, ASetupSurvivesAndLooksForNoModuleInPlaceOfItsEngine) {
-  enum Outcome { nothingFailed, right, wrong };
-  // Thousands of allocations that are OpenSSL's own affair.
-  OPENSSL_init_ssl(OPENSSL_INIT_LOAD_CRYPTO_STRINGS | OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_NO_ATEXIT, nullptr);
-  for (int outcome = right, n = 1; outcome != nothingFailed; ++n) {
-    const pid_t child = fork();
-    if (child == 0) {
-      const bool survived = setsUpOrFails(n);
-      _exit(!survived ? wrong : allocations::failed() ? right : nothingFailed);
-    }
-    waitpid(child, &outcome, 0);
-    ASSERT_TRUE(WIFEXITED(outcome) && WEXITSTATUS(outcome) != wrong) << "allocation " << n;
-    outcome = WEXITSTATUS(outcome);
-  }
 }

@@ -43,18 +43,3 @@ TEST(SoftwareKeys, SignAndVerifyAsBefore) {
     ERR_clear_error();
   }
 }
-
-TEST(SoftwareKeys, DecryptAsBefore) {
-  const Library library;
-  const EVPPKeyPtr key = wholeCopy(softwareKey(Kind::rsa));
-  const Bytes message(100, 0x6d);
-  for (const int padding : {RSA_PKCS1_PADDING, RSA_PKCS1_OAEP_PADDING}) {
-    Bytes cipher(256);
-    Bytes plain(256);
-    RSA *rsa = EVP_PKEY_get0_RSA(key.get());
-    RSA_public_encrypt(100, message.data(), cipher.data(), rsa, padding);
-    EXPECT_EQ(RSA_private_decrypt(256, cipher.data(), plain.data(), rsa, padding), 100);
-    plain.resize(100);
-    EXPECT_EQ(plain, message);
-  }
-}

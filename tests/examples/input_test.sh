@@ -4,15 +4,6 @@
 set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
-# Wants exit status $1 and the sentence $2 from the program.
-expect_refusal() {
-  local status=$1 sentence=$2 output actual=0
-  shift 2
-  output=$(timeout 30 "$program" "$@" 2>&1 >/dev/null) || actual=$?
-  [ "$actual" -eq "$status" ] || fail "status $actual instead of $status from: $*"
-  grep -Eq "^delegated_tls: $sentence" <<<"$output" || fail "no '$sentence' from: $*"$'\n'"$output"
-}
-
 make_keys
 openssl11 genpkey -algorithm ED25519 -out ed.key
 certify ed
@@ -35,7 +26,13 @@ expect_refusal 1 "'rsa.key' holds no PEM certificate" serve --cert rsa.key --key
 expect_refusal 1 "keys of type ED25519 are not supported" serve --cert ed.pem --key ed.key
 expect_refusal 2 "serve needs --cert and --key" serve --cert rsa.pem
 expect_refusal 2 "--port is a number from 0 to 65535, not '65536'" serve --port 65536
-expect_refusal 2 "--holder is process or memory, not 'vault'" demo --holder vault
+expect_refusal 2 "--holder is process or memory, not 'pkcs11'" demo --holder pkcs11
+expect_refusal 2 "--holder is process, memory or pkcs11, not 'vault'" serve --cert rsa.pem --key rsa.key --holder vault
+expect_refusal 2 "--module, --token-label and --pin-file are for --holder pkcs11 only" serve --cert rsa.pem --key rsa.key \
+  --pin-file pin
+expect_refusal 2 "--key is not for --holder pkcs11: " serve --cert rsa.pem --key rsa.key --holder pkcs11
+expect_refusal 2 "serve with --holder pkcs11 needs --cert, --module, --token-label and --pin-file" \
+  serve --cert rsa.pem --holder pkcs11 --module none.so --token-label web
 expect_refusal 2 "unknown command 'sign'" sign
 stop_server
 

@@ -52,16 +52,21 @@ make_keys() {
 start_server() {
   local name=$1
   shift
-  rm -f server.log
-  "$program" serve --cert "$name.pem" --key "$name.key" "$@" >trace.log 2>server.log &
-  server=$!
+  serve --cert "$name.pem" --key "$name.key" "$@"
+}
+
+# Starts the server with these options; sets $server and $port.
+serve() {
   local tries
+  rm -f server.log
+  "$program" serve "$@" >trace.log 2>server.log &
+  server=$!
   for tries in $(seq 300); do
     port=$(sed -n 's/^listening on 127\.0\.0\.1:\([0-9]*\),.*/\1/p' server.log 2>/dev/null) || true
     [ -n "$port" ] && return
     sleep 0.1
   done
-  fail "the server for $name did not start"
+  fail "the server did not start: $*"
 }
 
 # Ends the server, which has to go in good order.
@@ -75,3 +80,32 @@ stop_server() {
 
 # The process that holds the key.
 holder() { sed -n 's/.*the private key is held by process \([0-9]*\)$/\1/p' server.log; }
+
+# One handshake of an s_client ($1 openssl11 or openssl) with the running server, verified against $2.pem.
+s_client() {
+  local client=$1 name=$2
+  shift 2
+  timeout 30 "$client" s_client -connect "127.0.0.1:$port" -CAfile "$name.pem" -verify_hostname localhost \
+    -verify_return_error "$@" </dev/null
+}
+
+# Wants the handshake to verify, with this protocol and signature.
+expect_handshake() {
+  local protocol=$1 type=$2 digest=$3
+  shift 3
+  local output
+  output=$(s_client "$@" 2>&1) || fail "no handshake: $*"$'\n'"$output"
+  local wanted
+  for wanted in "Verify return code: 0 \(ok\)" "Peer signing digest: $digest" "Peer signature type: $type" "New, $protocol"; do
+    grep -Eq "$wanted" <<<"$output" || fail "no '$wanted' in: $*"$'\n'"$output"
+  done
+}
+
+# Wants exit status $1 and the sentence $2 from the program.
+expect_refusal() {
+  local status=$1 sentence=$2 output actual=0
+  shift 2
+  output=$(timeout 30 "$program" "$@" 2>&1 >/dev/null) || actual=$?
+  [ "$actual" -eq "$status" ] || fail "status $actual instead of $status from: $*"
+  grep -Eq "^delegated_tls: $sentence" <<<"$output" || fail "no '$sentence' from: $*"$'\n'"$output"
+}

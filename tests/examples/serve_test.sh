@@ -4,26 +4,6 @@
 set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
-# One handshake of an s_client ($1 openssl11 or openssl) with the running server, verified against $2.pem.
-s_client() {
-  local client=$1 name=$2
-  shift 2
-  timeout 30 "$client" s_client -connect "127.0.0.1:$port" -CAfile "$name.pem" -verify_hostname localhost \
-    -verify_return_error "$@" </dev/null
-}
-
-# Wants the handshake to verify, with this protocol and signature.
-expect_handshake() {
-  local protocol=$1 type=$2 digest=$3
-  shift 3
-  local output
-  output=$(s_client "$@" 2>&1) || fail "no handshake: $*"$'\n'"$output"
-  local wanted
-  for wanted in "Verify return code: 0 \(ok\)" "Peer signing digest: $digest" "Peer signature type: $type" "New, $protocol"; do
-    grep -Eq "$wanted" <<<"$output" || fail "no '$wanted' in: $*"$'\n'"$output"
-  done
-}
-
 expect_curl() {
   expect "$2 .*signature $3 by process $(holder)" \
     curl -sS --max-time 30 --cacert "$1.pem" --resolve "localhost:$port:127.0.0.1" "https://localhost:$port/"

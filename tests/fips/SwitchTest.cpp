@@ -1,5 +1,6 @@
 // The FIPS switches and what they leave behind.
 #include "support/Allocations.h"
+#include "support/Engines.h"
 #include "support/FipsHome.h"
 #include "support/Machine.h"
 #include "support/Trace.h"
@@ -12,35 +13,18 @@
 #include <krOpenSSL/krLifecycle.h>
 
 #include <gtest/gtest.h>
-#include <openssl/engine.h>
 #include <openssl/err.h>
 #include <openssl/rand.h>
 
 #include <functional>
 #include <string>
+#include <tuple>
 #include <utility>
 
 namespace {
 
 using namespace krOpenSSL;
-using krTest::FipsHome;
-
-// The engines that serve RSA, DSA, EC, DH, random numbers, ciphers, digests and EVP_PKEY methods now.
-std::string engines() {
-  std::string names;
-  for (ENGINE *engine : {ENGINE_get_default_RSA(), ENGINE_get_default_DSA(), ENGINE_get_default_EC(),
-                         ENGINE_get_default_DH(), ENGINE_get_default_RAND(), ENGINE_get_cipher_engine(NID_aes_128_cbc),
-                         ENGINE_get_digest_engine(NID_sha256), ENGINE_get_pkey_meth_engine(EVP_PKEY_RSA)}) {
-    names += std::string(names.empty() ? "" : " ") + (engine != nullptr ? ENGINE_get_id(engine) : "-");
-    ENGINE_finish(engine);
-  }
-  return names;
-}
-
-constexpr const char *kNone = "- - - - - - - -";
-constexpr const char *kOrdinary = "qvlib qvlib qvlib - qvlib - - -";
-constexpr const char *kFips = "wolfEngine wolfEngine wolfEngine wolfEngine wolfEngine wolfEngine wolfEngine wolfEngine";
-constexpr const char *kBridge = "qvlibFIPS qvlibFIPS - qvlibFIPS qvlibFIPS qvlibFIPS qvlibFIPS -";
+using namespace krTest;
 
 unsigned int close() {
   krFipsClose();
@@ -62,15 +46,9 @@ unsigned int reload() {
 
 TEST(FipsSwitch, FollowsTheStateTable) {
   const FipsHome home;
-  const krTest::Trace quiet;
+  const Trace quiet;
   krOSSLSetup();
-  struct Step {
-    unsigned int (*operation)();
-    int use;
-    unsigned int result;
-    const char *engines;
-  };
-  const Step steps[]{
+  const std::tuple<unsigned int (*)(), int, unsigned int, const char *> steps[]{
       {krFipsModeOn, 0, 0xE0050005, kOrdinary}, // refused with nothing touched
       {krFipsModeOff, 0, 0, kOrdinary},
       {krFipsModeOn, 5, 0, kFips},
@@ -88,14 +66,15 @@ TEST(FipsSwitch, FollowsTheStateTable) {
       {krFipsModeOn, 1, 0, kFips},
       {close, 0, 0, kOrdinary},
   };
-  for (const Step &step : steps) {
-    SCOPED_TRACE(&step - steps);
-    EXPECT_EQ(krFipsUseOpenSSLFIPS(step.use), step.use != 0 ? 1 : 0);
-    EXPECT_EQ(krFipsUsingOpenSSLFIPS(), step.use != 0 ? 1 : 0);
-    EXPECT_EQ(step.operation(), step.result);
-    if (step.engines != nullptr) {
-      EXPECT_EQ(engines(), step.engines);
-      EXPECT_EQ(krFipsMode(), step.engines == kOrdinary ? 0 : 1);
+  int number = 0;
+  for (const auto &[operation, use, result, after] : steps) {
+    SCOPED_TRACE(++number);
+    EXPECT_EQ(krFipsUseOpenSSLFIPS(use), use != 0 ? 1 : 0);
+    EXPECT_EQ(krFipsUsingOpenSSLFIPS(), use != 0 ? 1 : 0);
+    EXPECT_EQ(operation(), result);
+    if (after != nullptr) {
+      EXPECT_EQ(engines(), after);
+      EXPECT_EQ(krFipsMode(), after == kOrdinary ? 0 : 1);
     }
     EXPECT_EQ(ERR_peek_error(), 0U);
   }
@@ -103,7 +82,7 @@ TEST(FipsSwitch, FollowsTheStateTable) {
 
 TEST(FipsSwitch, AFailedLoadLeavesOrdinaryMode) {
   const FipsHome home("init");
-  const krTest::Trace quiet;
+  const Trace quiet;
   krOSSLSetup();
   krFipsUseOpenSSLFIPS(1);
   EXPECT_EQ(krFipsModeOn(), 0xE0050005);
@@ -113,7 +92,7 @@ TEST(FipsSwitch, AFailedLoadLeavesOrdinaryMode) {
 
 TEST(FipsSwitch, NeedsNoSetupAndOutlivesCleanup) {
   const FipsHome home;
-  const krTest::Trace quiet;
+  const Trace quiet;
   krFipsUseOpenSSLFIPS(1);
   EXPECT_EQ(krFipsModeOn(), 0U);
   EXPECT_EQ(engines(), kFips);
@@ -130,7 +109,7 @@ TEST(FipsSwitch, NeedsNoSetupAndOutlivesCleanup) {
 
 TEST(FipsSwitch, TheThousandthLeavesNoMoreThanTheTenth) {
   const FipsHome home;
-  const krTest::Trace quiet;
+  const Trace quiet;
   state::krLogThreshold = 0;
   krFipsUseOpenSSLFIPS(1);
   krOSSLSetup();
@@ -139,16 +118,16 @@ TEST(FipsSwitch, TheThousandthLeavesNoMoreThanTheTenth) {
     ASSERT_EQ(krFipsModeOn(), 0U);
     ASSERT_EQ(krFipsModeOff(), 0U);
     if (n == 10) {
-      tenth = krTest::allocations::outstanding();
+      tenth = allocations::outstanding();
     }
   }
-  EXPECT_EQ(krTest::allocations::outstanding(), tenth);
+  EXPECT_EQ(allocations::outstanding(), tenth);
   EXPECT_EQ(FipsHome::record().initialisations, FipsHome::record().finishes);
 }
 
 TEST(FipsSwitch, TakesTheRandomMethodAlongButNotTheHostsOwn) {
   const FipsHome home;
-  const krTest::Trace quiet;
+  const Trace quiet;
   krOSSLSetup();
   krFipsUseOpenSSLFIPS(1);
   unsigned char byte = 0;
@@ -161,7 +140,6 @@ TEST(FipsSwitch, TakesTheRandomMethodAlongButNotTheHostsOwn) {
   krFipsModeOff();
   EXPECT_EQ(FipsHome::record().randomRequests, 2); // the bytes that are carried over
   EXPECT_EQ(RAND_get_rand_method(), ordinary);
-
   RAND_set_rand_method(RAND_OpenSSL()); // as a first draw before the library's set-up has it
   krFipsModeOn();
   EXPECT_EQ(RAND_bytes(&byte, 1), 1);
@@ -169,7 +147,7 @@ TEST(FipsSwitch, TakesTheRandomMethodAlongButNotTheHostsOwn) {
 }
 
 TEST(FipsSwitch, DoesNothingAfterOpenSSLWasCleanedUp) {
-  const krTest::Trace quiet;
+  const Trace quiet;
   krOSSLSetup();
   krFipsUseOpenSSLFIPS(1);
   OPENSSL_cleanup();
@@ -185,28 +163,27 @@ namespace {
 std::string drawnAndSeeded;
 int drawResult = 1;
 
+int noteSeed(const void *data, int length) {
+  drawnAndSeeded += " seeded " + std::string(static_cast<const char *>(data), static_cast<std::size_t>(length));
+  return 1;
+}
+
+int noteDraw(unsigned char *out, int length) {
+  drawnAndSeeded += " drawn";
+  std::fill_n(out, length, 'x');
+  return drawResult;
+}
+
+const RAND_METHOD kHostsOwn{noteSeed, noteDraw, nullptr, nullptr, nullptr, nullptr};
+
 } // namespace
 
 TEST(FipsSwitch, CarriesRandomBytesBackWhenTheyWereDrawn) {
   const FipsHome home;
-  const krTest::Trace quiet;
+  const Trace quiet;
   krOSSLSetup();
   krFipsUseOpenSSLFIPS(1);
-  static const RAND_METHOD host{[](const void *data, int length) {
-                                  drawnAndSeeded += " seeded " + std::string(static_cast<const char *>(data),
-                                                                             static_cast<std::size_t>(length));
-                                  return 1;
-                                },
-                                [](unsigned char *out, int length) {
-                                  drawnAndSeeded += " drawn";
-                                  std::fill_n(out, length, 'x');
-                                  return drawResult;
-                                },
-                                nullptr,
-                                nullptr,
-                                nullptr,
-                                nullptr};
-  RAND_set_rand_method(&host);
+  RAND_set_rand_method(&kHostsOwn);
   krFipsModeOn();
   EXPECT_EQ(std::exchange(drawnAndSeeded, ""), " drawn");
   krFipsModeOff();
@@ -214,30 +191,24 @@ TEST(FipsSwitch, CarriesRandomBytesBackWhenTheyWereDrawn) {
   drawResult = 0;
   krFipsModeOff();
   EXPECT_EQ(drawnAndSeeded, " drawn");
+  EXPECT_EQ(RAND_get_rand_method(), &kHostsOwn);
 }
 
 TEST(FipsModulePath, IsKeptUpTo259Characters) {
-  const std::string longest(259, 'p');
-  const std::string tooLong(260, 'p');
-  struct Row {
-    const char *path;
-    unsigned int result;
-    const char *kept;
-    int given;
-    int tooLong;
-  };
-  for (const Row &row : {Row{longest.c_str(), 0, longest.c_str(), 1, 0}, Row{tooLong.c_str(), 0xE0050001, "", 1, 1},
-                         Row{"short", 0, "short", 1, 0}, Row{nullptr, 0, "", 0, 0}, Row{"", 0, "", 1, 0}}) {
-    EXPECT_EQ(krFipsSetPath(row.path), row.result);
-    EXPECT_STREQ(state::fipsModulePath.data(), row.kept);
-    EXPECT_EQ(state::fipsModulePathGiven, row.given);
-    EXPECT_EQ(state::fipsModulePathTooLong, row.tooLong);
+  for (const auto &[path, kept] :
+       {std::pair(std::string(259, 'p'), true), {std::string(260, 'p'), false}, {"short", true}, {"", true}}) {
+    EXPECT_EQ(krFipsSetPath(path.c_str()), kept ? 0 : 0xE0050001);
+    EXPECT_EQ(state::fipsModulePath.data(), kept ? path : "");
+    EXPECT_EQ(state::fipsModulePathGiven, 1);
+    EXPECT_EQ(state::fipsModulePathTooLong, kept ? 0 : 1);
   }
+  EXPECT_EQ(krFipsSetPath(nullptr), 0U);
+  EXPECT_EQ(state::fipsModulePathGiven, 0);
 }
 
 TEST(FipsModuleState, IsTheModulesOwnUntilClose) {
   const FipsHome home;
-  const krTest::Trace quiet;
+  const Trace quiet;
   static int moduleState = 0;
   FipsModule module{};
   module.GetState = [] { return moduleState; };
@@ -249,10 +220,10 @@ TEST(FipsModuleState, IsTheModulesOwnUntilClose) {
     EXPECT_EQ(krFipsModeError(), error);
   }
   moduleState = 3;
-  state::fipsModuleHandle = krTest::machine::loadLibrary(krTest::machine::kAnyLibrary);
+  state::fipsModuleHandle = machine::loadLibrary(machine::kAnyLibrary);
   EXPECT_NE(state::fipsModuleHandle, nullptr);
   krFipsClose();
   EXPECT_EQ(krFipsGetState(), 0);
   EXPECT_EQ(krFipsModeError(), 0);
-  EXPECT_EQ(platform::loadedModule(krTest::machine::kAnyLibrary), nullptr);
+  EXPECT_EQ(platform::loadedModule(machine::kAnyLibrary), nullptr);
 }

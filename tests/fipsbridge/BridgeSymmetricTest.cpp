@@ -10,7 +10,9 @@
 
 #include <openssl/err.h>
 
+#include <algorithm>
 #include <numeric>
+#include <span>
 
 namespace {
 
@@ -30,7 +32,7 @@ const Bytes kData = [] {
 }();
 
 // Goes on in a copy of the context half-way through. Empty on failure.
-Bytes crypt(int nid, bool encrypt, const Bytes &in, std::size_t chunk) {
+Bytes crypt(int nid, bool encrypt, const Bytes &in, std::size_t chunk, bool inCopies = true) {
   CipherContext context(EVP_CIPHER_CTX_new());
   bool good = EVP_CipherInit_ex(context.get(), EVP_get_cipherbynid(nid), nullptr, kData.data(), kData.data() + 64,
                                 encrypt ? 1 : 0) == 1;
@@ -41,7 +43,7 @@ Bytes crypt(int nid, bool encrypt, const Bytes &in, std::size_t chunk) {
     good = EVP_CipherUpdate(context.get(), end, &written, in.data() + at,
                             static_cast<int>(std::min(chunk, in.size() - at))) == 1;
     end += written;
-    if (at <= in.size() / 2) {
+    if (inCopies && at <= in.size() / 2) {
       CipherContext copy(EVP_CIPHER_CTX_new());
       good = good && EVP_CIPHER_CTX_copy(copy.get(), context.get()) == 1;
       context.swap(copy);
@@ -99,18 +101,12 @@ TEST(BridgeSymmetric, SelectorsGiveOneMethodForEachAlgorithm) {
   const Bridge bridge;
   const int *nids = nullptr;
   ASSERT_EQ(qv_ciphers(bridge.engine, nullptr, &nids, 0), 7);
+  EXPECT_TRUE(std::ranges::equal(kCiphers, std::span(nids, 7)));
   for (const int nid : kCiphers) {
-    EXPECT_EQ(*nids++, nid);
     const EVP_CIPHER *own = EVP_get_cipherbynid(nid);
-    const EVP_CIPHER *cipher = nullptr;
-    EXPECT_EQ(qv_ciphers(bridge.engine, &cipher, nullptr, nid), 1);
-    EXPECT_EQ(cipher, ENGINE_get_cipher(bridge.engine, nid));
-    const bool ecb = EVP_CIPHER_mode(own) == EVP_CIPH_ECB_MODE;
-    EXPECT_TRUE(EVP_CIPHER_block_size(cipher) == EVP_CIPHER_block_size(own) &&
-                EVP_CIPHER_key_length(cipher) == EVP_CIPHER_key_length(own) &&
-                EVP_CIPHER_iv_length(cipher) == EVP_CIPHER_block_size(own));
-    EXPECT_EQ(EVP_CIPHER_flags(cipher), ecb ? 0x101U : 0x2U);
-    EXPECT_EQ(EVP_CIPHER_impl_ctx_size(cipher), nid == 44 ? 384 : 256);
+    const EVP_CIPHER *cipher = ENGINE_get_cipher(bridge.engine, nid);
+    EXPECT_EQ(EVP_CIPHER_iv_length(cipher), EVP_CIPHER_block_size(own));
+    EXPECT_EQ(EVP_CIPHER_flags(cipher), EVP_CIPHER_mode(own) == EVP_CIPH_ECB_MODE ? 0x101U : 0x2U);
   }
   ASSERT_EQ(qv_digests(bridge.engine, nullptr, &nids, 0), 8);
   for (const int nid : kDigests) {
@@ -118,8 +114,7 @@ TEST(BridgeSymmetric, SelectorsGiveOneMethodForEachAlgorithm) {
     const EVP_MD *own = EVP_get_digestbynid(nid);
     const EVP_MD *method = ENGINE_get_digest(bridge.engine, nid);
     EXPECT_TRUE(EVP_MD_type(method) == nid && EVP_MD_pkey_type(method) == EVP_MD_pkey_type(own) &&
-                EVP_MD_size(method) == EVP_MD_size(own) && EVP_MD_block_size(method) == EVP_MD_block_size(own));
-    EXPECT_EQ(EVP_MD_flags(method), 0x8U);
+                EVP_MD_block_size(method) == EVP_MD_block_size(own) && EVP_MD_flags(method) == 0x8U);
   }
   for (const auto &[nid, own] : {std::pair(116, 64), {802, 675}, {803, 672}}) {
     EXPECT_EQ(*nids++, nid);
@@ -133,45 +128,31 @@ TEST(BridgeSymmetric, SelectorsGiveOneMethodForEachAlgorithm) {
   EXPECT_TRUE(qv_digests(nullptr, &method, nullptr, 64) == 1 && EVP_MD_type(method) == 64);
 }
 
-TEST(BridgeSymmetric, TheModuleGetsItsArgumentsInOrder) {
-  Bridge bridge;
-  for (const auto &[nid, expected] :
-       {std::pair(44, "TdesSetKey context area 128 in|TdesSetKey context area 128 in|TdesSetKey context area 128 in|"
-                      "TdesCbc area area area in out 16 in out 1|TdesCbc area area area in out 8 in out 1|"
-                      "TdesFree area|TdesFree area|TdesFree area"),
-        {423, "AesSetEncryptKey context area 256 in 192|AesCbc area in out 16 in out 1|"
-              "AesCbc area in out 16 in out 1|AesFree area"},
-        {426, "AesSetEncryptKey context area 256 in 256|AesEcb area in out 16 1|AesEcb area in out 16 1|"
-              "AesFree area"}}) {
-    const CipherContext context(EVP_CIPHER_CTX_new());
-    unsigned char out[32];
-    int written = 0;
-    EVP_EncryptInit_ex(context.get(), EVP_get_cipherbynid(nid), nullptr, kData.data(), kData.data());
-    EVP_EncryptUpdate(context.get(), out, &written, kData.data(), 16);
-    EVP_EncryptFinal_ex(context.get(), out, &written);
-    EVP_CIPHER_CTX_reset(context.get());
-    EXPECT_EQ(referenceModule::calls(), expected);
-  }
-  bridge.trace.clear();
-  EXPECT_EQ(crypt(419, false, Bytes(), 1), Bytes()); // nothing in: the padding is missing
-  ERR_clear_error();
-  EXPECT_EQ(referenceModule::calls(), "AesSetDecryptKey context area 256 in 128|AesFree area");
-  EXPECT_EQ(bridge.trace.lines(), tagged("@krEVP_CIPHER_CTX_get_cipher_data|@krEVP_CIPHER_CTX_get_cipher_data"));
-  EXPECT_EQ(EVP_Digest(kData.data(), 5, Bytes(64).data(), nullptr, EVP_sha384(), nullptr), 1);
-  EXPECT_EQ(referenceModule::calls(), "ShaInit context area 216 48|ShaUpdate area in 5|ShaFinal area out|ShaFree area");
-}
-
-TEST(BridgeSymmetric, EachEntryThatFailsFailsTheOperation) {
+TEST(BridgeSymmetric, EachEntryIsCalledAndFailsTheOperation) {
   const Bridge bridge;
-  for (const auto &[entry, nid] : {std::pair("TdesCbc", 44), {"AesCbc", 419}, {"AesEcb", 418}}) {
-    referenceModule::failing = entry;
-    EXPECT_EQ(crypt(nid, true, kData, 16), Bytes()) << entry;
+  for (const auto &[nid, entries] :
+       {std::pair(44, "TdesSetKey TdesSetKey TdesSetKey TdesCbc TdesCbc TdesFree TdesFree TdesFree"),
+        {419, "AesSetEncryptKey AesCbc AesCbc AesFree"},
+        {418, "AesSetEncryptKey AesEcb AesEcb AesFree"}}) {
+    EXPECT_FALSE(crypt(nid, true, Bytes(16), 16, false).empty());
+    EXPECT_EQ(referenceModule::calls(), entries);
+    for (const auto *entry : {"TdesCbc", "AesCbc", "AesEcb"}) {
+      referenceModule::failing = entry;
+      EXPECT_EQ(crypt(nid, true, kData, 16).empty(), std::string_view(entries).find(entry) != std::string_view::npos);
+    }
+    referenceModule::failing.clear();
+    referenceModule::calls();
   }
   for (const auto *entry : {"ShaInit", "ShaUpdate", "ShaFinal"}) {
     referenceModule::failing = entry;
     EXPECT_EQ(digest(64, 16), Bytes()) << entry;
   }
-  EXPECT_EQ(ERR_peek_error(), 0U);
+  referenceModule::calls();
+  EXPECT_EQ(EVP_Digest(kData.data(), 5, Bytes(64).data(), nullptr, EVP_sha384(), nullptr), 0);
+  EXPECT_EQ(referenceModule::calls(), "ShaInit ShaUpdate ShaFinal ShaFree");
+  EXPECT_EQ(crypt(419, false, Bytes(), 1), Bytes()); // nothing in: the padding is missing
+  EXPECT_EQ(referenceModule::calls(), "AesSetDecryptKey AesFree");
+  ERR_clear_error();
 }
 
 namespace {
@@ -204,32 +185,7 @@ TEST(BridgeSymmetric, ContextsThatCannotServeAreToldAbout) {
   bridge.trace.clear();
   EXPECT_EQ(callEach(bridge.engine, bare.get(), raw.get()), std::vector<int>(13, 0));
   EXPECT_EQ(referenceModule::calls(), "");
-  const std::string noData = "@krEVP_CIPHER_CTX_get_cipher_data|%: ctx->cipher_data is NULL|";
-  const std::string direction = "@krEVP_CIPHER_CTX_encrypting|%: ctx->encrypt: 0|" + noData;
-  const std::string chained = "@krEVP_CIPHER_CTX_iv|@krEVP_CIPHER_CTX_iv_noconst|" + direction;
-  const std::string noInit = "@krEVP_MD_CTX_test_flags|%: EVP_MD_CTX_test_flags returned: 256|";
-  std::string messages;
-  for (const auto &[callback, said] : {std::pair<std::string, std::string>{"qv_init_key_3des", noData},
-                                       {"qv_cipher_3des", chained},
-                                       {"qv_cleanup_3des", noData},
-                                       {"qv_init_key_aes", noData},
-                                       {"qv_cipher_aes_cbc", chained},
-                                       {"qv_cleanup_aes", noData},
-                                       {"qv_init_key_aes", noData},
-                                       {"qv_cipher_aes_ecb", direction},
-                                       {"qv_cleanup_aes", noData},
-                                       {"qv_sha_init", noInit},
-                                       {"qv_sha_update", noInit},
-                                       {"qv_sha_final", noInit},
-                                       {"qv_sha_term", noInit}}) {
-    std::string named = said;
-    for (auto at = named.find('%'); at != std::string::npos; at = named.find('%')) {
-      named.replace(at, 1, callback);
-    }
-    messages += named;
-  }
-  messages.pop_back();
-  EXPECT_EQ(bridge.trace.lines(), tagged(messages));
+  EXPECT_EQ(bridge.trace.lines(), tagged(readText("bridge_messages.txt")));
 }
 
 TEST(BridgeSymmetric, WithoutAModuleNothingWorksAndNothingIsSaid) {

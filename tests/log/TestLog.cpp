@@ -36,6 +36,12 @@ TestLog::~TestLog() {
   std::filesystem::remove_all(root, ignored);
 }
 
+void AsRoot::SetUp() {
+  if (::geteuid() != 0) {
+    GTEST_SKIP() << "for root only";
+  }
+}
+
 void put(const std::filesystem::path &file, const std::string &content) { std::ofstream(file) << content; }
 
 std::string contentOf(const std::filesystem::path &file) {

@@ -1,6 +1,8 @@
 // A log with real files in a folder of the test's own.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -22,6 +24,11 @@ public:
   const std::filesystem::path file = folder / "krOpenSSL.log";
   const std::filesystem::path old = folder / "krOpenSSL.log.old";
   const std::filesystem::path target = root / "target"; ///< a file that no line may reach
+};
+
+/// Tests that only root can carry out: giving files to root, or becoming another user.
+class AsRoot : public testing::Test {
+  void SetUp() override;
 };
 
 constexpr std::uintmax_t kMiB = std::uintmax_t{1} << 20U;

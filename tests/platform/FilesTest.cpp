@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <stdexcept>
+#include <tuple>
 
 namespace {
 
@@ -48,12 +49,7 @@ TEST(AppendFile, IsTheFileThatWasChecked) {
     put(spare, "");
     std::filesystem::rename(spare, log.file);
   };
-  const struct {
-    const char *what;
-    std::function<void(int)> swap;
-    Outcome outcome;
-    int checks;
-  } rows[]{
+  const std::tuple<const char *, std::function<void(int)>, Outcome, int> rows[]{
       {"nothing", [](int) {}, Outcome::opened, 1},
       {"another file, once", once(exchange), Outcome::opened, 2},
       {"another file, always", [&](int) { exchange(); }, Outcome::unsafe, 16},
@@ -71,16 +67,16 @@ TEST(AppendFile, IsTheFileThatWasChecked) {
        },
        Outcome::failed, 1},
   };
-  for (const auto &row : rows) {
-    SCOPED_TRACE(row.what);
+  for (const auto &[what, swap, outcome, expectedChecks] : rows) {
+    SCOPED_TRACE(what);
     std::filesystem::remove(spare);
     remove();
     std::filesystem::create_symlink(log.root / "none", path);
-    meanwhile = row.swap;
+    meanwhile = swap;
     checks = 0;
     AppendFile file;
-    EXPECT_EQ(file.open(path.c_str(), check), row.outcome);
-    EXPECT_EQ(checks, row.checks);
+    EXPECT_EQ(file.open(path.c_str(), check), outcome);
+    EXPECT_EQ(checks, expectedChecks);
     EXPECT_EQ(contentOf(log.target), "untouched");
   }
 }
@@ -105,11 +101,7 @@ TEST(Inspect, SeesTheEntryAndTheEndOfItsLinks) {
   std::filesystem::create_symlink(log.target, log.file);
   std::filesystem::create_symlink(log.old, log.old);
   std::filesystem::create_hard_link(log.target, log.root / "name");
-  const struct {
-    std::filesystem::path entry;
-    EntryKind target, kind;
-    std::uint64_t links;
-  } rows[]{
+  const std::tuple<std::filesystem::path, EntryKind, EntryKind, std::uint64_t> rows[]{
       {log.target, EntryKind::file, EntryKind::file, 2},
       {log.root, EntryKind::folder, EntryKind::folder, 1},
       {log.file, EntryKind::file, EntryKind::link, 1},
@@ -119,14 +111,12 @@ TEST(Inspect, SeesTheEntryAndTheEndOfItsLinks) {
       {log.target / "none", EntryKind::missing, EntryKind::missing, 0},
       {log.root / std::string(300, 'x'), EntryKind::missing, EntryKind::missing, 0},
   };
-  for (const auto &row : rows) {
-    const Entry found = inspect(row.entry.c_str());
-    EXPECT_EQ(found.target, row.target) << row.entry;
-    EXPECT_EQ(found.kind, row.kind) << row.entry;
-    EXPECT_EQ(found.links, row.links) << row.entry;
-    EXPECT_EQ(status(row.entry.c_str()), row.target) << row.entry;
-    EXPECT_EQ(linkStatus(row.entry.c_str()), row.kind) << row.entry;
-    EXPECT_EQ(fileSize(row.entry.c_str()).has_value(), row.kind == EntryKind::file) << row.entry;
+  for (const auto &[entry, target, kind, links] : rows) {
+    const Entry found = inspect(entry.c_str());
+    EXPECT_TRUE(found.target == target && found.kind == kind && found.links == links) << entry;
+    EXPECT_EQ(status(entry.c_str()), target) << entry;
+    EXPECT_EQ(linkStatus(entry.c_str()), kind) << entry;
+    EXPECT_EQ(fileSize(entry.c_str()).has_value(), kind == EntryKind::file) << entry;
   }
 }
 
@@ -152,10 +142,7 @@ TEST(MoveOver, MovesAFullFileOfWhichNobodyElseDoes) {
   EXPECT_FALSE(moveOver(log.file.c_str(), log.old.c_str(), 0));
 }
 
-TEST(Protection, ChangesFoldersAndFilesOfOneNameOnly) {
-  if (::geteuid() != 0) {
-    GTEST_SKIP() << "only root can give files to root";
-  }
+TEST_F(AsRoot, ProtectionChangesFoldersAndFilesOfOneNameOnly) {
   const TestLog log;
   ASSERT_EQ(::chown(log.target.c_str(), 65534, 65534), 0);
   ASSERT_EQ(::chmod(log.target.c_str(), 0600), 0);

@@ -10,6 +10,7 @@ namespace {
 
 constinit std::atomic<long> blocks{0};
 constinit std::atomic<long> untilFailure{0};
+constinit std::atomic<bool> failsOnwards{false};
 constinit std::atomic<int> sparing{0};
 
 void release(void *block, const char * /*file*/, int /*line*/) {
@@ -22,7 +23,7 @@ void *resize(void *block, std::size_t size, const char *file, int line) {
     release(block, file, line);
     return nullptr;
   }
-  if (sparing == 0 && untilFailure > 0 && --untilFailure == 0) {
+  if (refuses()) {
     return nullptr;
   }
   void *resized = std::realloc(block, size);
@@ -36,7 +37,16 @@ void *allocate(std::size_t size, const char *file, int line) { return resize(nul
 
 bool install() noexcept { return CRYPTO_set_mem_functions(allocate, resize, release) != 0; }
 long outstanding() noexcept { return blocks; }
-void failNth(long n) noexcept { untilFailure = n; }
+void failNth(long n, Failing failing) noexcept {
+  failsOnwards = n > 0 && failing == Failing::onwards;
+  untilFailure = n;
+}
+bool refuses() noexcept {
+  if (sparing != 0) {
+    return false;
+  }
+  return untilFailure > 0 ? --untilFailure == 0 : failsOnwards.load();
+}
 Spared::Spared() noexcept { ++sparing; }
 Spared::~Spared() { --sparing; }
 bool failed() noexcept { return untilFailure == 0; }

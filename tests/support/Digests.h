@@ -1,6 +1,8 @@
 // The seven digest classes as one table.
 #pragma once
 
+#include "support/Vectors.h"
+
 #include <krOpenSSL/kroHMAC.h>
 #include <krOpenSSL/kroHash.h>
 
@@ -28,6 +30,17 @@ template <class Use> void forEachDigest(Use use) {
   use(DigestRow<kroSHA256>{"SHA256", EVP_sha256(), 32, true});
   use(DigestRow<kroSHA384>{"SHA384", EVP_sha384(), 48, true});
   use(DigestRow<kroSHA512>{"SHA512", EVP_sha512(), 64, true});
+}
+
+const Bytes kUntouched(65, 0xEE);
+
+template <class Object> void update(Object &object, const Bytes &data) { object.Update(data.data(), data.size()); }
+
+/// What Final writes, and the bytes after it.
+template <class Object> Bytes finish(Object &object) {
+  Bytes out = kUntouched;
+  object.Final(out.data());
+  return out;
 }
 
 } // namespace krTest

@@ -1,5 +1,6 @@
 #include "support/Handshake.h"
 
+#include <gtest/gtest.h>
 #include <openssl/err.h>
 
 namespace krTest {
@@ -28,6 +29,14 @@ SSLCtxPtr makeContext(const SSL_METHOD *method, int version, const char *ciphers
   return context;
 }
 
+int callbacks = 0;
+
+template <auto kOperation>
+int elsewhere(int flen, const unsigned char *from, unsigned char *to, RSA * /*rsa*/, int padding) {
+  ++callbacks;
+  return kOperation(flen, from, to, EVP_PKEY_get0_RSA(softwareKey(Kind::rsa)), padding);
+}
+
 } // namespace
 
 Handshake::Handshake(int version, const char *ciphers, EVP_PKEY *owner)
@@ -38,6 +47,10 @@ Handshake::Handshake(int version, const char *ciphers, EVP_PKEY *owner)
   SSL_CTX_use_PrivateKey(serverContext.get(), key.get());
   X509_STORE_add_cert(SSL_CTX_get_cert_store(clientContext.get()), certificate.get());
   SSL_CTX_set_verify(clientContext.get(), SSL_VERIFY_PEER, nullptr);
+  reconnect();
+}
+
+void Handshake::reconnect() {
   server.reset(SSL_new(serverContext.get()));
   client.reset(SSL_new(clientContext.get()));
   BIO *serverEnd = nullptr;
@@ -54,13 +67,34 @@ void Handshake::delegateTo(Provider &provider) const {
   attach(key.get(), server.get());
 }
 
-int Handshake::run() const {
-  for (int turn = 0; turn < 5; ++turn) {
-    SSL_connect(client.get());
-    SSL_accept(server.get());
-  }
+int Handshake::step() const {
+  SSL_connect(client.get());
+  SSL_accept(server.get());
   ERR_clear_error();
   return SSL_is_init_finished(server.get()) + SSL_is_init_finished(client.get());
+}
+
+int Handshake::run() const {
+  int finished = 0;
+  for (int turn = 0; turn < 5; ++turn) {
+    finished = step();
+  }
+  return finished;
+}
+
+void expectDelegated(int version, const char *ciphers, Kind kind, bool viaProvider) {
+  SCOPED_TRACE(testing::Message() << version << ciphers << viaProvider);
+  const Handshake handshake(version, ciphers, softwareKey(kind));
+  Provider provider(signsWith(softwareKey(kind)));
+  if (viaProvider) {
+    handshake.delegateTo(provider);
+  }
+  krEngineSetRSAPrivateKeyOpCallback(viaProvider ? nullptr : elsewhere<RSA_private_encrypt>, 1);
+  krEngineSetRSAPrivateKeyOpCallback(viaProvider ? nullptr : elsewhere<RSA_private_decrypt>, 0);
+  callbacks = 0;
+  EXPECT_EQ(handshake.run(), 2);
+  EXPECT_EQ(provider.requests.size(), viaProvider ? 1U : 0U);
+  EXPECT_EQ(callbacks, viaProvider ? 0 : 1);
 }
 
 } // namespace krTest

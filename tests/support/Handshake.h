@@ -9,8 +9,14 @@ namespace krTest {
 struct Handshake {
   Handshake(int version, const char *ciphers, EVP_PKEY *owner);
 
+  /// Starts a new connection.
+  void reconnect();
+
   /// Has the provider sign for this connection, with algorithms that providers serve.
   void delegateTo(Provider &provider) const;
+
+  /// Lets each side go on once; how many have finished.
+  int step() const;
 
   /// How many sides finish.
   int run() const;
@@ -21,5 +27,8 @@ struct Handshake {
   krOpenSSL::SSLPtr server;
   krOpenSSL::SSLPtr client;
 };
+
+/// Has a server sign with one private operation elsewhere: by a provider, or by the RSA callback.
+void expectDelegated(int version, const char *ciphers, Kind kind, bool viaProvider);
 
 } // namespace krTest

@@ -31,30 +31,24 @@ using Cell = KeyHandleCell *;
 constexpr int done(bool success) { return success ? 0 : 1; }
 constexpr int narrow(Length length) { return static_cast<int>(length); }
 
+/// What every entry with such arguments gets.
+void expectUsual(void *context, Length areaBytes, Length expected) {
+  EXPECT_EQ(context, krOpenSSL::fipsModuleContext);
+  EXPECT_EQ(areaBytes, expected);
+}
+
+/// A length that was an int comes sign-extended.
+void expectInt(Length number) { EXPECT_EQ(number, narrow(number)); }
+template <class Other> void expectInt(Other) {}
+
 /// Frees an area: whoever goes on with it gets it wrong.
-int spoil(void *area, std::size_t bytes) {
-  std::memset(area, 0xEE, bytes);
+template <std::size_t kBytes> int spoil(void *area) {
+  std::memset(area, 0xEE, kBytes);
   return 0;
 }
 
-// The record.
-
 std::mutex recording;
-std::vector<std::string> recorded;
-
-std::string text(const void *pointer) {
-  return pointer == nullptr                         ? "null"
-         : pointer == krOpenSSL::fipsModuleContext  ? "context"
-         : pointer == krOpenSSL::fipsGeneratorState ? "generator"
-                                                    : "area";
-}
-std::string text(Bytes bytes) { return bytes == nullptr ? "null" : "in"; }
-std::string text(Buffer bytes) { return bytes == nullptr ? "null" : "out"; }
-std::string text(Cell) { return "cell"; }
-std::string text(Length number) { return std::to_string(number); }
-std::string text(std::uint32_t number) { return std::to_string(number) + "u"; }
-std::string text(Capacity length) { return length == nullptr ? "null" : '[' + std::to_string(*length) + ']'; }
-std::string text(const std::int32_t *) { return "counter"; }
+std::vector<const char *> recorded;
 
 template <std::size_t Size> struct Name {
   char text[Size]{};
@@ -63,11 +57,10 @@ template <std::size_t Size> struct Name {
 
 template <Name kName, auto kWork, class... Arguments> int entry(Arguments... arguments) {
   const allocations::Spared spared;
+  (expectInt(arguments), ...);
   {
-    std::string line = kName.text;
-    ((line += ' ' + text(arguments)), ...);
     const std::scoped_lock lock(recording);
-    recorded.push_back(line);
+    recorded.push_back(kName.text);
   }
   if (failing == kName.text) {
     ERR_put_error(ERR_LIB_USER, 0, 1, __FILE__, __LINE__); // as a module over OpenSSL may
@@ -76,6 +69,17 @@ template <Name kName, auto kWork, class... Arguments> int entry(Arguments... arg
   return kWork(arguments...);
 }
 
+// Random numbers.
+
+int rngInstantiate(void *context, void *generator, Length bytes, Bytes, Length, Length one) {
+  expectUsual(context, bytes, 208);
+  EXPECT_TRUE(generator == krOpenSSL::fipsGeneratorState && one == 1);
+  return 0;
+}
+int rngReseed(void *generator, Bytes, Length length) {
+  EXPECT_EQ(generator, krOpenSSL::fipsGeneratorState);
+  return narrow(length);
+}
 int rngGenerate(void *, Buffer out, Length length) { return done(RAND_OpenSSL()->bytes(out, narrow(length)) == 1); }
 
 // Digests: the area holds OpenSSL's context, and at its end, where SHA-512 has it anyway, the digest's size.
@@ -87,7 +91,8 @@ SHA_CTX *sha1(void *area) { return static_cast<SHA_CTX *>(area); }
 SHA256_CTX *sha256(void *area) { return static_cast<SHA256_CTX *>(area); }
 SHA512_CTX *sha512(void *area) { return static_cast<SHA512_CTX *>(area); }
 
-int shaInit(void *, void *area, Length, Length size) {
+template <Length kAreaBytes> int shaInit(void *context, void *area, Length bytes, Length size) {
+  expectUsual(context, bytes, kAreaBytes);
   const int result = size == 20   ? SHA1_Init(sha1(area))
                      : size == 28 ? SHA224_Init(sha256(area))
                      : size == 32 ? SHA256_Init(sha256(area))
@@ -108,12 +113,21 @@ int shaFinal(void *area, Buffer out) {
                                     : SHA512_Final(out, sha512(area))) == 1);
 }
 
+// What it takes for a MAC: the digest of key and data. It wants an area of zeros, or one that it has begun in.
+
+int hmacInit(void *context, void *area, Length bytes, Length size) {
+  const auto *first = static_cast<unsigned char *>(area);
+  EXPECT_TRUE(std::count(first, first + bytes, 0) == bytes || sizeIn(area) == size);
+  return shaInit<352>(context, area, bytes, size);
+}
+
 // Ciphers.
 
 DES_key_schedule *schedule(void *area) { return static_cast<DES_key_schedule *>(area); }
 AES_KEY *aesKey(void *area) { return static_cast<AES_KEY *>(area); }
 
-int tdesSetKey(void *, void *area, Length, Bytes key) {
+int tdesSetKey(void *context, void *area, Length bytes, Bytes key) {
+  expectUsual(context, bytes, 128);
   DES_cblock block;
   std::copy_n(key, sizeof block, block);
   DES_set_key_unchecked(&block, schedule(area));
@@ -125,7 +139,8 @@ int tdesCbc(void *first, void *second, void *third, Bytes in, Buffer out, Length
                        reinterpret_cast<DES_cblock *>(ivOut), narrow(encrypt));
   return done(iv == ivOut);
 }
-template <auto SetKey> int aesSetKey(void *, void *area, Length, Bytes key, Length bits) {
+template <auto SetKey> int aesSetKey(void *context, void *area, Length bytes, Bytes key, Length bits) {
+  expectUsual(context, bytes, 256);
   return SetKey(key, narrow(bits), aesKey(area));
 }
 int aesEcb(void *area, Bytes in, Buffer out, Length length, Length encrypt) {
@@ -137,6 +152,13 @@ int aesEcb(void *area, Bytes in, Buffer out, Length length, Length encrypt) {
 int aesCbc(void *area, Bytes in, Buffer out, Length length, Bytes iv, Buffer ivOut, Length encrypt) {
   AES_cbc_encrypt(in, out, static_cast<std::size_t>(length), aesKey(area), ivOut, narrow(encrypt));
   return done(iv == ivOut);
+}
+
+int aesKeyWrap(void *area, Buffer out, Bytes in, Length inLength, Bytes iv) {
+  return done(AES_wrap_key(aesKey(area), iv, out, in, static_cast<unsigned>(inLength)) > 0);
+}
+int aesKeyUnwrap(void *area, Buffer out, Length outLength, Bytes in, Bytes iv) {
+  return done(AES_unwrap_key(aesKey(area), iv, out, in, static_cast<unsigned>(outLength + 8)) > 0);
 }
 
 // Keys: the handle is a key object of an engine with OpenSSL's own methods.
@@ -156,7 +178,9 @@ std::atomic<int> live{0};
 
 template <class Key> Key *keyIn(Cell cell) { return static_cast<Key *>(cell->handle); }
 
-template <class Key, auto New> Key *newKey(Cell cell) {
+template <class Key, auto New> Key *newKey(void *context, Cell cell, Length cellBytes, void *generator) {
+  expectUsual(context, cellBytes, 8);
+  EXPECT_EQ(generator, krOpenSSL::fipsGeneratorState);
   EXPECT_EQ(cell->handle, nullptr) << "the key before was not freed";
   Key *key = New(ownMethods());
   EXPECT_NE(key, nullptr);
@@ -203,18 +227,19 @@ template <class... Rest> bool write(const BIGNUM *const *from, Buffer out, Capac
 
 // RSA.
 
-constexpr auto rsaLoadKey = [](void *, Cell cell, Length, void *, auto... pairs) {
-  RSA *rsa = newKey<RSA, RSA_new_method>(cell);
+constexpr auto rsaLoadKey = [](void *context, Cell cell, Length bytes, void *generator, auto... pairs) {
+  RSA *rsa = newKey<RSA, RSA_new_method>(context, cell, bytes, generator);
   std::vector<BIGNUM *> given = numbers(pairs...);
   given.resize(8);
   const bool set = RSA_set0_key(rsa, given[0], given[1], given[4]) == 1 &&
                    (given[2] == nullptr || RSA_set0_factors(rsa, given[2], given[3]) == 1);
   return done(set && (given[5] == nullptr || RSA_set0_crt_params(rsa, given[5], given[6], given[7]) == 1));
 };
-int rsaGenerateKey(void *, Cell cell, Length, void *, Length bits, std::uint32_t exponent) {
+int rsaGenerateKey(void *context, Cell cell, Length bytes, void *generator, Length bits, std::uint32_t exponent) {
   const BIGNUMPtr e(BN_new());
   BN_set_word(e.get(), exponent);
-  return done(RSA_generate_key_ex(newKey<RSA, RSA_new_method>(cell), narrow(bits), e.get(), nullptr) == 1);
+  return done(RSA_generate_key_ex(newKey<RSA, RSA_new_method>(context, cell, bytes, generator), narrow(bits), e.get(),
+                                  nullptr) == 1);
 }
 constexpr auto rsaExportKey = [](Cell cell, auto... pairs) {
   const RSA *rsa = keyIn<RSA>(cell);
@@ -233,19 +258,20 @@ int rsaStep(Cell cell, Bytes in, Length length, Length padding, Buffer out, Capa
 
 // DSA.
 
-constexpr auto dsaLoadKey = [](void *, Cell cell, Length, void *, auto... pairs) {
-  DSA *dsa = newKey<DSA, DSA_new_method>(cell);
+constexpr auto dsaLoadKey = [](void *context, Cell cell, Length bytes, void *generator, auto... pairs) {
+  DSA *dsa = newKey<DSA, DSA_new_method>(context, cell, bytes, generator);
   const std::vector<BIGNUM *> given = numbers(pairs...);
   const bool set = given[0] == nullptr || DSA_set0_pqg(dsa, given[0], given[1], given[2]) == 1;
   return done(set && (given[3] == nullptr || DSA_set0_key(dsa, given[3], given[4]) == 1));
 };
-int dsaGenerateParameters(void *, Cell cell, Length, void *, Length bits, Bytes seed, Length seedLength, void *,
-                          std::int32_t *counter, Buffer h) {
+int dsaGenerateParameters(void *context, Cell cell, Length bytes, void *generator, Length bits, Bytes seed,
+                          Length seedLength, void *null, std::int32_t *counter, Buffer h) {
   const BIGNUMPtr hNumber(BN_new());
   BN_set_word(hNumber.get(), kH);
   BN_bn2binpad(hNumber.get(), h, narrow((bits + 7) / 8));
   *counter = kCounter;
-  DSA *dsa = newKey<DSA, DSA_new_method>(cell);
+  DSA *dsa = newKey<DSA, DSA_new_method>(context, cell, bytes, generator);
+  EXPECT_EQ(null, nullptr);
   return done(DSA_generate_parameters_ex(dsa, narrow(bits), seed, narrow(seedLength), nullptr, nullptr, nullptr) == 1);
 }
 constexpr auto dsaExportKey = [](Cell cell, auto... pairs) {
@@ -254,8 +280,9 @@ constexpr auto dsaExportKey = [](Cell cell, auto... pairs) {
                        DSA_get0_priv_key(dsa)};
   return done(write(own.data(), pairs...));
 };
-int dsaSign(Cell cell, Bytes digest, Length length, Buffer der, Capacity derLength, void *, Length) {
+int dsaSign(Cell cell, Bytes digest, Length length, Buffer der, Capacity derLength, void *null, Length zero) {
   unsigned written = 0;
+  EXPECT_TRUE(*derLength == DSA_size(keyIn<DSA>(cell)) && null == nullptr && zero == 0);
   const int made = DSA_sign(0, digest, narrow(length), der, &written, keyIn<DSA>(cell));
   der[0] = fault == Fault::garbles ? 0 : der[0];
   *derLength = fault == Fault::overstates ? *derLength + 1 : static_cast<Length>(written);
@@ -267,12 +294,14 @@ int dsaVerify(Cell cell, Bytes digest, Length length, Bytes der, Length derLengt
 
 // DH.
 
-int dhCreate(void *, Cell cell, Length, void *, Bytes g, Length gLength, Bytes p, Length pLength) {
+int dhCreate(void *context, Cell cell, Length bytes, void *generator, Bytes g, Length gLength, Bytes p,
+             Length pLength) {
   BIGNUM *prime = p != nullptr ? number(p, pLength) : BN_new();
   if (p == nullptr) {
     BN_generate_prime_ex(prime, narrow(pLength) * 8, 0, nullptr, nullptr, nullptr);
   }
-  return done(DH_set0_pqg(newKey<DH, DH_new_method>(cell), prime, nullptr, number(g, gLength)) == 1);
+  return done(
+      DH_set0_pqg(newKey<DH, DH_new_method>(context, cell, bytes, generator), prime, nullptr, number(g, gLength)) == 1);
 }
 int dhGetPrime(Cell cell, Buffer out, Length length) {
   return done(BN_bn2binpad(DH_get0_p(keyIn<DH>(cell)), out, narrow(length)) == length);
@@ -296,23 +325,30 @@ constexpr auto nothing = [](auto...) { return 0; };
 
 const FipsModule table = [] {
   FipsModule module{};
-  module.GetState = entry<"GetState", [] { return 1; }>;
-  module.RngInstantiate = entry<"RngInstantiate", nothing>;
-  module.RngReseed = entry<"RngReseed", [](void *, Bytes, Length length) { return narrow(length); }>;
+  module.GetState = entry<"GetState", [] { return moduleState; }>;
+  module.RngInstantiate = entry<"RngInstantiate", rngInstantiate>;
+  module.RngReseed = entry<"RngReseed", rngReseed>;
   module.RngGenerate = entry<"RngGenerate", rngGenerate>;
   module.RngUninstantiate = entry<"RngUninstantiate", nothing>;
-  module.ShaInit = entry<"ShaInit", shaInit>;
+  module.ShaInit = entry<"ShaInit", shaInit<216>>;
   module.ShaUpdate = entry<"ShaUpdate", shaUpdate>;
   module.ShaFinal = entry<"ShaFinal", shaFinal>;
-  module.ShaFree = entry<"ShaFree", [](void *area) { return spoil(area, 216); }>;
+  module.ShaFree = entry<"ShaFree", spoil<216>>;
+  module.HmacInit = entry<"HmacInit", hmacInit>;
+  module.HmacSetKey = entry<"HmacSetKey", shaUpdate>;
+  module.HmacUpdate = entry<"HmacUpdate", shaUpdate>;
+  module.HmacFinal = entry<"HmacFinal", shaFinal>;
+  module.HmacFree = entry<"HmacFree", spoil<352>>;
   module.TdesSetKey = entry<"TdesSetKey", tdesSetKey>;
-  module.TdesFree = entry<"TdesFree", [](void *area) { return spoil(area, 128); }>;
+  module.TdesFree = entry<"TdesFree", spoil<128>>;
   module.TdesCbc = entry<"TdesCbc", tdesCbc>;
   module.AesSetEncryptKey = entry<"AesSetEncryptKey", aesSetKey<AES_set_encrypt_key>>;
   module.AesSetDecryptKey = entry<"AesSetDecryptKey", aesSetKey<AES_set_decrypt_key>>;
   module.AesEcb = entry<"AesEcb", aesEcb>;
   module.AesCbc = entry<"AesCbc", aesCbc>;
-  module.AesFree = entry<"AesFree", [](void *area) { return spoil(area, 256); }>;
+  module.AesFree = entry<"AesFree", spoil<256>>;
+  module.AesKeyWrap = entry<"AesKeyWrap", aesKeyWrap>;
+  module.AesKeyUnwrap = entry<"AesKeyUnwrap", aesKeyUnwrap>;
   module.DhCreate = entry<"DhCreate", dhCreate>;
   module.DhGetPrime = entry<"DhGetPrime", dhGetPrime>;
   module.DhGenerateKey = entry<"DhGenerateKey", dhGenerateKey>;
@@ -344,9 +380,9 @@ int liveKeys() { return live; }
 std::string calls(const std::string &kind) {
   const std::scoped_lock lock(recording);
   std::string since;
-  for (const std::string &line : recorded) {
-    if (line.starts_with(kind)) {
-      since += (since.empty() ? "" : "|") + line;
+  for (const std::string name : recorded) {
+    if (name.starts_with(kind)) {
+      since += (since.empty() ? "" : " ") + name;
     }
   }
   recorded.clear();

@@ -1,4 +1,5 @@
-// A FIPS module for the tests, built on OpenSSL's own methods. It writes down its calls and fails on demand.
+// A FIPS module for the tests, built on OpenSSL's own methods. It writes down its calls, finds fault with what is the
+// same in every call, and fails on demand.
 #pragma once
 
 #include "fipsbridge/FipsModule.h"
@@ -16,6 +17,9 @@ inline constexpr int kFailure = 7;
 inline constexpr int kCounter = 105;
 inline constexpr std::uint64_t kH = 0x1234000000C0FFEE; // of which a caller of OpenSSL gets 32 bits
 
+/// The state that it is in.
+inline int moduleState = 1;
+
 /// The entry that fails now, by its name.
 inline std::string failing;
 
@@ -26,8 +30,7 @@ inline Fault fault = Fault::none;
 /// The keys that the module holds.
 int liveKeys();
 
-/// The calls since the last time, parted by '|': each entry with its arguments, numbers as they are, pointers by
-/// what they are. Entries that do not begin with @p kind are left out.
+/// The entries called since the last time, with blanks between. Those that do not begin with @p kind are left out.
 std::string calls(const std::string &kind = "");
 
 } // namespace krTest::referenceModule

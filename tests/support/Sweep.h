@@ -12,7 +12,8 @@
 namespace krTest {
 
 /// Runs the work once, then with its first allocation failing, then with its second, and so on until a run
-/// asks for fewer. After each run recover has to leave as many blocks as it did before.
+/// asks for fewer; and all of it again with the allocations that follow failing too. After each run recover has
+/// to leave as many blocks as it did before.
 inline void sweep(
     const std::function<void()> &work, const std::function<void()> &recover = [] {}) {
   allocations::failNth(std::numeric_limits<long>::max());
@@ -21,16 +22,19 @@ inline void sweep(
   allocations::failNth(0);
   recover();
   const long before = allocations::outstanding();
-  bool more = true;
-  for (long n = 1; more && !testing::Test::HasFailure(); ++n) {
-    SCOPED_TRACE(testing::Message() << "allocation " << n);
-    allocations::failNth(n);
-    work();
-    more = allocations::failed();
-    allocations::failNth(0);
-    recover();
-    ERR_clear_error();
-    EXPECT_EQ(allocations::outstanding(), before);
+  for (const auto failing : {allocations::Failing::one, allocations::Failing::onwards}) {
+    bool more = true;
+    for (long n = 1; more && !testing::Test::HasFailure(); ++n) {
+      SCOPED_TRACE(testing::Message() << "allocation " << n
+                                      << (failing == allocations::Failing::one ? "" : " onwards"));
+      allocations::failNth(n, failing);
+      work();
+      more = allocations::failed();
+      allocations::failNth(0);
+      recover();
+      ERR_clear_error();
+      EXPECT_EQ(allocations::outstanding(), before);
+    }
   }
 }
 

@@ -1,8 +1,30 @@
 #include "support/Trace.h"
 
+#include <gtest/gtest.h>
+
 #include <sstream>
 
 namespace krTest {
+
+Trace::Trace() { testing::internal::CaptureStdout(); }
+
+Trace::~Trace() { testing::internal::GetCapturedStdout(); }
+
+Lines Trace::lines() const {
+  text_ += testing::internal::GetCapturedStdout();
+  testing::internal::CaptureStdout();
+  Lines lines;
+  std::istringstream stream(text_);
+  for (std::string line; std::getline(stream, line);) {
+    lines.push_back(line + "\n");
+  }
+  return lines;
+}
+
+void Trace::clear() {
+  lines();
+  text_.clear();
+}
 
 Lines tagged(const std::string &messages) {
   Lines lines;

@@ -33,4 +33,15 @@ std::vector<Record> readVectors(const std::string &file) {
   return records;
 }
 
+std::string readText(const std::string &file) {
+  std::ifstream in(KR_TEST_VECTORS "/" + file);
+  std::string text;
+  for (std::string line; std::getline(in, line);) {
+    if (!line.starts_with('#')) {
+      text += (text.empty() ? "" : "|") + line;
+    }
+  }
+  return text;
+}
+
 } // namespace krTest

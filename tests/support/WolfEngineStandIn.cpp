@@ -10,10 +10,13 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #define EXPORTED extern "C" KR_API
 
+using krOpenSSL::ECKeyMethodPtr;
 using krOpenSSL::ECKeyPtr;
+using krOpenSSL::RSAMethodPtr;
 using krOpenSSL::RSAPtr;
 
 EXPORTED RSA_METHOD *we_rsa_method;
@@ -137,26 +140,38 @@ int signElsewise(int /*type*/, const unsigned char * /*digest*/, int /*length*/,
   return 0;
 }
 
-template <class Sign> EVP_PKEY_METHOD *makePkeyMethod(int type, Sign *sign) {
+using PkeyMethodPtr = krOpenSSL::Handle<EVP_PKEY_METHOD, EVP_PKEY_meth_free>;
+
+template <class Sign> PkeyMethodPtr makePkeyMethod(int type, Sign *sign) {
   int (*initialise)(EVP_PKEY_CTX *) = nullptr;
-  EVP_PKEY_METHOD *method = EVP_PKEY_meth_new(type, EVP_PKEY_FLAG_AUTOARGLEN);
-  EVP_PKEY_meth_copy(method, EVP_PKEY_meth_find(type));
-  EVP_PKEY_meth_get_sign(method, &initialise, nullptr);
-  EVP_PKEY_meth_set_sign(method, initialise, sign);
+  PkeyMethodPtr method(EVP_PKEY_meth_new(type, EVP_PKEY_FLAG_AUTOARGLEN));
+  if (method) {
+    EVP_PKEY_meth_copy(method.get(), EVP_PKEY_meth_find(type));
+    EVP_PKEY_meth_get_sign(method.get(), &initialise, nullptr);
+    EVP_PKEY_meth_set_sign(method.get(), initialise, sign);
+  }
   return method;
 }
 
-void makeMethods() {
-  we_rsa_method = RSA_meth_new("wolfEngine RSA method", 0);
-  RSA_meth_set_pub_enc(we_rsa_method, rsaOperation<RSA_meth_get_pub_enc>);
-  RSA_meth_set_pub_dec(we_rsa_method, rsaOperation<RSA_meth_get_pub_dec>);
-  RSA_meth_set_priv_enc(we_rsa_method, rsaOperation<RSA_meth_get_priv_enc>);
-  RSA_meth_set_priv_dec(we_rsa_method, rsaOperation<RSA_meth_get_priv_dec>);
-  we_ec_key_method = EC_KEY_METHOD_new(EC_KEY_OpenSSL());
-  EC_KEY_METHOD_set_sign(we_ec_key_method, signElsewise, nullptr, nullptr);
+bool makeMethods() {
+  RSAMethodPtr rsa(RSA_meth_new("wolfEngine RSA method", 0));
+  ECKeyMethodPtr ec(EC_KEY_METHOD_new(EC_KEY_OpenSSL()));
+  PkeyMethodPtr rsaPkey = makePkeyMethod(EVP_PKEY_RSA, signRsa);
+  PkeyMethodPtr ecPkey = makePkeyMethod(EVP_PKEY_EC, signEc);
+  if (!rsa || !ec || !rsaPkey || !ecPkey) {
+    return false;
+  }
+  RSA_meth_set_pub_enc(rsa.get(), rsaOperation<RSA_meth_get_pub_enc>);
+  RSA_meth_set_pub_dec(rsa.get(), rsaOperation<RSA_meth_get_pub_dec>);
+  RSA_meth_set_priv_enc(rsa.get(), rsaOperation<RSA_meth_get_priv_enc>);
+  RSA_meth_set_priv_dec(rsa.get(), rsaOperation<RSA_meth_get_priv_dec>);
+  EC_KEY_METHOD_set_sign(ec.get(), signElsewise, nullptr, nullptr);
+  we_rsa_method = rsa.release();
+  we_ec_key_method = ec.release();
   standInRecord.rsaSign = reinterpret_cast<const void *>(signRsa);
-  rsaPkeyMethod = makePkeyMethod(EVP_PKEY_RSA, signRsa);
-  ecPkeyMethod = makePkeyMethod(EVP_PKEY_EC, signEc);
+  rsaPkeyMethod = rsaPkey.release();
+  ecPkeyMethod = ecPkey.release();
+  return true;
 }
 
 int drawBytes(unsigned char *out, int length) {
@@ -185,12 +200,19 @@ const ENGINE_CMD_DEFN kCommands[]{
     {0, nullptr, nullptr, 0},
 };
 
+// False without memory.
+bool recordCommand(const char *name, long number, bool withFunction) try {
+  standInRecord.commands.push_back(std::string(name) + " " + std::to_string(number) +
+                                   (withFunction ? " function" : ""));
+  return true;
+} catch (const std::bad_alloc &) {
+  return false;
+}
+
 int control(ENGINE * /*engine*/, int command, long number, void * /*pointer*/, void (*function)()) {
   const int index = command - static_cast<int>(ENGINE_CMD_BASE);
   const char *name = kCommands[index].cmd_name;
-  standInRecord.commands.push_back(std::string(name) + " " + std::to_string(number) +
-                                   (function != nullptr ? " function" : ""));
-  if (fails(name)) {
+  if (!recordCommand(name, number, function != nullptr) || fails(name)) {
     return 0;
   }
   if (index == 0) {
@@ -204,21 +226,20 @@ int control(ENGINE * /*engine*/, int command, long number, void * /*pointer*/, v
 }
 
 int bind(ENGINE *engine) {
-  if (fails("bind")) {
+  if (fails("bind") || !makeMethods()) {
     return 0;
   }
-  makeMethods();
-  const bool bare = fails("init");
-  const bool bound =
-      ENGINE_set_id(engine, fails("id") ? "another" : "wolfEngine") != 0 &&
-      ENGINE_set_name(engine, "stand-in for wolfEngine") != 0 && ENGINE_set_init_function(engine, initialise) != 0 &&
-      ENGINE_set_finish_function(engine, finish) != 0 && ENGINE_set_ctrl_function(engine, control) != 0 &&
-      ENGINE_set_cmd_defns(engine, kCommands) != 0 && (bare || ENGINE_set_RSA(engine, we_rsa_method) != 0) &&
-      (bare || ENGINE_set_EC(engine, we_ec_key_method) != 0) && (bare || ENGINE_set_RAND(engine, &kRandom) != 0) &&
-      (bare || ENGINE_set_pkey_meths(engine, pkeyMethods) != 0) &&
-      (bare || ENGINE_set_DSA(engine, DSA_OpenSSL()) != 0) && (bare || ENGINE_set_DH(engine, DH_OpenSSL()) != 0) &&
-      (bare || ENGINE_set_ciphers(engine, select<EVP_CIPHER, EVP_aes_128_cbc, NID_aes_128_cbc>) != 0) &&
-      (bare || ENGINE_set_digests(engine, select<EVP_MD, EVP_sha256, NID_sha256>) != 0);
+  bool bound = ENGINE_set_id(engine, fails("id") ? "another" : "wolfEngine") != 0 &&
+               ENGINE_set_name(engine, "stand-in for wolfEngine") != 0 &&
+               ENGINE_set_init_function(engine, initialise) != 0 && ENGINE_set_finish_function(engine, finish) != 0 &&
+               ENGINE_set_ctrl_function(engine, control) != 0 && ENGINE_set_cmd_defns(engine, kCommands) != 0;
+  if (!fails("init")) {
+    bound = bound && ENGINE_set_RSA(engine, we_rsa_method) != 0 && ENGINE_set_EC(engine, we_ec_key_method) != 0 &&
+            ENGINE_set_RAND(engine, &kRandom) != 0 && ENGINE_set_pkey_meths(engine, pkeyMethods) != 0 &&
+            ENGINE_set_DSA(engine, DSA_OpenSSL()) != 0 && ENGINE_set_DH(engine, DH_OpenSSL()) != 0 &&
+            ENGINE_set_ciphers(engine, select<EVP_CIPHER, EVP_aes_128_cbc, NID_aes_128_cbc>) != 0 &&
+            ENGINE_set_digests(engine, select<EVP_MD, EVP_sha256, NID_sha256>) != 0;
+  }
   if (fails("methods")) {
     we_ec_key_method = nullptr;
   }

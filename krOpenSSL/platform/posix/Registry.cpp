@@ -42,11 +42,14 @@ File openRegistry() noexcept {
 
 // The next line, without the blanks around it; false at the end. Of a line that is too long nothing is kept.
 bool nextLine(std::FILE *file, std::array<char, kLineBytes> &buffer, std::string_view &line) noexcept {
+  // Only a line that fills the buffer puts something else here, whatever NULs it has.
+  char &last = buffer[buffer.size() - 2];
+  last = '\n';
   if (std::fgets(buffer.data(), static_cast<int>(buffer.size()), file) == nullptr) {
     return false;
   }
   line = buffer.data();
-  if (line.size() == buffer.size() - 1 && !line.ends_with('\n')) {
+  if (last != '\n') {
     for (int next = std::fgetc(file); next != EOF && next != '\n';) {
       next = std::fgetc(file);
     }

@@ -1,5 +1,4 @@
 // The machine's settings and folders.
-#include "log/LogLimit.h"
 #include "platform/Platform.h"
 
 #include <gtest/gtest.h>
@@ -70,15 +69,6 @@ TEST(Registry, GivesTextsOfThe32BitViewOnly) {
   for (const auto &row : rows) {
     key.set(row.type, row.bytes);
     EXPECT_EQ(text(), row.text) << row.bytes;
-  }
-}
-
-TEST(Registry, SetsTheLimitOfTheLog) {
-  Key key(KEY_WOW64_32KEY);
-  for (const auto &[value, limit] :
-       {std::pair("10", 10485760U), std::pair("5000", 4292870144U), std::pair("-3", 26214400U)}) {
-    key.set(REG_SZ, std::string(value) + '\0');
-    EXPECT_EQ(readLogLimit(), limit);
   }
 }
 

@@ -1,0 +1,41 @@
+// Loading, initialising, finalising.
+#include "Module.h"
+
+#include "ReturnValue.h"
+
+#include <dlfcn.h>
+
+namespace delegated_tls::pkcs11 {
+namespace {
+
+std::string loaderReason() {
+  const char *reason = dlerror(); // NOLINT(concurrency-mt-unsafe): the C library keeps one per thread
+  return reason != nullptr ? reason : "unknown reason";
+}
+
+} // namespace
+
+void SharedLibrary::Unload::operator()(void *library) const noexcept { dlclose(library); }
+
+// RTLD_LOCAL, since modules bring an OpenSSL of their own: its symbols serve the module alone, and carry a version
+// that this program's do not have.
+SharedLibrary::SharedLibrary(const std::string &path) : library_(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) {
+  if (!library_) {
+    throw Failure("the PKCS#11 module cannot be loaded: " + loaderReason());
+  }
+  const auto getFunctions = reinterpret_cast<CK_C_GetFunctionList>(dlsym(library_.get(), "C_GetFunctionList"));
+  if (getFunctions == nullptr) {
+    throw Failure("'" + path + "' is no PKCS#11 module: it has no C_GetFunctionList");
+  }
+  require(getFunctions(&functions_), "the PKCS#11 module gives no functions");
+}
+
+Module::Module(const SharedLibrary &library) : functions_(library.functions()) {
+  CK_C_INITIALIZE_ARGS arguments{};
+  arguments.flags = CKF_OS_LOCKING_OK;
+  require(functions_->C_Initialize(&arguments), "the PKCS#11 module cannot be initialised");
+}
+
+Module::~Module() { functions_->C_Finalize(nullptr); }
+
+} // namespace delegated_tls::pkcs11

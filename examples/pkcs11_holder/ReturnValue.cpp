@@ -1,0 +1,85 @@
+// The names of return values.
+#include "ReturnValue.h"
+
+#include <algorithm>
+#include <array>
+#include <sstream>
+
+namespace delegated_tls::pkcs11 {
+namespace {
+
+struct Name {
+  CK_RV value;
+  const char *text;
+};
+// Those that signing, decrypting, finding a key and logging in meet.
+constexpr std::array kNames{
+    Name{CKR_HOST_MEMORY, "CKR_HOST_MEMORY"},
+    Name{CKR_SLOT_ID_INVALID, "CKR_SLOT_ID_INVALID"},
+    Name{CKR_GENERAL_ERROR, "CKR_GENERAL_ERROR"},
+    Name{CKR_FUNCTION_FAILED, "CKR_FUNCTION_FAILED"},
+    Name{CKR_ARGUMENTS_BAD, "CKR_ARGUMENTS_BAD"},
+    Name{CKR_NEED_TO_CREATE_THREADS, "CKR_NEED_TO_CREATE_THREADS"},
+    Name{CKR_CANT_LOCK, "CKR_CANT_LOCK"},
+    Name{CKR_ATTRIBUTE_SENSITIVE, "CKR_ATTRIBUTE_SENSITIVE"},
+    Name{CKR_ATTRIBUTE_TYPE_INVALID, "CKR_ATTRIBUTE_TYPE_INVALID"},
+    Name{CKR_ATTRIBUTE_VALUE_INVALID, "CKR_ATTRIBUTE_VALUE_INVALID"},
+    Name{CKR_DATA_INVALID, "CKR_DATA_INVALID"},
+    Name{CKR_DATA_LEN_RANGE, "CKR_DATA_LEN_RANGE"},
+    Name{CKR_DEVICE_ERROR, "CKR_DEVICE_ERROR"},
+    Name{CKR_DEVICE_MEMORY, "CKR_DEVICE_MEMORY"},
+    Name{CKR_DEVICE_REMOVED, "CKR_DEVICE_REMOVED"},
+    Name{CKR_ENCRYPTED_DATA_INVALID, "CKR_ENCRYPTED_DATA_INVALID"},
+    Name{CKR_ENCRYPTED_DATA_LEN_RANGE, "CKR_ENCRYPTED_DATA_LEN_RANGE"},
+    Name{CKR_FUNCTION_CANCELED, "CKR_FUNCTION_CANCELED"},
+    Name{CKR_FUNCTION_NOT_SUPPORTED, "CKR_FUNCTION_NOT_SUPPORTED"},
+    Name{CKR_KEY_HANDLE_INVALID, "CKR_KEY_HANDLE_INVALID"},
+    Name{CKR_KEY_SIZE_RANGE, "CKR_KEY_SIZE_RANGE"},
+    Name{CKR_KEY_TYPE_INCONSISTENT, "CKR_KEY_TYPE_INCONSISTENT"},
+    Name{CKR_KEY_FUNCTION_NOT_PERMITTED, "CKR_KEY_FUNCTION_NOT_PERMITTED"},
+    Name{CKR_MECHANISM_INVALID, "CKR_MECHANISM_INVALID"},
+    Name{CKR_MECHANISM_PARAM_INVALID, "CKR_MECHANISM_PARAM_INVALID"},
+    Name{CKR_OBJECT_HANDLE_INVALID, "CKR_OBJECT_HANDLE_INVALID"},
+    Name{CKR_OPERATION_ACTIVE, "CKR_OPERATION_ACTIVE"},
+    Name{CKR_OPERATION_NOT_INITIALIZED, "CKR_OPERATION_NOT_INITIALIZED"},
+    Name{CKR_PIN_INCORRECT, "CKR_PIN_INCORRECT"},
+    Name{CKR_PIN_INVALID, "CKR_PIN_INVALID"},
+    Name{CKR_PIN_LEN_RANGE, "CKR_PIN_LEN_RANGE"},
+    Name{CKR_PIN_EXPIRED, "CKR_PIN_EXPIRED"},
+    Name{CKR_PIN_LOCKED, "CKR_PIN_LOCKED"},
+    Name{CKR_SESSION_CLOSED, "CKR_SESSION_CLOSED"},
+    Name{CKR_SESSION_COUNT, "CKR_SESSION_COUNT"},
+    Name{CKR_SESSION_HANDLE_INVALID, "CKR_SESSION_HANDLE_INVALID"},
+    Name{CKR_TOKEN_NOT_PRESENT, "CKR_TOKEN_NOT_PRESENT"},
+    Name{CKR_TOKEN_NOT_RECOGNIZED, "CKR_TOKEN_NOT_RECOGNIZED"},
+    Name{CKR_USER_NOT_LOGGED_IN, "CKR_USER_NOT_LOGGED_IN"},
+    Name{CKR_USER_PIN_NOT_INITIALIZED, "CKR_USER_PIN_NOT_INITIALIZED"},
+    Name{CKR_USER_ANOTHER_ALREADY_LOGGED_IN, "CKR_USER_ANOTHER_ALREADY_LOGGED_IN"},
+    Name{CKR_USER_TOO_MANY_TYPES, "CKR_USER_TOO_MANY_TYPES"},
+    Name{CKR_BUFFER_TOO_SMALL, "CKR_BUFFER_TOO_SMALL"},
+    Name{CKR_CRYPTOKI_NOT_INITIALIZED, "CKR_CRYPTOKI_NOT_INITIALIZED"},
+    Name{CKR_CRYPTOKI_ALREADY_INITIALIZED, "CKR_CRYPTOKI_ALREADY_INITIALIZED"},
+};
+
+} // namespace
+
+TokenFailure::TokenFailure(const std::string &what, CK_RV returned)
+    : Failure(what + ": " + nameOf(returned)), value(returned) {}
+
+void require(CK_RV returned, const char *what) {
+  if (returned != CKR_OK) {
+    throw TokenFailure(what, returned);
+  }
+}
+
+std::string nameOf(CK_RV value) {
+  const auto *const known = std::ranges::find(kNames, value, &Name::value);
+  if (known != kNames.end()) {
+    return known->text;
+  }
+  std::ostringstream text;
+  text << "return value 0x" << std::hex << value;
+  return text.str();
+}
+
+} // namespace delegated_tls::pkcs11
