@@ -1,153 +1,197 @@
-// The crypto classes against the raw OpenSSL calls they stand for.
+// The crypto classes against the raw OpenSSL calls they stand for, over sizes.
 #include "Bench.h"
+
+#include <krOpenSSL/krHandles.h>
 
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
 
-#include <array>
-#include <vector>
+#include <memory>
 
 namespace {
 
+using namespace krOpenSSL;
+using bench::input;
+using bench::output;
+using CipherCtxPtr = Handle<EVP_CIPHER_CTX, EVP_CIPHER_CTX_free>;
+using HMACCtxPtr = Handle<HMAC_CTX, HMAC_CTX_free>;
+
+constexpr std::array<std::size_t, 6> kSizes{16, 64, 256, 1024, 4096, 16384};
 constexpr std::array<unsigned char, 32> kKey{1, 2, 3};
+constexpr int kKeyBytes = static_cast<int>(kKey.size());
+constexpr int kRc4KeyBytes = 16;
+constexpr std::size_t kWrapOverhead = 8;
 
-std::vector<unsigned char> buffer(const benchmark::State &state) {
-  return std::vector<unsigned char>(static_cast<std::size_t>(state.range(0)) + 8, 0x5a);
+std::string named(const char *topic, const char *subject, const char *contestant) {
+  return std::string(topic) + "/" + subject + "/" + contestant;
 }
 
-void digestRaw(benchmark::State &state) {
-  const auto data = buffer(state);
-  std::array<unsigned char, 32> out{};
-  for ([[maybe_unused]] auto _ : state) {
-    EVP_MD_CTX *context = EVP_MD_CTX_new();
-    EVP_MD_CTX_set_flags(context, EVP_MD_CTX_FLAG_NON_FIPS_ALLOW);
-    EVP_DigestInit_ex(context, EVP_sha256(), nullptr);
-    EVP_DigestUpdate(context, data.data(), static_cast<std::size_t>(state.range(0)));
-    EVP_DigestFinal_ex(context, out.data(), nullptr);
-    EVP_MD_CTX_free(context);
-    benchmark::DoNotOptimize(out);
-  }
+template <class Hash> void addDigest(const char *name) {
+  bench::addSizes(named("digest", name, "raw"), kSizes, [](std::size_t size) {
+    return [size] { return EVP_Digest(input.data(), size, output.data(), nullptr, Hash::GetEVP_MD(), nullptr) == 1; };
+  });
+  bench::addSizes(named("digest", name, "class"), kSizes, [](std::size_t size) {
+    return [size, hash = Hash()]() mutable {
+      hash(output.data(), input.data(), size);
+      return true;
+    };
+  });
 }
 
-void digestClass(benchmark::State &state) {
-  const auto data = buffer(state);
-  std::array<unsigned char, 32> out{};
-  kroSHA256 hash;
-  for ([[maybe_unused]] auto _ : state) {
-    hash(out.data(), data.data(), static_cast<std::uint64_t>(state.range(0)));
-    benchmark::DoNotOptimize(out);
-  }
+// The next message under the key that is set.
+template <class Hash> void addHmac(const char *name) {
+  bench::addSizes(named("hmac", name, "raw"), kSizes, [](std::size_t size) {
+    HMACCtxPtr context(HMAC_CTX_new());
+    HMAC_Init_ex(context.get(), kKey.data(), kKeyBytes, Hash::GetEVP_MD(), nullptr);
+    return [size, context = std::move(context)] {
+      return HMAC_Init_ex(context.get(), nullptr, 0, Hash::GetEVP_MD(), nullptr) == 1 &&
+             HMAC_Update(context.get(), input.data(), size) == 1 &&
+             HMAC_Final(context.get(), output.data(), nullptr) == 1;
+    };
+  });
+  bench::addSizes(named("hmac", name, "class"), kSizes, [](std::size_t size) {
+    auto hmac = std::make_unique<kroHMAC<Hash>>();
+    hmac->SetKey(kKey.data(), kKey.size());
+    return [size, hmac = std::move(hmac)] {
+      hmac->Init();
+      hmac->Update(input.data(), size);
+      hmac->Final(output.data());
+      return true;
+    };
+  });
 }
 
-void hmacRaw(benchmark::State &state) {
-  const auto data = buffer(state);
-  std::array<unsigned char, 32> out{};
-  HMAC_CTX *context = HMAC_CTX_new();
-  HMAC_Init_ex(context, kKey.data(), kKey.size(), EVP_sha256(), nullptr);
-  for ([[maybe_unused]] auto _ : state) {
-    HMAC_Init_ex(context, nullptr, 0, EVP_sha256(), nullptr);
-    HMAC_Update(context, data.data(), static_cast<std::size_t>(state.range(0)));
-    HMAC_Final(context, out.data(), nullptr);
-    benchmark::DoNotOptimize(out);
-  }
-  HMAC_CTX_free(context);
+// A new object for each message, whose accessors write four trace lines.
+void addHmacObject() {
+  bench::addSizes("hmac/new kroHMAC<kroSHA256>/raw", kSizes, [](std::size_t size) {
+    return [size] {
+      return HMAC(EVP_sha256(), kKey.data(), kKeyBytes, input.data(), size, output.data(), nullptr) != nullptr;
+    };
+  });
+  bench::addSizes("hmac/new kroHMAC<kroSHA256>/class", kSizes, [](std::size_t size) {
+    return [size] {
+      kroHMAC<kroSHA256> hmac;
+      hmac(kKey.data(), kKey.size(), input.data(), size, output.data());
+      return true;
+    };
+  });
 }
 
-void hmacClass(benchmark::State &state) {
-  const auto data = buffer(state);
-  std::array<unsigned char, 32> out{};
-  kroHMAC<kroSHA256> hmac;
-  hmac.SetKey(kKey.data(), kKey.size());
-  for ([[maybe_unused]] auto _ : state) {
-    hmac.Init();
-    hmac.Update(data.data(), static_cast<std::uint64_t>(state.range(0)));
-    hmac.Final(out.data());
-    benchmark::DoNotOptimize(out);
-  }
+using Transform = void (*)(unsigned char *, const unsigned char *, const unsigned char *, const unsigned char *,
+                           std::uint64_t);
+
+void addCbc(const char *name, const EVP_CIPHER *cipher, int encrypt, Transform transform) {
+  bench::addSizes(named("cipher", name, "raw"), kSizes, [=](std::size_t size) {
+    return [=] {
+      const CipherCtxPtr context(EVP_CIPHER_CTX_new());
+      int written = 0;
+      return EVP_CipherInit_ex(context.get(), cipher, nullptr, kKey.data(), kKey.data(), encrypt) == 1 &&
+             EVP_CIPHER_CTX_set_padding(context.get(), 0) == 1 &&
+             EVP_CipherUpdate(context.get(), output.data(), &written, input.data(), static_cast<int>(size)) == 1;
+    };
+  });
+  bench::addSizes(named("cipher", name, "class"), kSizes, [=](std::size_t size) {
+    return [=] {
+      transform(output.data(), kKey.data(), kKey.data(), input.data(), size);
+      return true;
+    };
+  });
 }
 
-// A new object, whose two accessors write four trace lines.
-void hmacObject(benchmark::State &state) {
-  const auto data = buffer(state);
-  std::array<unsigned char, 32> out{};
-  for ([[maybe_unused]] auto _ : state) {
-    kroHMAC<kroSHA256> hmac;
-    hmac(kKey.data(), kKey.size(), data.data(), static_cast<std::uint64_t>(state.range(0)), out.data());
-    benchmark::DoNotOptimize(out);
-  }
+void addRc4() {
+  bench::addSizes("cipher/kroRC4/raw", kSizes, [](std::size_t size) {
+    CipherCtxPtr context(EVP_CIPHER_CTX_new());
+    EVP_CipherInit_ex(context.get(), EVP_rc4(), nullptr, kKey.data(), nullptr, 1);
+    return [size, context = std::move(context)] {
+      int written = 0;
+      return EVP_CipherUpdate(context.get(), output.data(), &written, input.data(), static_cast<int>(size)) == 1;
+    };
+  });
+  bench::addSizes("cipher/kroRC4/class", kSizes, [](std::size_t size) {
+    return [size, stream = std::make_unique<kroRC4>(kKey.data(), kRc4KeyBytes)] {
+      stream->Transform(output.data(), input.data(), size);
+      return true;
+    };
+  });
 }
 
-void hmacObjectRaw(benchmark::State &state) {
-  const auto data = buffer(state);
-  std::array<unsigned char, 32> out{};
-  for ([[maybe_unused]] auto _ : state) {
-    HMAC_CTX *context = HMAC_CTX_new();
-    HMAC_Init_ex(context, kKey.data(), kKey.size(), EVP_sha256(), nullptr);
-    HMAC_Update(context, data.data(), static_cast<std::size_t>(state.range(0)));
-    HMAC_Final(context, out.data(), nullptr);
-    HMAC_CTX_free(context);
-    benchmark::DoNotOptimize(out);
-  }
+CipherCtxPtr wrapContext(int encrypt) {
+  CipherCtxPtr context(EVP_CIPHER_CTX_new());
+  EVP_CIPHER_CTX_set_flags(context.get(), EVP_CIPHER_CTX_FLAG_WRAP_ALLOW);
+  EVP_CipherInit_ex(context.get(), EVP_aes_256_wrap(), nullptr, kKey.data(), nullptr, encrypt);
+  return context;
 }
 
-void aesCbcRaw(benchmark::State &state) {
-  auto data = buffer(state);
-  int written = 0;
-  for ([[maybe_unused]] auto _ : state) {
-    EVP_CIPHER_CTX *context = EVP_CIPHER_CTX_new();
-    EVP_CipherInit_ex(context, EVP_aes_256_cbc(), nullptr, kKey.data(), kKey.data(), 1);
-    EVP_CIPHER_CTX_set_padding(context, 0);
-    EVP_CipherUpdate(context, data.data(), &written, data.data(), static_cast<int>(state.range(0)));
-    EVP_CIPHER_CTX_free(context);
-    benchmark::DoNotOptimize(data.data());
-  }
+std::unique_ptr<kroAESWrap> wrapper() {
+  auto wrap = std::make_unique<kroAESWrap>();
+  wrap->SetEncryptKey(kKey.data(), kKey.size());
+  return wrap;
 }
 
-void aesCbcClass(benchmark::State &state) {
-  auto data = buffer(state);
-  for ([[maybe_unused]] auto _ : state) {
-    kroAESCipher<256>::Encrypt(data.data(), kKey.data(), kKey.data(), data.data(),
-                               static_cast<std::uint64_t>(state.range(0)));
-    benchmark::DoNotOptimize(data.data());
-  }
+void addWrap() {
+  bench::addSizes("wrap/kroAESWrap::Encrypt/raw", kSizes, [](std::size_t size) {
+    return [size, context = wrapContext(1)] {
+      int written = 0;
+      return EVP_CipherUpdate(context.get(), output.data(), &written, input.data(), static_cast<int>(size)) == 1;
+    };
+  });
+  bench::addSizes("wrap/kroAESWrap::Encrypt/class", kSizes, [](std::size_t size) {
+    return [size, wrap = wrapper()] { return wrap->Encrypt(output.data(), input.data(), size, nullptr); };
+  });
 }
 
-void wrapRaw(benchmark::State &state) {
-  const auto in = buffer(state);
-  auto out = buffer(state);
-  EVP_CIPHER_CTX *context = EVP_CIPHER_CTX_new();
-  EVP_CIPHER_CTX_set_flags(context, EVP_CIPHER_CTX_FLAG_WRAP_ALLOW);
-  EVP_CipherInit_ex(context, EVP_aes_256_wrap(), nullptr, kKey.data(), nullptr, 1);
-  int written = 0;
-  for ([[maybe_unused]] auto _ : state) {
-    EVP_CipherUpdate(context, out.data(), &written, in.data(), static_cast<int>(state.range(0)));
-    benchmark::DoNotOptimize(out.data());
-  }
-  EVP_CIPHER_CTX_free(context);
+// The sizes are those of the key data that come out.
+void addUnwrap() {
+  const auto wrapped = [](std::size_t size) {
+    auto bytes = std::make_unique<std::array<unsigned char, kSizes.back() + kWrapOverhead>>();
+    wrapper()->Encrypt(bytes->data(), input.data(), size, nullptr);
+    return bytes;
+  };
+  bench::addSizes("wrap/kroAESWrap::Decrypt/raw", kSizes, [wrapped](std::size_t size) {
+    return [size, in = wrapped(size), context = wrapContext(0)] {
+      int written = 0;
+      return EVP_CipherUpdate(context.get(), output.data(), &written, in->data(),
+                              static_cast<int>(size + kWrapOverhead)) == 1;
+    };
+  });
+  bench::addSizes("wrap/kroAESWrap::Decrypt/class", kSizes, [wrapped](std::size_t size) {
+    auto unwrap = std::make_unique<kroAESWrap>();
+    unwrap->SetDecryptKey(kKey.data(), kKey.size());
+    return [size, in = wrapped(size), unwrap = std::move(unwrap)] {
+      return unwrap->Decrypt(output.data(), size, in->data(), nullptr);
+    };
+  });
 }
 
-void wrapClass(benchmark::State &state) {
-  const auto in = buffer(state);
-  auto out = buffer(state);
-  kroAESWrap wrap;
-  wrap.SetEncryptKey(kKey.data(), kKey.size());
-  for ([[maybe_unused]] auto _ : state) {
-    wrap.Encrypt(out.data(), in.data(), static_cast<std::uint64_t>(state.range(0)), nullptr);
-    benchmark::DoNotOptimize(out.data());
-  }
+void registerAll() {
+  addDigest<kroMD4>("kroMD4");
+  addDigest<kroMD5>("kroMD5");
+  addDigest<kroSHA1>("kroSHA1");
+  addDigest<kroSHA224>("kroSHA224");
+  addDigest<kroSHA256>("kroSHA256");
+  addDigest<kroSHA384>("kroSHA384");
+  addDigest<kroSHA512>("kroSHA512");
+  addHmac<kroMD4>("kroHMAC<kroMD4>");
+  addHmac<kroMD5>("kroHMAC<kroMD5>");
+  addHmac<kroSHA1>("kroHMAC<kroSHA1>");
+  addHmac<kroSHA224>("kroHMAC<kroSHA224>");
+  addHmac<kroSHA256>("kroHMAC<kroSHA256>");
+  addHmac<kroSHA384>("kroHMAC<kroSHA384>");
+  addHmac<kroSHA512>("kroHMAC<kroSHA512>");
+  addHmacObject();
+  addCbc("kroAESCipher<128>::Encrypt", EVP_aes_128_cbc(), 1, kroAESCipher<128>::Encrypt);
+  addCbc("kroAESCipher<128>::Decrypt", EVP_aes_128_cbc(), 0, kroAESCipher<128>::Decrypt);
+  addCbc("kroAESCipher<192>::Encrypt", EVP_aes_192_cbc(), 1, kroAESCipher<192>::Encrypt);
+  addCbc("kroAESCipher<192>::Decrypt", EVP_aes_192_cbc(), 0, kroAESCipher<192>::Decrypt);
+  addCbc("kroAESCipher<256>::Encrypt", EVP_aes_256_cbc(), 1, kroAESCipher<256>::Encrypt);
+  addCbc("kroAESCipher<256>::Decrypt", EVP_aes_256_cbc(), 0, kroAESCipher<256>::Decrypt);
+  addCbc("kroDES3CBCCipher::Encrypt", EVP_des_ede3_cbc(), 1, kroDES3CBCCipher::Encrypt);
+  addCbc("kroDES3CBCCipher::Decrypt", EVP_des_ede3_cbc(), 0, kroDES3CBCCipher::Decrypt);
+  addRc4();
+  addWrap();
+  addUnwrap();
 }
-
-BENCHMARK(digestRaw)->Arg(16)->Arg(16384);
-BENCHMARK(digestClass)->Arg(16)->Arg(16384);
-BENCHMARK(hmacRaw)->Arg(16)->Arg(16384);
-BENCHMARK(hmacClass)->Arg(16)->Arg(16384);
-BENCHMARK(hmacObjectRaw)->Arg(16);
-BENCHMARK(hmacObject)->Arg(16);
-BENCHMARK(aesCbcRaw)->Arg(16)->Arg(16384);
-BENCHMARK(aesCbcClass)->Arg(16)->Arg(16384);
-BENCHMARK(wrapRaw)->Arg(32)->Arg(4096);
-BENCHMARK(wrapClass)->Arg(32)->Arg(4096);
 
 } // namespace
 
-int main(int argc, char **argv) { return runBenchmarks(argc, argv); }
+int main(int argc, char **argv) { return bench::run(argc, argv, registerAll); }

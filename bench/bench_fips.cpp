@@ -1,29 +1,30 @@
-// A switch into FIPS mode and back, with the wolfEngine that is in place, beside the load and unload of "qvlib".
+// A switch into FIPS mode and back, with the wolfEngine that is in place, against the load and unload of "qvlib".
 #include "Bench.h"
 
 namespace {
 
-void ordinaryReload(benchmark::State &state) {
-  for ([[maybe_unused]] auto round : state) {
+auto reload() {
+  return [] {
     krOpenSSLEngineUnload();
     krOpenSSLEngineLoad();
-  }
+    return true;
+  };
 }
 
-void switchOnAndOff(benchmark::State &state) {
+auto switchOnAndOff() {
   krFipsUseOpenSSLFIPS(1);
-  for ([[maybe_unused]] auto round : state) {
-    if (krFipsModeOn() != krOpenSSL::kFipsOk) {
-      state.SkipWithError("wolfEngine is not in its place");
-      break;
-    }
+  return [] {
+    const bool on = krFipsModeOn() == krOpenSSL::kFipsOk;
     krFipsModeOff();
-  }
+    return on;
+  };
 }
 
-BENCHMARK(ordinaryReload)->Unit(benchmark::kMicrosecond);
-BENCHMARK(switchOnAndOff)->Unit(benchmark::kMicrosecond);
+void registerAll() {
+  bench::add("rest/FIPS mode on and off/baseline", reload);
+  bench::add("rest/FIPS mode on and off/library", switchOnAndOff);
+}
 
 } // namespace
 
-int main(int argc, char **argv) { return runBenchmarks(argc, argv); }
+int main(int argc, char **argv) { return bench::run(argc, argv, registerAll); }

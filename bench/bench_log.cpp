@@ -1,12 +1,14 @@
-// A log line against what any line costs that is in the file when the call returns: opening the file,
-// appending, and closing it.
+// A line of the log against what any line costs that is in the file when the call returns, and a line of the
+// trace against printf.
 #include "Bench.h"
 
+#include "accessors/krTraceLog.h"
 #include "log/krCustomLogger.h"
 
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -14,26 +16,42 @@
 namespace {
 
 const char *const kMessage = "wolfEngine: a message of the usual length, some sixty characters";
-std::filesystem::path folder;
 
-void bareAppend(benchmark::State &state) {
-  const std::filesystem::path file = folder / "bare.log";
-  const std::string line = std::string(75, 'p') + kMessage + "\n";
-  for ([[maybe_unused]] auto _ : state) {
-    const int opened = ::open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-    benchmark::DoNotOptimize(::write(opened, line.data(), line.size()));
-    (void)::close(opened);
-  }
+auto bareAppend(const std::filesystem::path &file) {
+  return [file] {
+    return [file, line = std::string(75, 'p') + kMessage + "\n"] {
+      const int opened = ::open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+      const bool written = ::write(opened, line.data(), line.size()) == static_cast<ssize_t>(line.size());
+      return ::close(opened) == 0 && written;
+    };
+  };
 }
 
-void logLine(benchmark::State &state) {
-  for ([[maybe_unused]] auto _ : state) {
+// The log drops what it cannot write, and says nothing: so the file is looked for.
+auto logLine(const std::filesystem::path &file) {
+  return [file] {
     krLogLine(1, 0, kMessage);
-  }
+    return [lands = std::filesystem::exists(file)] {
+      krLogLine(1, 0, kMessage);
+      return lands;
+    };
+  };
 }
 
-BENCHMARK(bareAppend);
-BENCHMARK(logLine);
+auto print() {
+  return [] { return std::printf("%s Start - %s\n", krOpenSSL::kTraceTag, "krSSL_get_SSL_CTX") > 0; };
+}
+
+auto traceLine() {
+  return [] { return krTraceLog(krOpenSSL::kTraceTag, "Start - %s", "krSSL_get_SSL_CTX") > 0; };
+}
+
+auto traceStep() {
+  return [] {
+    krTraceStep("Start", "krSSL_get_SSL_CTX");
+    return true;
+  };
+}
 
 } // namespace
 
@@ -43,9 +61,16 @@ int main(int argc, char **argv) {
   if (::mkdtemp(name.data()) == nullptr || ::setenv("KR_PROGRAM_DATA", name.c_str(), 1) != 0) {
     return 1;
   }
-  folder = std::filesystem::path(name) / "Corvane/Logging";
+  const std::filesystem::path folder = std::filesystem::path(name) / "Corvane/Logging";
   std::filesystem::create_directories(folder);
-  const int result = runBenchmarks(argc, argv);
+  const int result = bench::run(argc, argv, [&folder] {
+    bench::add("rest/log line/baseline", bareAppend(folder / "bare.log"));
+    bench::add("rest/log line/library", logLine(folder / "krOpenSSL.log"));
+    bench::add("rest/trace line/baseline", print);
+    bench::add("rest/trace line/library", traceLine);
+    bench::add("rest/trace line around an accessor/baseline", print);
+    bench::add("rest/trace line around an accessor/library", traceStep);
+  });
   std::filesystem::remove_all(name);
   return result;
 }

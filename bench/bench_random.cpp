@@ -5,52 +5,38 @@
 #include <openssl/rand.h>
 #include <openssl/sha.h>
 
-#include <array>
-#include <vector>
-
 namespace {
 
+using bench::input;
+using bench::output;
+
 constexpr std::size_t kBlockBytes = 20;
+constexpr std::array<std::size_t, 11> kSizes{16, 32, 64, 128, 256, 512, 1024, 4096, 16384, 65536, bench::kLargest};
 
-void setBytes(benchmark::State &state) {
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * state.range(0));
-}
-
-void compressionBound(benchmark::State &state) {
-  std::array<unsigned char, SHA_CBLOCK> block{};
-  SHA_CTX context;
-  for ([[maybe_unused]] auto _ : state) {
-    for (std::size_t done = 0; done < static_cast<std::size_t>(state.range(0)); done += kBlockBytes) {
-      SHA1_Init(&context);
-      SHA1_Update(&context, block.data(), block.size());
-      benchmark::DoNotOptimize(context);
+// As many compressions as a generator owes that keeps the rest of its last block for the next request.
+auto compressions(std::size_t size) {
+  return [size, owed = std::size_t{0}, state = SHA_CTX{}]() mutable {
+    for (owed += size; owed >= kBlockBytes; owed -= kBlockBytes) {
+      SHA1_Init(&state);
+      SHA1_Update(&state, input.data(), SHA_CBLOCK);
+      benchmark::DoNotOptimize(state);
     }
-  }
-  setBytes(state);
+    return true;
+  };
 }
 
-void drawFrom(benchmark::State &state, const RAND_METHOD *method) {
-  std::vector<unsigned char> buffer(static_cast<std::size_t>(state.range(0)));
-  for ([[maybe_unused]] auto _ : state) {
-    method->bytes(buffer.data(), static_cast<int>(buffer.size()));
-    benchmark::DoNotOptimize(buffer.data());
-  }
-  setBytes(state);
+auto drawingFrom(const RAND_METHOD *method) {
+  return [method](std::size_t size) {
+    return [method, size] { return method->bytes(output.data(), static_cast<int>(size)) == 1; };
+  };
 }
 
-void libraryGenerator(benchmark::State &state) { drawFrom(state, RAND_get_rand_method()); }
-void opensslGenerator(benchmark::State &state) { drawFrom(state, RAND_OpenSSL()); }
-
-void sizes(benchmark::internal::Benchmark *bench) {
-  for (const int size : {16, 32, 64, 256, 1024, 1 << 20}) {
-    bench->Arg(size);
-  }
+void registerAll() {
+  bench::addSizes("generator/random bytes/SHA-1 bound", kSizes, compressions);
+  bench::addSizes("generator/random bytes/library", kSizes, drawingFrom(RAND_get_rand_method()));
+  bench::addSizes("generator/random bytes/OpenSSL", kSizes, drawingFrom(RAND_OpenSSL()));
 }
-
-BENCHMARK(compressionBound)->Apply(sizes);
-BENCHMARK(libraryGenerator)->Apply(sizes);
-BENCHMARK(opensslGenerator)->Apply(sizes);
 
 } // namespace
 
-int main(int argc, char **argv) { return runBenchmarks(argc, argv); }
+int main(int argc, char **argv) { return bench::run(argc, argv, registerAll); }

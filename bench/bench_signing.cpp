@@ -1,56 +1,83 @@
-// Signatures with software keys: through the engine, which finds neither provider nor callback, against
-// OpenSSL's own methods.
+// Signatures: OpenSSL's own methods against a software key bound to the engine, which finds neither provider nor
+// callback, and against keys that are delegated in the process.
 #include "Bench.h"
+#include "Keys.h"
 
-#include <krOpenSSL/krHandles.h>
+#include <openssl/rsa.h>
 
-#include <openssl/objects.h>
-
-#include <array>
-#include <vector>
+#include <memory>
+#include <utility>
 
 namespace {
 
 using namespace krOpenSSL;
+using bench::Kind;
 
-constexpr std::array<unsigned char, 32> kDigest{1, 2, 3};
+struct Scheme {
+  const char *name;
+  Kind kind;
+  int padding; // of RSA
+};
 
-// Made after set-up, a key is bound to the engine; ownMethod takes it back to OpenSSL's.
-void signRsa(benchmark::State &state, bool ownMethod) {
-  const RSAPtr key(RSA_new());
-  const BIGNUMPtr exponent(BN_new());
-  BN_set_word(exponent.get(), RSA_F4);
-  RSA_generate_key_ex(key.get(), 2048, exponent.get(), nullptr);
-  if (ownMethod) {
-    RSA_set_method(key.get(), RSA_PKCS1_OpenSSL());
+constexpr std::size_t kDigestBytes = 32;
+
+auto signing(EVPPKeyPtr key, const Scheme &scheme) {
+  EVPPKeyCtxPtr context(EVP_PKEY_CTX_new(key.get(), nullptr));
+  EVP_PKEY_sign_init(context.get());
+  EVP_PKEY_CTX_set_signature_md(context.get(), EVP_sha256());
+  if (scheme.kind == Kind::rsa) {
+    EVP_PKEY_CTX_set_rsa_padding(context.get(), scheme.padding);
   }
-  std::vector<unsigned char> signature(static_cast<std::size_t>(RSA_size(key.get())));
-  unsigned length = 0;
-  for ([[maybe_unused]] auto _ : state) {
-    benchmark::DoNotOptimize(
-        RSA_sign(NID_sha256, kDigest.data(), kDigest.size(), signature.data(), &length, key.get()));
-  }
+  return [context = std::move(context)] {
+    std::size_t length = bench::output.size();
+    return EVP_PKEY_sign(context.get(), bench::output.data(), &length, bench::input.data(), kDigestBytes) == 1;
+  };
 }
 
-void signEcdsa(benchmark::State &state, bool ownMethod) {
-  const ECKeyPtr key(EC_KEY_new_by_curve_name(NID_X9_62_prime256v1));
-  EC_KEY_generate_key(key.get());
-  if (ownMethod) {
-    EC_KEY_set_method(key.get(), EC_KEY_OpenSSL());
-  }
-  std::vector<unsigned char> signature(static_cast<std::size_t>(ECDSA_size(key.get())));
-  unsigned length = 0;
-  for ([[maybe_unused]] auto _ : state) {
-    benchmark::DoNotOptimize(
-        ECDSA_sign(0, kDigest.data(), static_cast<int>(kDigest.size()), signature.data(), &length, key.get()));
-  }
+auto byOpenSSL(const Scheme &scheme) {
+  EVP_PKEY *key = bench::ownKey(scheme.kind);
+  EVP_PKEY_up_ref(key);
+  return signing(EVPPKeyPtr(key), scheme);
 }
 
-BENCHMARK_CAPTURE(signRsa, openssl, true);
-BENCHMARK_CAPTURE(signRsa, engine, false);
-BENCHMARK_CAPTURE(signEcdsa, openssl, true);
-BENCHMARK_CAPTURE(signEcdsa, engine, false);
+auto bySoftwareKey(const Scheme &scheme) { return signing(bench::generate(scheme.kind), scheme); }
+
+auto byProvider(const Scheme &scheme) {
+  const SSLCtxPtr context(SSL_CTX_new(TLS_server_method()));
+  SSL_CTX_set_ex_data(context.get(), kropenssl_get_ssl_ctx_idx(), &bench::ownKeyProvider);
+  SSLPtr connection(SSL_new(context.get()));
+  auto sign = signing(bench::connectionHalf(scheme.kind, connection.get()), scheme);
+  return [connection = std::move(connection), sign = std::move(sign)] { return sign(); };
+}
+
+auto byCallback(const Scheme &scheme) {
+  auto callbacks = std::make_unique<bench::Callbacks>();
+  auto sign = signing(bench::publicHalf(scheme.kind), scheme);
+  return [callbacks = std::move(callbacks), sign = std::move(sign)] { return sign(); };
+}
+
+void addScheme(const Scheme &scheme) {
+  const auto add = [&scheme](const char *contestant, auto make) {
+    bench::add("signature/" + std::string(scheme.name) + "/" + contestant, [make, scheme] { return make(scheme); });
+  };
+  add("OpenSSL's own", byOpenSSL);
+  add("software key", bySoftwareKey);
+  // What a provider would have to sign is not a bare digest with RSA-PSS.
+  if (scheme.padding != RSA_PKCS1_PSS_PADDING) {
+    add("provider", byProvider);
+  }
+  add("callback", byCallback);
+}
+
+void registerAll() {
+  addScheme({"RSA-2048 PKCS#1", Kind::rsa, RSA_PKCS1_PADDING});
+  addScheme({"RSA-2048 PSS", Kind::rsa, RSA_PKCS1_PSS_PADDING});
+  addScheme({"ECDSA P-256", Kind::ec, 0});
+}
 
 } // namespace
 
-int main(int argc, char **argv) { return runBenchmarks(argc, argv); }
+int main(int argc, char **argv) {
+  bench::ownKey(Kind::rsa); // before set-up
+  return bench::run(argc, argv, registerAll);
+}

@@ -7,8 +7,8 @@
 
 namespace krOpenSSL {
 
-inline void traceStart(const char *accessor) noexcept { krTraceLog(kTraceTag, "Start - %s", accessor); }
-inline void traceEnd(const char *accessor) noexcept { krTraceLog(kTraceTag, "End - %s", accessor); }
+inline void traceStart(const char *accessor) noexcept { krTraceStep("Start", accessor); }
+inline void traceEnd(const char *accessor) noexcept { krTraceStep("End", accessor); }
 
 /// Forwarding with a result: both lines first, then the call.
 template <class Function, class... Arguments>

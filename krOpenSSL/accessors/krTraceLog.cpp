@@ -1,36 +1,38 @@
 // The console trace.
 #include "accessors/krTraceLog.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
-#include <cstring>
+#include <initializer_list>
+#include <string_view>
 
 namespace {
 
 constexpr std::size_t kLineFormatBytes = 2048;
+using Line = std::array<char, kLineFormatBytes>;
 
-// Joins tag, blank, format and line break; false when they do not fit. Not by printf: this runs twice
-// around each traced call.
-bool joinFormat(std::array<char, kLineFormatBytes> &line, const char *tag, const char *format) noexcept {
-  const std::size_t tagLength = std::strlen(tag);
-  const std::size_t formatLength = std::strlen(format);
-  if (tagLength + formatLength + sizeof " \n" > line.size()) {
-    return false;
+// Joins the texts and returns their length; 0 when they do not fit. Not by printf: this runs twice around each
+// traced call.
+std::size_t join(Line &line, std::initializer_list<std::string_view> texts) noexcept {
+  std::size_t length = 0;
+  for (const std::string_view text : texts) {
+    if (text.size() > line.size() - length) {
+      return 0;
+    }
+    std::copy_n(text.data(), text.size(), line.data() + length);
+    length += text.size();
   }
-  std::memcpy(line.data(), tag, tagLength);
-  line[tagLength] = ' ';
-  std::memcpy(line.data() + tagLength + 1, format, formatLength);
-  std::memcpy(line.data() + tagLength + 1 + formatLength, "\n", sizeof "\n");
-  return true;
+  return length;
 }
 
 } // namespace
 
 int krTraceLog(const char *tag, const char *format, ...) noexcept {
-  std::array<char, kLineFormatBytes> line;
-  if (!joinFormat(line, tag, format)) {
+  Line line;
+  if (join(line, {tag, " ", format, std::string_view("\n", sizeof "\n")}) == 0) {
     return -1;
   }
   std::va_list arguments;
@@ -39,4 +41,10 @@ int krTraceLog(const char *tag, const char *format, ...) noexcept {
   const int printed = std::vprintf(line.data(), arguments);
   va_end(arguments);
   return printed;
+}
+
+void krTraceStep(const char *step, const char *accessor) noexcept {
+  Line line;
+  const std::size_t length = join(line, {krOpenSSL::kTraceTag, " ", step, " - ", accessor, "\n"});
+  (void)std::fwrite(line.data(), 1, length, stdout);
 }

@@ -14,7 +14,6 @@ constinit CRYPTO_ONCE lockOnce = CRYPTO_ONCE_STATIC_INIT;
 constinit std::atomic<int> users{0};
 constinit std::atomic<bool> forksWatched{false};
 constinit std::atomic<bool> inChild{false};
-constinit std::atomic<std::int64_t> lastProcess{0};
 
 // Runs in a forked child while it has one thread. A thread that was not copied may hold the lock, so the
 // child gets one of its own.
@@ -62,11 +61,10 @@ GeneratorLock::~GeneratorLock() {
   users.fetch_sub(1);
 }
 
-// _Fork and the bare system calls run no handlers: the process id tells of them.
+// _Fork and the bare system calls run no handlers.
 bool GeneratorLock::firstInChild() noexcept {
-  const std::int64_t process = platform::processId();
-  const bool moved = lastProcess.exchange(process) != process;
-  return inChild.exchange(false) || moved;
+  const bool unhandled = platform::firstInForkedChild();
+  return inChild.exchange(false) || unhandled;
 }
 
 bool GeneratorLock::watchForks() noexcept {

@@ -17,6 +17,9 @@ bool systemRandom(unsigned char *buffer, std::uint32_t length) noexcept;
 /// @return false when the system could not arrange it; true at once where processes do not fork
 bool watchForks(void (*inChild)()) noexcept;
 
+/// True once in each child that was forked since watchForks was called, even by a call that runs no handlers.
+bool firstInForkedChild() noexcept;
+
 /// The number of this process; a forked child has another one.
 std::int64_t processId() noexcept;
 

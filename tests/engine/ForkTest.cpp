@@ -13,11 +13,11 @@ namespace {
 
 using namespace krTest;
 
-// What a forked child draws, after it has done what @p first says.
-Bytes drawnInChild(void (*first)()) {
+// What a forked child draws, after it has done what @p first says; _Fork runs no handlers.
+Bytes drawnInChild(void (*first)(), pid_t (*forking)() = fork) {
   std::array<int, 2> ends{};
   EXPECT_EQ(pipe(ends.data()), 0);
-  const pid_t child = fork();
+  const pid_t child = forking();
   if (child == 0) {
     first();
     const Bytes bytes = draw();
@@ -54,7 +54,7 @@ TEST(Fork, ChildrenRepeatNeitherTheirParentNorEachOther) {
       if (before == nothing || first != seed) { // a generator that is to be seeded may be seeded alike
         draw(7);
         before();
-        draws.insert(draws.end(), {drawnInChild(first), drawnInChild(first), draw()});
+        draws.insert(draws.end(), {drawnInChild(first), drawnInChild(first, _Fork), draw()});
       }
     }
   }

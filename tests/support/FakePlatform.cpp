@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <utility>
 
 namespace krTest::fakePlatform {
 namespace {
@@ -53,7 +54,9 @@ bool watchForks(void (*inChild)()) noexcept {
   return fake::noticesForks;
 }
 
-std::int64_t processId() noexcept { return fake::process; }
+bool firstInForkedChild() noexcept { return std::exchange(fake::forkedSilently, false); }
+
+std::int64_t processId() noexcept { return 1; }
 
 bool holdAcrossForks(void (*before)(), void (* /*after*/)()) noexcept {
   fake::lockForFork = before;

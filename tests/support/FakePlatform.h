@@ -17,7 +17,7 @@ inline bool noticesForks = true;
 inline std::vector<std::uint32_t> drawn; ///< the lengths asked of the random source
 inline void (*childHandler)() = nullptr; ///< what is to run in a forked child
 inline int watchers = 0;
-inline std::int64_t process = 1;
+inline bool forkedSilently = false; ///< without running the handler
 
 /// What the random source gave at its @p call-th draw, counted from 1.
 Bytes systemBytes(std::size_t call);
