@@ -2,12 +2,13 @@
 // the process, so that what is measured beside the signature itself is the delegation.
 #pragma once
 
-#include <krOpenSSL/krHandles.h>
+#include <krOpenSSL/krDelegate.hpp>
 #include <krOpenSSL/krOpenSSL.h>
 
 #include <openssl/objects.h>
 
-#include <cstdint>
+#include <cstddef>
+#include <span>
 
 namespace bench {
 
@@ -33,48 +34,23 @@ inline EVP_PKEY *ownKey(Kind kind) {
   return (kind == Kind::rsa ? rsa : ec).get();
 }
 
-/// A new key object, bound to the engine, with the public half of ownKey.
-inline krOpenSSL::EVPPKeyPtr publicHalf(Kind kind) {
-  krOpenSSL::EVPPKeyPtr half(EVP_PKEY_new());
-  if (kind == Kind::rsa) {
-    const RSA *own = EVP_PKEY_get0_RSA(ownKey(kind));
-    RSA *rsa = RSA_new();
-    RSA_set0_key(rsa, BN_dup(RSA_get0_n(own)), BN_dup(RSA_get0_e(own)), nullptr);
-    EVP_PKEY_assign_RSA(half.get(), rsa);
-  } else {
-    const EC_KEY *own = EVP_PKEY_get0_EC_KEY(ownKey(kind));
-    EC_KEY *ec = EC_KEY_new();
-    EC_KEY_set_group(ec, EC_KEY_get0_group(own));
-    EC_KEY_set_public_key(ec, EC_KEY_get0_public_key(own));
-    EVP_PKEY_assign_EC_KEY(half.get(), ec);
-  }
-  return half;
-}
-
-/// The public half with the connection's name on it: it signs through the connection's provider.
-inline krOpenSSL::EVPPKeyPtr connectionHalf(Kind kind, SSL *ssl) {
-  krOpenSSL::EVPPKeyPtr half = publicHalf(kind);
-  if (kind == Kind::rsa) {
-    RSA_set_ex_data(EVP_PKEY_get0_RSA(half.get()), kropenssl_get_rsa_idx(), ssl);
-  } else {
-    EC_KEY_set_ex_data(EVP_PKEY_get0_EC_KEY(half.get()), kropenssl_get_ecdsa_idx(), ssl);
-  }
-  return half;
-}
-
-inline bool signByOwnKey(void * /*arg*/, int type, int /*keySize*/, const unsigned char *digest, int length,
-                         unsigned char *out, int /*capacity*/, std::int32_t *outLength) {
+inline std::size_t signByOwnKey(Kind kind, std::span<const unsigned char> digest, unsigned char *out) {
   unsigned written = 0;
-  const bool done = type == NID_md5_sha1
-                        ? RSA_sign(NID_sha256, digest, static_cast<unsigned>(length), out, &written,
-                                   EVP_PKEY_get0_RSA(ownKey(Kind::rsa))) == 1
-                        : ECDSA_sign(0, digest, length, out, &written, EVP_PKEY_get0_EC_KEY(ownKey(Kind::ec))) == 1;
-  *outLength = static_cast<std::int32_t>(written);
-  return done;
+  const auto length = static_cast<unsigned>(digest.size());
+  const int done = kind == Kind::rsa ? RSA_sign(NID_sha256, digest.data(), length, out, &written,
+                                                EVP_PKEY_get0_RSA(ownKey(Kind::rsa)))
+                                     : ECDSA_sign(0, digest.data(), static_cast<int>(length), out, &written,
+                                                  EVP_PKEY_get0_EC_KEY(ownKey(Kind::ec)));
+  return done == 1 ? written : 0;
 }
 
-/// The record for SSL_CTX objects whose connections sign with ownKey.
-inline ift_provider ownKeyProvider{nullptr, signByOwnKey, nullptr};
+/// The key whose connections sign with ownKey, by provider.
+inline krOpenSSL::DelegatedKey delegatedKey(Kind kind) {
+  const krOpenSSL::Library library; // up already
+  return {library, ownKey(kind), [kind](const krOpenSSL::SignRequest &request, std::span<unsigned char> out) {
+            return signByOwnKey(kind, request.digest, out.data());
+          }};
+}
 
 inline int encryptByOwnKey(int flen, const unsigned char *from, unsigned char *to, RSA * /*rsa*/, int padding) {
   return RSA_private_encrypt(flen, from, to, EVP_PKEY_get0_RSA(ownKey(Kind::rsa)), padding);

@@ -10,7 +10,7 @@
 
 namespace bench {
 
-enum class Way { plain, provider, sharedProvider, callback };
+enum class Way { plain, provider, callback };
 
 struct Suite {
   const char *name; // suite/way
@@ -24,17 +24,14 @@ struct Suite {
 inline constexpr std::array kSuites{
     Suite{"TLS 1.2 RSA-2048/plain", TLS1_2_VERSION, Kind::rsa, "RSA+SHA256", Way::plain},
     Suite{"TLS 1.2 RSA-2048/provider", TLS1_2_VERSION, Kind::rsa, "RSA+SHA256", Way::provider},
-    Suite{"TLS 1.2 RSA-2048/provider, shared key", TLS1_2_VERSION, Kind::rsa, "RSA+SHA256", Way::sharedProvider},
     Suite{"TLS 1.2 RSA-2048/callback", TLS1_2_VERSION, Kind::rsa, "RSA+SHA256", Way::callback},
     Suite{"TLS 1.2 ECDSA P-256/plain", TLS1_2_VERSION, Kind::ec, "ECDSA+SHA256", Way::plain},
     Suite{"TLS 1.2 ECDSA P-256/provider", TLS1_2_VERSION, Kind::ec, "ECDSA+SHA256", Way::provider},
-    Suite{"TLS 1.2 ECDSA P-256/provider, shared key", TLS1_2_VERSION, Kind::ec, "ECDSA+SHA256", Way::sharedProvider},
     Suite{"TLS 1.2 ECDSA P-256/callback", TLS1_2_VERSION, Kind::ec, "ECDSA+SHA256", Way::callback},
     Suite{"TLS 1.3 RSA-2048/plain", TLS1_3_VERSION, Kind::rsa, "RSA-PSS+SHA256", Way::plain},
     Suite{"TLS 1.3 RSA-2048/callback", TLS1_3_VERSION, Kind::rsa, "RSA-PSS+SHA256", Way::callback},
     Suite{"TLS 1.3 ECDSA P-256/plain", TLS1_3_VERSION, Kind::ec, "ECDSA+SHA256", Way::plain},
     Suite{"TLS 1.3 ECDSA P-256/provider", TLS1_3_VERSION, Kind::ec, "ECDSA+SHA256", Way::provider},
-    Suite{"TLS 1.3 ECDSA P-256/provider, shared key", TLS1_3_VERSION, Kind::ec, "ECDSA+SHA256", Way::sharedProvider},
     Suite{"TLS 1.3 ECDSA P-256/callback", TLS1_3_VERSION, Kind::ec, "ECDSA+SHA256", Way::callback},
 };
 
@@ -70,26 +67,19 @@ inline bool shakeHands(SSL *server, SSL *client) {
 }
 
 /// A server and its clients, for any number of threads. Its key is given once to all its connections, except by
-/// provider: there every connection gets a key object of its own, unless one connection that never shakes hands stands
-/// for all of its SSL_CTX.
+/// provider: there every connection gets a key object of its own.
 class Scene {
 public:
   explicit Scene(const Suite &suite)
       : kind_(suite.kind), way_(suite.way), server_(makeContext(TLS_server_method(), suite.version)),
-        client_(makeContext(TLS_client_method(), suite.version)) {
+        client_(makeContext(TLS_client_method(), suite.version)), delegated_(delegatedKey(suite.kind)) {
     SSL_CTX_use_certificate(server_.get(), certify(ownKey(kind_)).get());
     SSL_CTX_set1_sigalgs_list(server_.get(), suite.signatureAlgorithm);
     SSL_CTX_set_session_cache_mode(server_.get(), SSL_SESS_CACHE_OFF);
     if (way_ == Way::plain) {
       SSL_CTX_use_PrivateKey(server_.get(), ownKey(kind_));
     } else if (way_ == Way::callback) {
-      SSL_CTX_use_PrivateKey(server_.get(), publicHalf(kind_).get());
-    } else {
-      SSL_CTX_set_ex_data(server_.get(), kropenssl_get_ssl_ctx_idx(), &ownKeyProvider);
-    }
-    if (way_ == Way::sharedProvider) {
-      standIn_.reset(SSL_new(server_.get()));
-      SSL_CTX_use_PrivateKey(server_.get(), connectionHalf(kind_, standIn_.get()).get());
+      SSL_CTX_use_PrivateKey(server_.get(), krOpenSSL::publicHalf(ownKey(kind_)).get());
     }
   }
 
@@ -98,7 +88,7 @@ public:
     const krOpenSSL::SSLPtr server(SSL_new(server_.get()));
     const krOpenSSL::SSLPtr client(SSL_new(client_.get()));
     if (way_ == Way::provider) {
-      SSL_use_PrivateKey(server.get(), connectionHalf(kind_, server.get()).get());
+      delegated_.bindTo(server.get());
     }
     return shakeHands(server.get(), client.get());
   }
@@ -108,7 +98,7 @@ private:
   Way way_;
   krOpenSSL::SSLCtxPtr server_;
   krOpenSSL::SSLCtxPtr client_;
-  krOpenSSL::SSLPtr standIn_;
+  krOpenSSL::DelegatedKey delegated_;
 };
 
 } // namespace bench

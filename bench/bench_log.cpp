@@ -48,7 +48,7 @@ auto traceLine() {
 
 auto traceStep() {
   return [] {
-    krTraceStep("Start", "krSSL_get_SSL_CTX");
+    krOpenSSL::traceStep("Start", "krSSL_get_SSL_CTX");
     return true;
   };
 }

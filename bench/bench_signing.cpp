@@ -44,15 +44,17 @@ auto bySoftwareKey(const Scheme &scheme) { return signing(bench::generate(scheme
 
 auto byProvider(const Scheme &scheme) {
   const SSLCtxPtr context(SSL_CTX_new(TLS_server_method()));
-  SSL_CTX_set_ex_data(context.get(), kropenssl_get_ssl_ctx_idx(), &bench::ownKeyProvider);
   SSLPtr connection(SSL_new(context.get()));
-  auto sign = signing(bench::connectionHalf(scheme.kind, connection.get()), scheme);
+  bench::delegatedKey(scheme.kind).bindTo(connection.get());
+  EVP_PKEY *key = SSL_get_privatekey(connection.get());
+  EVP_PKEY_up_ref(key);
+  auto sign = signing(EVPPKeyPtr(key), scheme);
   return [connection = std::move(connection), sign = std::move(sign)] { return sign(); };
 }
 
 auto byCallback(const Scheme &scheme) {
   auto callbacks = std::make_unique<bench::Callbacks>();
-  auto sign = signing(bench::publicHalf(scheme.kind), scheme);
+  auto sign = signing(publicHalf(bench::ownKey(scheme.kind)), scheme);
   return [callbacks = std::move(callbacks), sign = std::move(sign)] { return sign(); };
 }
 

@@ -10,7 +10,7 @@ import pathlib
 import statistics
 import sys
 
-DELEGATED = ("provider", "provider, shared key", "callback")
+DELEGATED = ("provider", "callback")
 CLASS_TOPICS = ("digest", "hmac", "cipher", "wrap")
 
 Speed = collections.namedtuple("Speed", "value low high")

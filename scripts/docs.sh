@@ -13,6 +13,8 @@ mkdir -p build/docs
   cat docs/Doxyfile
   printf '%s = %s\n' PROJECT_NUMBER "$version" OUTPUT_DIRECTORY build/docs
 } | doxygen - >&2 || die "Doxygen complains of the above"
-mkdir -p build/docs/html/diagrams
-cp docs/diagrams/*.svg build/docs/html/diagrams
+for folder in diagrams benchmarks; do
+  mkdir -p "build/docs/html/$folder"
+  cp "docs/$folder"/*.svg "build/docs/html/$folder"
+done
 say "the pages begin with build/docs/html/index.html"

@@ -7,8 +7,8 @@
 
 namespace krOpenSSL {
 
-inline void traceStart(const char *accessor) noexcept { krTraceStep("Start", accessor); }
-inline void traceEnd(const char *accessor) noexcept { krTraceStep("End", accessor); }
+inline void traceStart(const char *accessor) noexcept { traceStep("Start", accessor); }
+inline void traceEnd(const char *accessor) noexcept { traceStep("End", accessor); }
 
 /// Forwarding with a result: both lines first, then the call.
 template <class Function, class... Arguments>

@@ -43,7 +43,7 @@ int krTraceLog(const char *tag, const char *format, ...) noexcept {
   return printed;
 }
 
-void krTraceStep(const char *step, const char *accessor) noexcept {
+void krOpenSSL::traceStep(const char *step, const char *accessor) noexcept {
   Line line;
   const std::size_t length = join(line, {krOpenSSL::kTraceTag, " ", step, " - ", accessor, "\n"});
   (void)std::fwrite(line.data(), 1, length, stdout);

@@ -17,6 +17,10 @@ inline constexpr const char *kTraceTag = "krOpenSSL";
 /// @return the number of characters printed, or a negative number on failure
 [[gnu::format(printf, 2, 3)]] int krTraceLog(const char *tag, const char *format, ...) noexcept;
 
+namespace krOpenSSL {
+
 /// Prints what krTraceLog(kTraceTag, "step - accessor") would print, without reading a format: two of these lines
 /// surround each traced call.
-void krTraceStep(const char *step, const char *accessor) noexcept;
+void traceStep(const char *step, const char *accessor) noexcept;
+
+} // namespace krOpenSSL
