@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Every relative link of the pages leads to a file and a heading that are there, every file that a page names is there,
-# and every diagram was drawn from its source as it is now.
+# Every relative link of the pages leads to a file and a heading that are there, every file and test that a page names
+# is there, and every diagram was drawn from its source as it is now.
 # usage: links_test.sh SOURCE_DIR
 set -euo pipefail
 cd "$1"
@@ -41,4 +41,8 @@ for svg in docs/diagrams/*.svg; do
   sum=$(cat docs/diagrams/style.iuml "$source" | cksum)
   [ "$(tail -n 1 "$svg" | sed 's/.*<!-- //')" = "$sum -->" ] || complain "$svg is not of its source: run scripts/diagrams.sh"
 done
+
+while IFS=. read -r suite name; do
+  grep -rqE "^TEST(_[FP])?\($suite, $name\)" tests || complain "SECURITY.md: no test $suite.$name"
+done < <(grep -oP '`\K[A-Z]\w+\.[A-Z]\w+(?=`)' SECURITY.md)
 [ "$failures" -eq 0 ]

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 #include <openssl/err.h>
+#include <openssl/rand.h>
 
 namespace krTest {
 
@@ -46,6 +47,7 @@ inline bool switchModes() {
   EXPECT_TRUE(on || logging == 0);
   const bool again = krFipsModeOnEx(1) == krOpenSSL::kFipsOk;
   EXPECT_EQ(krFipsModeOff(), krOpenSSL::kFipsOk);
+  EXPECT_TRUE(engines() != kNone || RAND_get_rand_method() == RAND_OpenSSL());
   EXPECT_EQ(krFipsGetState() + krFipsModeError() + krFipsMode(), 0);
   krFipsClose();
   return on && logging == 1 && again && engines() == kOrdinary;
