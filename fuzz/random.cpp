@@ -78,14 +78,14 @@ void startOver() {
   fake::hasRandom = true;
   fake::drawn.clear();
   qvlib_rand_cleanup();
-  ++fake::process;
+  fake::forkedSilently = true;
 }
 
 void fork(Model &model, bool handled) {
   if (handled && fake::childHandler != nullptr) {
     fake::childHandler();
   } else {
-    ++fake::process;
+    fake::forkedSilently = true;
   }
   model.fork();
 }
