@@ -19,19 +19,27 @@ bool play(const bench::Suite &suite, int count) {
   return done;
 }
 
-} // namespace
-
-int main(int argc, char **argv) {
+int run(int argc, char **argv) {
   if (argc < 3) {
     std::ranges::for_each(bench::kSuites, [](const bench::Suite &suite) { std::cout << suite.name << '\n'; });
     return 0;
   }
   const auto *const suite = std::ranges::find(bench::kSuites, std::string_view(argv[1]), &bench::Suite::name);
   bench::ownKey(bench::Kind::rsa); // before set-up
-  if (suite == bench::kSuites.end() || krOSSLSetup() != 0) {
+  if (suite == bench::kSuites.end()) {
     return 1;
   }
-  const bool done = play(*suite, std::atoi(argv[2])); // NOLINT(cert-err34-c): 0 when it is no number
-  krOSSLCleanup();
-  return done ? 0 : 1;
+  const krOpenSSL::Library library;
+  return play(*suite, std::atoi(argv[2])) ? 0 : 1; // NOLINT(cert-err34-c): 0 when it is no number
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+  try {
+    return run(argc, argv);
+  } catch (const std::exception &failure) {
+    std::cerr << "count_handshakes: " << failure.what() << '\n';
+    return 1;
+  }
 }
