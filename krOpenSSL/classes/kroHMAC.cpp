@@ -77,14 +77,20 @@ template <class T> struct kroHMAC<T>::Context {
     }
   }
 
+  // False for what is too long to be handed over; a module that is not ready is no failure.
+  template <class Entry>
+  static bool handToModule(Entry entry, kroHMAC &hmac, const unsigned char *bytes, std::optional<int> length) noexcept {
+    const FipsModule *module = length ? readyModule() : nullptr;
+    if (module != nullptr) {
+      (module->*entry)(hmac.area_, bytes, *length);
+    }
+    return length.has_value();
+  }
+
   static bool setKey(kroHMAC &hmac, const unsigned char *key, std::uint64_t len) noexcept {
     const auto length = intLength(len);
     if (hmac.viaModule_) {
-      const FipsModule *module = length ? readyModule() : nullptr;
-      if (module != nullptr) {
-        module->HmacSetKey(hmac.area_, key, *length);
-      }
-      return length.has_value();
+      return handToModule(&FipsModule::HmacSetKey, hmac, key, length);
     }
     const unsigned char *bytes = key != nullptr ? key : &kEmptyKey;
     return hmac.context_ != nullptr && length && isReadable(key, len) &&
@@ -94,11 +100,7 @@ template <class T> struct kroHMAC<T>::Context {
   static bool update(kroHMAC &hmac, const unsigned char *data, std::uint64_t len) noexcept {
     const auto length = intLength(len);
     if (hmac.viaModule_) {
-      const FipsModule *module = length ? readyModule() : nullptr;
-      if (module != nullptr) {
-        module->HmacUpdate(hmac.area_, data, *length);
-      }
-      return length.has_value();
+      return handToModule(&FipsModule::HmacUpdate, hmac, data, length);
     }
     return length && isReadable(data, len) && HMAC_Update(hmac.context_, data, len) == 1;
   }
