@@ -173,24 +173,32 @@ inline bool nameConnection(EVP_PKEY *key, SSL *ssl) {
   }
 }
 
-/// What a key of each type can be asked for through a provider.
-struct Limits {
+/// What a provider is asked for with keys of each type, and the limits within which it is.
+struct Algorithm {
   int keyType;
+  int operation; ///< as the provider is told
   int highestVersion;
   const char *ciphers; ///< of TLS 1.2
   const char *signatureAlgorithms;
 };
-inline constexpr std::array<Limits, 3> kLimits{
-    {{EVP_PKEY_RSA, TLS1_2_VERSION, "ECDHE+aRSA+AESGCM:DHE+aRSA+AESGCM", "RSA+SHA256:RSA+SHA384:RSA+SHA512"},
-     {EVP_PKEY_DSA, TLS1_2_VERSION, "DHE+DSS+AESGCM", "DSA+SHA256"},
-     {EVP_PKEY_EC, TLS1_3_VERSION, "ECDHE+ECDSA+AESGCM", "ECDSA+SHA256:ECDSA+SHA384:ECDSA+SHA512"}}};
+inline constexpr std::array<Algorithm, 3> kAlgorithms{
+    {{EVP_PKEY_RSA, NID_md5_sha1, TLS1_2_VERSION, "ECDHE+aRSA+AESGCM:DHE+aRSA+AESGCM",
+      "RSA+SHA256:RSA+SHA384:RSA+SHA512"},
+     {EVP_PKEY_DSA, NID_dsa, TLS1_2_VERSION, "DHE+DSS+AESGCM", "DSA+SHA256"},
+     {EVP_PKEY_EC, NID_ecdsa_with_Recommended, TLS1_3_VERSION, "ECDHE+ECDSA+AESGCM",
+      "ECDSA+SHA256:ECDSA+SHA384:ECDSA+SHA512"}}};
+
+/// The place of the algorithm in the table; its size when there is none.
+inline std::size_t placeOf(int Algorithm::*field, int value) {
+  return static_cast<std::size_t>(std::ranges::find(kAlgorithms, value, field) - kAlgorithms.begin());
+}
 
 /// What the connections of a delegated key share.
 struct SharedKey {
   EVPPKeyPtr publicHalf;
   Signer signer;
 
-  int type() const { return EVP_PKEY_base_id(publicHalf.get()); }
+  std::size_t algorithm() const { return placeOf(&Algorithm::keyType, EVP_PKEY_base_id(publicHalf.get())); }
 };
 
 /// The ift_provider record of one SSL_CTX, owned by that context, and the keys that sign for it.
@@ -203,7 +211,7 @@ public:
     static std::mutex mutex;
     const std::scoped_lock lock(mutex);
     ContextRecord &record = of(context);
-    std::shared_ptr<const SharedKey> &slot = record.keys_.at(slotOf(&Algorithm::keyType, key->type()));
+    std::shared_ptr<const SharedKey> &slot = record.keys_.at(key->algorithm());
     require(slot == nullptr || slot == key, "another key of this type signs for the context");
     prepare();
     if (slot == nullptr) {
@@ -212,17 +220,6 @@ public:
   }
 
 private:
-  struct Algorithm {
-    int keyType;
-    int operation; ///< as the provider is told
-  };
-  static constexpr std::array<Algorithm, 3> kAlgorithms{
-      {{EVP_PKEY_RSA, NID_md5_sha1}, {EVP_PKEY_DSA, NID_dsa}, {EVP_PKEY_EC, NID_ecdsa_with_Recommended}}};
-
-  static std::size_t slotOf(int Algorithm::*field, int value) {
-    return static_cast<std::size_t>(std::ranges::find(kAlgorithms, value, field) - kAlgorithms.begin());
-  }
-
   static ContextRecord &of(SSL_CTX *context) {
     const void *served = SSL_CTX_get_ex_data(context, kropenssl_get_ssl_ctx_idx());
     auto *record = static_cast<ContextRecord *>(SSL_CTX_get_ex_data(context, index()));
@@ -257,7 +254,7 @@ private:
   static bool sign(void *arg, int type, int keySize, const unsigned char *data, int dataLength, unsigned char *out,
                    int capacity, std::int32_t *outLength) noexcept {
     try {
-      const SharedKey *key = static_cast<ContextRecord *>(arg)->keys_.at(slotOf(&Algorithm::operation, type)).get();
+      const SharedKey *key = static_cast<ContextRecord *>(arg)->keys_.at(placeOf(&Algorithm::operation, type)).get();
       if (key == nullptr) {
         return false;
       }
@@ -337,7 +334,7 @@ public:
   ///         when OpenSSL refuses the limits
   void prepare(SSL_CTX *context) const {
     detail::require(context != nullptr, "a context is missing");
-    const detail::Limits &limits = *std::ranges::find(detail::kLimits, shared_->type(), &detail::Limits::keyType);
+    const detail::Algorithm &limits = detail::kAlgorithms.at(shared_->algorithm());
     detail::ContextRecord::serve(context, shared_, [&] {
       const auto highest = SSL_CTX_get_max_proto_version(context); // 0 is the highest there is
       const bool lowered = highest != 0 && highest <= limits.highestVersion;

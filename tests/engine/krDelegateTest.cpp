@@ -117,15 +117,12 @@ TEST_F(Delegate, APreparedContextShakesHandsWhateverTheClientOffers) {
                                           {Kind::p521, TLS1_2_VERSION, TLS1_2_VERSION}};
   for (const auto &[kind, offered, agreed] : rows) {
     Handshake handshake(TLS1_2_VERSION, "ALL", softwareKey(kind));
-    SSL_set_max_proto_version(handshake.client.get(), offered);
-    SSL_set_min_proto_version(handshake.client.get(), 0);
+    SSL_CTX_set_max_proto_version(handshake.clientContext.get(), offered);
+    SSL_CTX_set_min_proto_version(handshake.clientContext.get(), 0);
     SSL_CTX_set_max_proto_version(handshake.serverContext.get(), 0);
     const DelegatedKey key(library, softwareKey(kind), signsWithKey(kind));
     key.prepare(handshake.serverContext.get());
-    BIO *ends = SSL_get_rbio(handshake.server.get());
-    BIO_up_ref(ends);
-    handshake.server.reset(SSL_new(handshake.serverContext.get()));
-    SSL_set_bio(handshake.server.get(), ends, ends);
+    handshake.reconnect();
     key.bindTo(handshake.server.get());
     EXPECT_EQ(handshake.run(), agreed != 0 ? 2 : 0);
     if (agreed != 0) {

@@ -101,6 +101,19 @@ expect_handshake() {
   done
 }
 
+# Wants as many s_client handshakes at once ($1) to verify.
+expect_handshakes_at_once() {
+  local count=$1 client clients=()
+  shift
+  for _ in $(seq "$count"); do
+    s_client "$@" >/dev/null 2>&1 &
+    clients+=($!)
+  done
+  for client in "${clients[@]}"; do
+    wait "$client" || fail "a handshake beside others failed"
+  done
+}
+
 # Wants exit status $1 and the sentence $2 from the program.
 expect_refusal() {
   local status=$1 sentence=$2 output actual=0

@@ -81,14 +81,7 @@ done
 expect "TLSv1.3 .*signature ecdsa_sha256 by the token 'web'" curl_line
 
 # More at once than there are sessions.
-clients=()
-for _ in $(seq 24); do
-  s_client openssl11 server >/dev/null 2>&1 &
-  clients+=($!)
-done
-for client in "${clients[@]}"; do
-  wait "$client" || fail "a handshake beside others failed"
-done
+expect_handshakes_at_once 24 openssl11 server
 
 # The token goes while handshakes run, and comes back.
 clients=()

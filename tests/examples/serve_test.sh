@@ -45,14 +45,7 @@ stop_server
 
 # Many at once, each with its own key object.
 start_server ec
-clients=()
-for _ in $(seq 12); do
-  s_client openssl11 ec >/dev/null 2>&1 &
-  clients+=($!)
-done
-for client in "${clients[@]}"; do
-  wait "$client" || fail "a handshake beside others failed"
-done
+expect_handshakes_at_once 12 openssl11 ec
 
 # A holder that stands still fails handshakes for a while, one that dies for good; the server stays.
 kill -STOP "$(holder)"
