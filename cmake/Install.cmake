@@ -1,4 +1,5 @@
-# What `cmake --install` lays down: the library, its headers, a CMake package and a pkg-config file.
+# What `cmake --install` lays down: the library, its headers, a CMake package and a pkg-config file, and the OpenSSL
+# that scripts/openssl.sh unpacked, which is nowhere else on the machine.
 include(CMakePackageConfigHelpers)
 
 set(_package ${CMAKE_INSTALL_LIBDIR}/cmake/krOpenSSL)
@@ -20,7 +21,23 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/krOpenSSLConfigVersion.cm
   COMPATIBILITY SameMajorVersion)
 install(FILES
   ${PROJECT_BINARY_DIR}/krOpenSSLConfig.cmake ${PROJECT_BINARY_DIR}/krOpenSSLConfigVersion.cmake
+  ${PROJECT_SOURCE_DIR}/cmake/FindOpenSSL11.cmake
   DESTINATION ${_package})
 
+set(_lay_down ${KR_OPENSSL_UNPACKED})
+if(WIN32)
+  set(_lay_down OFF) # the one that is unpacked there is for tests
+endif()
+option(KR_INSTALL_OPENSSL "Install OpenSSL beside the library" ${_lay_down})
+set(_openssl_requires "libssl >= 1.1.1, libssl < 3, libcrypto >= 1.1.1, libcrypto < 3")
+if(KR_INSTALL_OPENSSL)
+  include(${CMAKE_CURRENT_LIST_DIR}/InstallOpenSSL.cmake)
+  set(_openssl_requires)
+  set(_openssl_libs " -L\${libdir}/openssl-1.1/lib -lssl -lcrypto")
+  set(_openssl_cflags " -I\${libdir}/openssl-1.1/include")
+endif()
+
+file(RELATIVE_PATH _to_prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" _to_prefix ${_to_prefix})
 configure_file(${PROJECT_SOURCE_DIR}/cmake/krOpenSSL64.pc.in ${PROJECT_BINARY_DIR}/krOpenSSL64.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/krOpenSSL64.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -3,22 +3,17 @@
 
 #include "Fuzz.h"
 
-#include <krOpenSSL/krHandles.h>
-
 #include <openssl/sha.h>
-
-#include <algorithm>
-#include <array>
 
 namespace krFuzz {
 
-/// Appendix 3.1 with change notice 1, and G of Appendix 3.3, in OpenSSL's big numbers.
+/// Appendix 3.1 with change notice 1, and G of Appendix 3.3.
 class Fips186_2 {
 public:
   static constexpr std::size_t kBlockBytes = 20;
 
   void init(const Bytes &seed, const Bytes &q = {}) {
-    length_ = std::min<std::size_t>(seed.size(), xkey_.size()) / 4 * 4;
+    length_ = std::min(seed.size(), kSeedBytes) / 4 * 4;
     std::copy_n(seed.begin(), length_, xkey_.begin());
     if (!q.empty() && q[0] >= 0x80) {
       q_ = q;
@@ -27,7 +22,7 @@ public:
 
   Bytes generate(std::size_t length, Bytes xseed = {}) {
     Bytes out;
-    for (std::size_t k = 0; k < length; ++k) {
+    while (out.size() < length) {
       if (at_ == kBlockBytes) {
         iterate(xseed);
         at_ = 0;
@@ -40,65 +35,48 @@ public:
 
   void iterate(const Bytes &xseed) {
     Bytes w = round(xseed);
-    if (q_.empty()) {
-      block_ = w;
-      return;
+    if (!q_.empty()) {
+      const Bytes second = round(xseed);
+      w.insert(w.end(), second.begin(), second.end());
+      const krOpenSSL::BIGNUMPtr x(numberOf(w));
+      const krOpenSSL::BIGNUMPtr q(numberOf(q_));
+      static BN_CTX *const context = BN_CTX_new();
+      BN_mod(x.get(), x.get(), q.get(), context);
+      w.resize(kBlockBytes);
+      BN_bn2binpad(x.get(), w.data(), static_cast<int>(kBlockBytes));
     }
-    const Bytes w1 = round(xseed);
-    w.insert(w.end(), w1.begin(), w1.end());
-    const Scope scope;
-    BIGNUM *x = number(w.data(), w.size());
-    BN_mod(x, x, number(q_.data(), q_.size()), scope.context);
-    block_.assign(kBlockBytes, 0);
-    BN_bn2binpad(x, block_.data(), static_cast<int>(kBlockBytes));
+    block_ = w; // of which as much is used up as of the one before
   }
 
 private:
-  // Numbers live as long as the step that makes them.
-  struct Scope {
-    Scope() { BN_CTX_start(context); }
-    ~Scope() { BN_CTX_end(context); }
-    Scope(const Scope &) = delete;
-    Scope &operator=(const Scope &) = delete;
-    static inline BN_CTX *const context = BN_CTX_new();
-  };
+  static constexpr std::size_t kSeedBytes = 64;
 
-  static BIGNUM *number(const unsigned char *bytes, std::size_t length) {
-    return BN_bin2bn(bytes, static_cast<int>(length), BN_CTX_get(Scope::context));
-  }
-
-  // Modulo 2^b; the bytes of an XKEY behind the first b bits are the ones that were there before.
-  void store(BIGNUM *sum, std::array<unsigned char, 64> &to) const {
-    if (BN_num_bits(sum) > 8 * static_cast<int>(length_)) {
-      BN_mask_bits(sum, 8 * static_cast<int>(length_));
+  // To the first bytes, modulo 2^b.
+  void add(Bytes &to, const Bytes &number, unsigned carry = 0) const {
+    for (std::size_t i = 1; i <= length_; ++i) {
+      carry += to[length_ - i] + (i <= number.size() ? number[number.size() - i] : 0U);
+      to[length_ - i] = static_cast<unsigned char>(carry);
+      carry >>= 8U;
     }
-    BN_bn2binpad(sum, to.data(), static_cast<int>(length_));
   }
 
   Bytes round(const Bytes &xseed) {
-    const Scope scope;
-    BIGNUM *key = number(xkey_.data(), length_);
-    BIGNUM *sum = number(xseed.data(), xseed.size());
-    BN_add(sum, sum, key);
-    std::array<unsigned char, 64> xval = xkey_;
-    store(sum, xval);
-
+    Bytes xval = xkey_;
+    add(xval, xseed);
     SHA_CTX sha;
     SHA1_Init(&sha);
     SHA1_Transform(&sha, xval.data());
     Bytes x;
     for (const SHA_LONG h : {sha.h0, sha.h1, sha.h2, sha.h3, sha.h4}) {
       for (const unsigned shift : {24U, 16U, 8U, 0U}) {
-        x.push_back(static_cast<unsigned char>(h >> shift & 0xFFU));
+        x.push_back(static_cast<unsigned char>(h >> shift));
       }
     }
-    BN_add(key, key, number(x.data(), x.size()));
-    BN_add_word(key, 1);
-    store(key, xkey_);
+    add(xkey_, x, 1);
     return x;
   }
 
-  std::array<unsigned char, 64> xkey_{};
+  Bytes xkey_ = Bytes(kSeedBytes);
   std::size_t length_ = 0;
   Bytes q_;
   Bytes block_ = Bytes(kBlockBytes);

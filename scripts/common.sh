@@ -14,10 +14,8 @@ die() {
 as_root() {
   if [ "$(id -u)" -eq 0 ]; then
     "$@"
-  elif command -v sudo >/dev/null; then
-    sudo "$@"
   else
-    die "installing packages needs root or sudo"
+    sudo "$@"
   fi
 }
 
@@ -25,19 +23,39 @@ package_installed() {
   [ "$(dpkg-query -W -f '${Status}' "$1" 2>/dev/null)" = "install ok installed" ]
 }
 
+# Says why apt, debootstrap or npm failed, from what it wrote to the file.
+cause_of() {
+  if grep -Eqi 'not in the sudoers|password is required|terminal is required|not allowed to|incorrect password' "$1"; then
+    echo "this user may not become root with sudo"
+  elif grep -Eqi 'are you root|permission denied|read-only file system' "$1"; then
+    echo "this user lacks the rights to"
+  elif grep -Eqi 'resolving|could not connect|unable to connect|unreachable|timed out|failed getting release file|ENOTFOUND|EAI_AGAIN|ECONN|ETIMEDOUT' "$1"; then
+    echo "there is no network, or no way to the archives"
+  elif grep -Eqi 'no space left' "$1"; then
+    echo "the disk is full"
+  elif grep -Eqi ' 404 |does not have a release file|unable to locate|no installation candidate' "$1"; then
+    echo "the archives that this machine's apt uses have no such packages"
+  else
+    sed -n 's/^E: //p; s/^npm ERR! //p' "$1" | head -n 1
+  fi
+}
+
 # Installs the named Debian packages that are missing; asks the package lists only then.
 ensure_packages() {
-  local package missing=()
+  local package log missing=()
   command -v apt-get >/dev/null || die "this script installs Debian packages and found no apt-get"
   for package in "$@"; do
     package_installed "$package" || missing+=("$package")
   done
   [ "${#missing[@]}" -eq 0 ] && return
+  [ "$(id -u)" -eq 0 ] || command -v sudo >/dev/null || die "installing ${missing[*]} needs root or sudo"
   say "installing ${missing[*]}"
-  as_root apt-get -qq update || die "the machine's package lists could not be read"
-  as_root env DEBIAN_FRONTEND=noninteractive \
-    apt-get -qq install --no-install-recommends -y "${missing[@]}" >&2 ||
-    die "these packages could not be installed: ${missing[*]}"
+  log=$(mktemp)
+  as_root env LC_ALL=C apt-get -qq update >"$log" 2>&1 || true # what cannot be read may not be needed
+  as_root env LC_ALL=C DEBIAN_FRONTEND=noninteractive \
+    apt-get -qq install --no-install-recommends -y "${missing[@]}" >>"$log" 2>&1 ||
+    die "${missing[*]} could not be installed: $(cause_of "$log") (apt's own words are in $log)"
+  rm "$log"
 }
 
 # build PRESET [CONFIGURE_OPTION...] [-- TARGET...]: configures and builds, quietly unless it fails.
@@ -49,7 +67,7 @@ build() {
     shift
   done
   [ $# -eq 0 ] || shift
-  mkdir -p "$root/build"
+  mkdir -p "$root/build" 2>/dev/null || die "this user may not write to $root"
   { cmake --preset "$preset" "${options[@]}" && cmake --build --preset "$preset" ${1:+--target "$@"}; } >"$log" 2>&1 || {
     tail -n 60 "$log" >&2
     die "the $preset build failed (build/$preset.log)"

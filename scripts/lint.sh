@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Format and lint: clang-format, clang-tidy and the direction of includes. With --windows: clang-tidy over the sources
-# that only a build for Windows has.
-# usage: lint.sh BUILD_DIR...  (configured, for their compile_commands.json; a source of several is looked at once)
+# Format and lint: clang-format, clang-tidy, the direction of includes and calls (floors.sh) and the share of the tests
+# (share.sh). With --windows: clang-tidy over the sources that only a build for Windows has.
+# usage: lint.sh BUILD_DIR...  (for their compile_commands.json; a source of several is looked at once; the first built)
 #        lint.sh --windows BUILD_DIR
 set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
@@ -29,22 +29,8 @@ mapfile -t sources < <(find include krOpenSSL examples tests bench fuzz \( -name
 
 clang-format --dry-run --Werror "${sources[@]}" || die "run clang-format -i on the files above"
 
-# The floors of the house, top first: a room includes its own floor's room or a lower floor only.
-floor() {
-  case $1 in
-  frame) echo 5 ;;
-  fips | classes) echo 4 ;;
-  engine | fipsbridge) echo 3 ;;
-  log) echo 2 ;;
-  accessors | platform | state) echo 1 ;;
-  *) die "the room '$1' has no floor" ;;
-  esac
-}
-while IFS=: read -r file include; do
-  from=$(cut -d/ -f2 <<<"$file")
-  to=${include%%/*}
-  [ "$from" = "$to" ] || [ "$(floor "$from")" -gt "$(floor "$to")" ] || die "$file includes $include, which is not below it"
-done < <(grep -HoP '^#include "\K[a-z]+/[^"]+' -r krOpenSSL)
+scripts/floors.sh "${builds[0]}"
+scripts/share.sh
 
 seen=()
 for build in "${builds[@]}"; do

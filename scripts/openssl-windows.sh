@@ -15,7 +15,8 @@ sha256='5bf5523794e95ad92aef7862fbf04c6996fe357f4e59a8985919ccb0881efabc  libcry
 # Unpacks the two DLLs into the folder.
 download() {
   local work=$1
-  (cd "$work" && npm pack --silent "$package" >/dev/null) || die "npm could not fetch $package"
+  (cd "$work" && npm pack --loglevel=error "$package") >"$work/log" 2>&1 ||
+    die "npm could not fetch $package: $(cause_of "$work/log"); set OPENSSL_ROOT_DIR to an OpenSSL 1.1.1 for Windows of your own"
   tar -xzf "$work"/*.tgz -C "$work" --strip-components=3 \
     package/native/bin/libcrypto-1_1-x64.dll package/native/bin/libssl-1_1-x64.dll
   (cd "$work" && sha256sum --check --quiet <<<"$sha256") || die "$package does not hold the DLLs it is known for"
@@ -24,7 +25,7 @@ download() {
 lay_out() {
   local work=$1 prefix=$2 dll
   mkdir -p "$prefix"/{bin,lib}
-  cp -r "$deps/openssl-1.1/include" "$prefix/include"
+  cp -r "$deps"/openssl-1.1/{include,share} "$prefix"
   sed -i -e 's/^\(# *\)define SIXTY_FOUR_BIT_LONG$/\1undef SIXTY_FOUR_BIT_LONG/' \
     -e 's/^\(# *\)undef SIXTY_FOUR_BIT$/\1define SIXTY_FOUR_BIT/' "$prefix/include/openssl/opensslconf.h"
   for dll in libcrypto libssl; do
@@ -34,7 +35,7 @@ lay_out() {
   done
 }
 
-if [ -n "${OPENSSL_ROOT_DIR:-}" ] || [ -e "$target/include/openssl/opensslv.h" ]; then
+if [ -n "${OPENSSL_ROOT_DIR:-}" ] || [ -e "$target/share/doc/openssl/copyright" ]; then
   exit 0
 fi
 command -v npm >/dev/null || ensure_packages npm
@@ -45,4 +46,5 @@ work=$(mktemp -d "$deps/windows.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 download "$work"
 lay_out "$work" "$work/prefix"
+rm -rf "$target" # of an earlier layout
 mv "$work/prefix" "$target"

@@ -6,7 +6,8 @@ set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 cd "$root"
-ensure_packages g++-mingw-w64-x86-64-posix cmake ninja-build googletest wine wine64 openssl curl
+ensure_packages g++-mingw-w64-x86-64-posix cmake ninja-build googletest wine wine64 openssl curl \
+  clang-19 libc++-19-dev libwine-dev
 scripts/openssl-windows.sh
 say "starting Wine"
 scripts/wine.sh wineboot --init </dev/null >/dev/null 2>&1 || die "Wine does not start (build/wine)"

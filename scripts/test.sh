@@ -8,14 +8,15 @@ set -euo pipefail
 
 cd "$root"
 ensure_packages g++ cmake ninja-build libgtest-dev libgmock-dev libbenchmark-dev clang clang-format clang-tidy \
-  libclang-rt-14-dev openssl curl pkg-config binutils doxygen softhsm2 libp11-kit-dev opensc valgrind gnuplot-nox \
-  python3
+  libclang-rt-14-dev openssl curl pkg-config binutils doxygen softhsm2 libp11-kit-dev libboost-context-dev opensc valgrind \
+  gnuplot-nox python3 gnutls-bin
 scripts/openssl.sh
 
 presets=(dev asan tsan fuzz)
+declare -A benchmarks=([dev]=ON [asan]=OFF [tsan]=OFF [fuzz]=OFF)
 for preset in "${presets[@]}"; do
   say "building: $preset"
-  build "$preset" -DKR_TEST_PREFIX="$preset."
+  build "$preset" -DKR_TEST_PREFIX="$preset." -DKR_BUILD_BENCH="${benchmarks[$preset]}"
 done
 
 windows=

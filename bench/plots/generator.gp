@@ -1,19 +1,16 @@
-# Time for a request of random bytes, by its size.
-file = data . "/generator.dat"
-stats data . "/generator.crossover" using 1 name "crossover" nooutput
-set title "Time for one request of random bytes" textcolor "#222222"
+# The generator relative to OpenSSL's own, by the size of the request, with the interval of each point.
+set terminal svg size 960,520 font "Arial,13" background "#ffffff"
+set title "Random bytes: speed relative to OpenSSL's generator" textcolor "#222222"
 set xlabel "bytes asked for" textcolor "#222222"
-set ylabel "time" textcolor "#222222"
+set ylabel "relative speed (1: as fast; more is faster); bars: interval of the median" textcolor "#222222"
 set logscale xy
-set yrange [10:*]
 set xrange [12:6000000]
 set xtics ("16" 16, "64" 64, "256" 256, "1 KiB" 1024, "4 KiB" 4096, "16 KiB" 16384, "64 KiB" 65536, "1 MiB" 1048576)
-set ytics ("10 ns" 10, "100 ns" 100, "1 µs" 1e3, "10 µs" 1e4, "100 µs" 1e5, "1 ms" 1e6)
-set arrow from crossover_min, graph 0 to crossover_min, graph 1 nohead linecolor "#444444" dashtype 2
-set label sprintf(" as fast at %.0f bytes", crossover_min) at crossover_min, graph 0.04 textcolor "#222222"
-plot file using 1:2 with linespoints linetype 1, \
-     file using 1:3 with linespoints linetype 2, \
-     file using 1:4 with lines linetype 8 dashtype 2, \
-     file every ::10 using 1:2:("library") with labels left offset 1,0.6 textcolor linetype 1, \
-     file every ::10 using 1:3:("OpenSSL's own") with labels left offset 1,0 textcolor linetype 2, \
-     file every ::10 using 1:4:("SHA-1 bound") with labels left offset 1,-0.6 textcolor linetype 8
+set ytics (0.05, 0.1, 0.2, 0.5, 1, 2, 5, 10, 20, 50)
+set arrow from graph 0, first 1 to graph 1, first 1 nohead linecolor "#444444" linewidth 1
+set arrow from 1024, graph 0 to 1024, graph 1 nohead linecolor "#009e73" linewidth 1
+set label "aim: faster below 1 KiB" at 1024, graph 0.97 offset 1,0 textcolor "#009e73"
+plot file using 1:2:3:4 with yerrorlines linetype 1, \
+     file using 1:5:6:7 with yerrorlines linetype 8, \
+     file every ::10 using 1:2:("library") with labels left offset 1,-0.3 textcolor linetype 1, \
+     file every ::10 using 1:5:("SHA-1 bound") with labels left offset 1,0.5 textcolor linetype 8

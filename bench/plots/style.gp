@@ -1,6 +1,5 @@
 # What the plots share. A white ground, so that they read the same on light and dark pages; colours that colour-blind
 # readers can tell apart.
-set terminal svg size 960,520 font "Arial,13" background "#ffffff"
 set output out
 set border 3 linecolor "#444444"
 set tics nomirror textcolor "#222222"

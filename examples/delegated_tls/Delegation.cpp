@@ -14,9 +14,12 @@ using namespace krOpenSSL;
 
 namespace {
 
-/// Copies a result to where OpenSSL wants it: its length, or 0 when there is none or it does not fit.
-std::size_t deliver(const std::optional<Bytes> &result, std::span<unsigned char> out) {
+/// Has the holder carry out the operation, and copies the result to where OpenSSL wants it: its length, or 0 when there
+/// is none or it does not fit.
+std::size_t deliver(HeldKey &key, Operation operation, int padding, const Bytes &data, std::span<unsigned char> out) {
+  const std::optional<Bytes> result = key.perform(operation, padding, data);
   if (!result || result->size() > out.size()) {
+    queueReason(key.trouble());
     return 0;
   }
   std::ranges::copy(*result, out.begin());
@@ -37,8 +40,8 @@ int performRsa(Operation operation, RsaFunction ownMethod, int flen, const unsig
   if (key == nullptr) {
     return ownMethod(flen, from, to, rsa, padding);
   }
-  const auto result = key->perform(operation, padding, Bytes(from, from + flen));
-  const std::size_t length = deliver(result, {to, static_cast<std::size_t>(RSA_size(rsa))});
+  const std::span<unsigned char> out(to, static_cast<std::size_t>(RSA_size(rsa)));
+  const std::size_t length = deliver(*key, operation, padding, Bytes(from, from + flen), out);
   return length != 0 ? static_cast<int>(length) : -1;
 }
 
@@ -57,7 +60,7 @@ int decryptByHolder(int flen, const unsigned char *from, unsigned char *to, RSA 
 DelegatedKey delegated(const Library &library, HeldKey &key) {
   return {library, publicKeyFrom(key.publicHalf()).get(),
           [&key](const SignRequest &request, std::span<unsigned char> out) {
-            return deliver(key.perform(Operation::sign, 0, Bytes(request.digest.begin(), request.digest.end())), out);
+            return deliver(key, Operation::sign, 0, Bytes(request.digest.begin(), request.digest.end()), out);
           }};
 }
 

@@ -8,9 +8,11 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <iomanip>
 #include <iostream>
+#include <optional>
 #include <random>
 #include <sstream>
 
@@ -98,20 +100,21 @@ private:
   std::array<X509Ptr, kKeyNames.size()> certificates_;
 };
 
-std::string whoSigned(Way way, const std::string &holder) {
+std::string keyUser(Way way) {
   switch (way) {
   case Way::provider:
-    return holder + ", by provider";
+    return "holder, provider";
   case Way::callback:
-    return holder + ", by callback";
+    return "holder, callback";
   case Way::software:
     break;
   }
   return "OpenSSL itself";
 }
 
+/// Narrow enough for the README at a width of 900 pixels.
 void printRow(const std::array<std::string, 7> &cells) {
-  static constexpr std::array kWidths{9, 30, 10, 20, 30, 10, 6};
+  static constexpr std::array kWidths{8, 30, 9, 19, 17, 9, 0};
   for (std::size_t i = 0; i < cells.size(); ++i) {
     std::cerr << std::left << std::setw(kWidths[i]) << cells[i];
   }
@@ -140,12 +143,11 @@ bool runLine(Stage &stage, const Line &line) {
   try {
     const Outcome outcome = shakeHands(stage.scenario(line));
     requireAsExpected(line, outcome, stage.operations() - before);
-    printRow({outcome.protocol, outcome.cipher, kKeyNames[line.key], outcome.scheme,
-              whoSigned(line.way, stage.holderName()), "yes", rounded(outcome.milliseconds)});
+    printRow({outcome.protocol, outcome.cipher, kKeyNames[line.key], outcome.scheme, keyUser(line.way), "yes",
+              rounded(outcome.milliseconds)});
     return true;
   } catch (const Failure &failure) {
-    printRow(
-        {"FAILED", line.ciphers, kKeyNames[line.key], line.scheme, whoSigned(line.way, stage.holderName()), "NO", ""});
+    printRow({"FAILED", line.ciphers, kKeyNames[line.key], line.scheme, keyUser(line.way), "NO", ""});
     std::cerr << "          " << failure.what() << '\n';
     return false;
   }
@@ -163,25 +165,67 @@ std::filesystem::path newFolder() {
   }
 }
 
-/// Sends standard output, where the library's trace goes, to a fresh file.
-void sendTraceToFile() {
-  const std::string name = (newFolder() / "trace").string();
-  if (std::freopen(name.c_str(), "w", stdout) == nullptr) {
-    throw Failure("no file for the trace could be made in " + std::filesystem::temp_directory_path().string());
+std::filesystem::path folderForTrace() {
+  try {
+    return newFolder();
+  } catch (const std::filesystem::filesystem_error &error) {
+    const char *chosen = std::getenv("TMPDIR"); // NOLINT(concurrency-mt-unsafe): there are no threads yet
+    throw Failure("no folder for the trace can be made in the temporary directory" +
+                  (chosen != nullptr ? " '" + std::string(chosen) + "' (TMPDIR)" : "") + ": " + error.code().message());
   }
-  std::cerr << "the library's trace goes to " << name << "\n\n";
 }
+
+/// Standard output, where the library's trace goes, sent to a file in a folder of its own.
+class TraceFile {
+public:
+  TraceFile() : folder_(folderForTrace()) {
+    const std::string name = (folder_ / "trace").string();
+    if (std::freopen(name.c_str(), "w", stdout) == nullptr) {
+      remove();
+      throw Failure("no file for the trace could be made in " + folder_.string());
+    }
+    std::cerr << "the library's trace goes to " << name << ", which stays only when a handshake fails\n\n";
+  }
+  ~TraceFile() {
+    if (!isKept_) {
+      // An open file cannot be removed everywhere.
+      if (std::freopen(kNullDevice, "w", stdout) != nullptr) {
+        remove();
+      }
+    }
+  }
+  TraceFile(const TraceFile &) = delete;
+  TraceFile &operator=(const TraceFile &) = delete;
+
+  void keep() { isKept_ = true; }
+
+private:
+  static constexpr const char *kNullDevice = std::filesystem::path::preferred_separator == '/' ? "/dev/null" : "NUL";
+
+  void remove() const {
+    std::error_code ignored;
+    std::filesystem::remove_all(folder_, ignored);
+  }
+
+  std::filesystem::path folder_;
+  bool isKept_ = false;
+};
 
 } // namespace
 
 bool runDemo(const DemoOptions &options) {
+  std::optional<TraceFile> trace; // outlives the library
   if (options.quiet) {
-    sendTraceToFile();
+    trace.emplace();
   }
   Stage stage(options.holder);
-  printRow({"protocol", "suite", "key", "signature scheme", "who signed", "verified", "ms"});
+  std::cerr << "the private keys are held by " << stage.holderName() << "\n\n";
+  printRow({"version", "suite", "key", "signature scheme", "key used by", "verified", "ms"});
   const auto good = std::ranges::count_if(kLines, [&stage](const Line &line) { return runLine(stage, line); });
   std::cerr << '\n' << good << " of " << kLines.size() << " handshakes as they should be\n";
+  if (trace && good != std::ssize(kLines)) {
+    trace->keep();
+  }
   return good == std::ssize(kLines);
 }
 

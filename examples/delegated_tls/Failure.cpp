@@ -5,14 +5,20 @@
 
 namespace delegated_tls {
 
+void queueReason(const std::string &reason) {
+  ERR_put_error(ERR_LIB_USER, 0, ERR_R_OPERATION_FAIL, __FILE__, __LINE__);
+  ERR_add_error_data(1, reason.c_str());
+}
+
 Failure opensslFailure(const std::string &what) {
-  const unsigned long code = ERR_peek_error();
+  const char *data = nullptr;
+  int flags = 0;
+  const unsigned long code = ERR_peek_error_line_data(nullptr, nullptr, &data, &flags);
+  const bool isOurs = ERR_GET_LIB(code) == ERR_LIB_USER && (flags & ERR_TXT_STRING) != 0;
+  const char *reason = isOurs ? data : ERR_reason_error_string(code);
+  const std::string text = reason != nullptr ? reason : krOpenSSL::errStr(code);
   ERR_clear_error();
-  const char *reason = ERR_reason_error_string(code);
-  if (code == 0) {
-    return Failure(what);
-  }
-  return Failure(what + ": " + (reason != nullptr ? reason : krOpenSSL::errStr(code)));
+  return Failure(code == 0 ? what : what + ": " + text);
 }
 
 } // namespace delegated_tls

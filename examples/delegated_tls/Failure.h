@@ -17,7 +17,10 @@ struct UsageFailure : Failure {
   using Failure::Failure;
 };
 
-/// A failure with the reason that OpenSSL queued, if any.
+/// Queues a reason of our own for the OpenSSL call that is about to fail, and its opensslFailure.
+void queueReason(const std::string &reason);
+
+/// A failure with the reason that was queued, if any.
 Failure opensslFailure(const std::string &what);
 
 /// @p object, or an opensslFailure when it is null or 0.

@@ -23,6 +23,10 @@ public:
 
   /// Who the holder is, for people: "process 4711".
   virtual std::string name() const = 0;
+
+  /// Why it carried out nothing, asked right after that, for people: "the key holder, process 4711, was killed by
+  /// signal 9".
+  virtual std::string trouble() const { return "the key holder, " + name() + ", refused"; }
 };
 
 /// One key of a holder, counting what it was asked for.
@@ -37,6 +41,7 @@ public:
 
   const Bytes &publicHalf() const { return holder_.publicHalves().at(number_); }
   std::string holderName() const { return holder_.name(); }
+  std::string trouble() const { return holder_.trouble(); }
   unsigned operations() const { return operations_.load(); }
 
 private:

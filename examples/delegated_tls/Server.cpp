@@ -1,12 +1,12 @@
 // The server: a handful of threads, each taking one connection after the other.
 #include "Server.h"
 
+#include "Connection.h"
 #include "Delegation.h"
 #include "Failure.h"
 #include "StopSignals.h"
 #include "Tls.h"
 
-#include <openssl/err.h>
 #include <openssl/pem.h>
 
 #include <algorithm>
@@ -15,7 +15,6 @@
 #include <mutex>
 #include <set>
 #include <sstream>
-#include <string_view>
 #include <thread>
 
 namespace delegated_tls {
@@ -24,8 +23,6 @@ namespace {
 using namespace krOpenSSL;
 
 constexpr std::size_t kConnectionsAtOnce = 16;
-constexpr std::chrono::seconds kConnectionTimeout{10};
-constexpr std::size_t kMaxRequestBytes = 8192;
 
 X509Ptr readCertificate(const std::string &path) {
   const BIOPtr file(BIO_new_file(path.c_str(), "r"));
@@ -37,6 +34,7 @@ X509Ptr readCertificate(const std::string &path) {
     throw opensslFailure("'" + path + "' holds no PEM certificate");
   }
   requireSupportedType(X509_get0_pubkey(certificate.get()));
+  requireTlsCurve(X509_get0_pubkey(certificate.get()));
   return certificate;
 }
 
@@ -60,21 +58,6 @@ std::unique_ptr<KeyHolder> startHolderOf(const ServeOptions &options, X509 *cert
   });
 }
 
-std::string readRequest(SSL *ssl) {
-  std::string request;
-  std::array<char, 1024> part{};
-  const auto deadline = std::chrono::steady_clock::now() + kConnectionTimeout;
-  while (std::chrono::steady_clock::now() < deadline && request.size() < kMaxRequestBytes &&
-         request.find("\r\n\r\n") == std::string::npos) {
-    const int got = SSL_read(ssl, part.data(), static_cast<int>(part.size()));
-    if (got <= 0) {
-      break;
-    }
-    request.append(part.data(), static_cast<std::size_t>(got));
-  }
-  return request;
-}
-
 /// The connections being served, so that stopping the server does not wait for slow clients.
 class LiveConnections {
 public:
@@ -83,6 +66,9 @@ public:
     Entry(LiveConnections &all, const Descriptor &connection) : all_(all), descriptor_(connection.get()) {
       const std::scoped_lock lock(all_.mutex_);
       all_.descriptors_.insert(descriptor_);
+      if (all_.stopped_) { // accepted just before
+        stopConnection(descriptor_);
+      }
     }
     ~Entry() {
       const std::scoped_lock lock(all_.mutex_);
@@ -98,6 +84,7 @@ public:
 
   void stopAll() {
     const std::scoped_lock lock(mutex_);
+    stopped_ = true;
     for (const int descriptor : descriptors_) {
       stopConnection(descriptor);
     }
@@ -106,6 +93,7 @@ public:
 private:
   std::mutex mutex_;
   std::set<int> descriptors_;
+  bool stopped_ = false;
 };
 
 class Server {
@@ -140,34 +128,31 @@ public:
 
 private:
   void acceptConnections() {
-    while (const Descriptor connection = acceptConnection(listener_)) {
+    while (const Descriptor socket = acceptConnection(listener_)) {
+      const std::string client = peerOf(socket);
       try {
-        setTimeout(connection, kConnectionTimeout);
-        const LiveConnections::Entry entry(live_, connection);
+        const LiveConnections::Entry entry(live_, socket);
+        Connection connection(context_.get(), socket);
         serveConnection(connection);
       } catch (const std::exception &failure) {
         std::ostringstream line;
-        line << "connection failed: " << failure.what();
+        line << "connection failed: " << failure.what() << " (client " << client << ')';
         report(line);
       }
     }
   }
 
-  void serveConnection(const Descriptor &connection) {
-    const SSLPtr ssl = makeConnection(context_.get(), connection);
-    delegated_.bindTo(ssl.get());
-    ERR_clear_error();
-    if (SSL_accept(ssl.get()) != 1) {
-      throw opensslFailure("handshake failed");
-    }
-    const std::string agreed = describe(ssl.get());
+  void serveConnection(Connection &connection) {
+    delegated_.bindTo(connection.ssl());
+    connection.shakeHands();
+    const std::string agreed = describe(connection.ssl());
     std::ostringstream line;
     line << "handshake: " << agreed;
     report(line);
-    if (readRequest(ssl.get()).starts_with("GET ")) {
-      answer(ssl.get(), agreed);
+    if (const std::string request = connection.readRequest(); !request.empty()) {
+      connection.write(answerTo(request, agreed));
     }
-    SSL_shutdown(ssl.get());
+    connection.close();
   }
 
   std::string describe(SSL *ssl) const {
@@ -178,10 +163,10 @@ private:
     return text.str();
   }
 
-  static void answer(SSL *ssl, const std::string &agreed) {
-    const std::string text = "HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\nConnection: close\r\nContent-Length: " +
-                             std::to_string(agreed.size() + 1) + "\r\n\r\n" + agreed + "\n";
-    SSL_write(ssl, text.data(), static_cast<int>(text.size()));
+  // Whatever is asked for, the answer is what the handshake agreed on.
+  static std::string answerTo(const std::string &request, const std::string &agreed) {
+    return "HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\nConnection: close\r\nContent-Length: " +
+           std::to_string(agreed.size() + 1) + "\r\n\r\n" + (request.starts_with("HEAD ") ? "" : agreed + "\n");
   }
 
   X509Ptr certificate_;

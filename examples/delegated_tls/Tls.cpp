@@ -5,6 +5,7 @@
 
 #include <openssl/objects.h>
 
+#include <algorithm>
 #include <array>
 
 namespace delegated_tls {
@@ -24,6 +25,24 @@ SSLPtr makeConnection(SSL_CTX *context, const Descriptor &socket) {
   SSLPtr ssl(checked(SSL_new(context), "no TLS connection could be made"));
   checked(SSL_set_fd(ssl.get(), socket.get()), "no TLS connection could be made");
   return ssl;
+}
+
+// The curves that RFC 8422, 5.1.1 leaves, and those of RFC 7027. Others have no number in TLS, or one that clients do
+// not offer any more.
+void requireTlsCurve(EVP_PKEY *key) {
+  static constexpr std::array kCurves{NID_X9_62_prime256v1, NID_secp384r1,       NID_secp521r1,
+                                      NID_brainpoolP256r1,  NID_brainpoolP384r1, NID_brainpoolP512r1};
+  if (EVP_PKEY_base_id(key) != EVP_PKEY_EC) {
+    return;
+  }
+  const EC_GROUP *group = EC_KEY_get0_group(EVP_PKEY_get0_EC_KEY(key));
+  const bool isNamed = EC_GROUP_get_asn1_flag(group) == OPENSSL_EC_NAMED_CURVE;
+  const int curve = isNamed ? EC_GROUP_get_curve_name(group) : NID_undef;
+  if (std::ranges::find(kCurves, curve) == kCurves.end()) {
+    throw Failure("no TLS client can use an EC key " +
+                  (isNamed ? std::string("on the curve ") + OBJ_nid2sn(curve) : "whose curve has no name") +
+                  ": make one on P-256, P-384 or P-521");
+  }
 }
 
 std::string schemeName(int digestNid, int signatureNid) {

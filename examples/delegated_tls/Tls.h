@@ -15,6 +15,9 @@ krOpenSSL::SSLCtxPtr makeContext(const SSL_METHOD *method, const char *ciphers, 
 /// A connection over the socket, which has to outlive it.
 krOpenSSL::SSLPtr makeConnection(SSL_CTX *context, const Descriptor &socket);
 
+/// Fails for EC keys on a curve that TLS clients do not take in a certificate.
+void requireTlsCurve(EVP_PKEY *key);
+
 /// The TLS name of a signature scheme: "rsa_pkcs1_sha256"; "none" where nothing was signed.
 std::string schemeName(int digestNid, int signatureNid);
 

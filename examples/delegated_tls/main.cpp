@@ -14,19 +14,7 @@ namespace {
 
 using namespace delegated_tls;
 
-constexpr std::string_view kUsage =
-    "usage: delegated_tls serve --cert CHAIN.pem --key KEY.pem [--port N] [--holder process|memory]\n"
-    "       delegated_tls serve --cert CHAIN.pem --holder pkcs11 --module MODULE.so --token-label LABEL\n"
-    "                           --pin-file FILE [--port N]\n"
-    "       delegated_tls demo [--quiet] [--holder process|memory]\n"
-    "\n"
-    "serve  a TLS server on 127.0.0.1 whose private key stays with a key holder: a process of its own\n"
-    "       (process), an object in this one (memory) or a PKCS#11 token (pkcs11). The token's key is the one\n"
-    "       that belongs to the certificate: an RSA key is found by its modulus, an EC key by its public key\n"
-    "       object on the token, whose CKA_ID the private key shares.\n"
-    "demo   a handshake for each way of signing, with throw-away keys\n"
-    "\n"
-    "The library's trace lines go to standard output, everything else to standard error.\n";
+bool isHelp(std::string_view argument) { return argument == "--help" || argument == "-h"; }
 
 /// The arguments after the command, taken from the front.
 class Arguments {
@@ -34,6 +22,7 @@ public:
   explicit Arguments(std::span<char *> rest) : rest_(rest) {}
 
   bool empty() const { return rest_.empty(); }
+  bool askForHelp() const { return std::ranges::any_of(rest_, isHelp); }
   std::string_view next() {
     const std::string_view argument = rest_.front();
     rest_ = rest_.subspan(1);
@@ -148,19 +137,59 @@ int runDemoCommand(Arguments arguments) {
   return runDemo(options) ? 0 : 1;
 }
 
+/// What the program can be asked to do.
+struct Verb {
+  std::string_view name;
+  std::string_view usage;
+  std::string_view help;
+  int (*run)(Arguments arguments);
+};
+
+constexpr std::array kVerbs{
+    Verb{"serve",
+         "delegated_tls serve --cert CHAIN.pem --key KEY.pem [--port N] [--holder process|memory]\n"
+         "       delegated_tls serve --cert CHAIN.pem --holder pkcs11 --module MODULE.so --token-label LABEL\n"
+         "                           --pin-file FILE [--port N]\n",
+         "a TLS server on 127.0.0.1 whose private key stays with a key holder: a process of its own\n"
+         "       (process), an object in this one (memory) or a PKCS#11 token (pkcs11). The token's key is the one\n"
+         "       that belongs to the certificate: an RSA key is found by its modulus, an EC key by its public key\n"
+         "       object on the token, whose CKA_ID the private key shares. Without --port it takes a free one.\n",
+         runServe},
+    Verb{"demo", "delegated_tls demo [--quiet] [--holder process|memory]\n",
+         "a handshake for each way of signing, with throw-away keys. With --quiet the library's trace goes to a\n"
+         "       file in the temporary directory, which stays only when a handshake fails.\n",
+         runDemoCommand},
+};
+
+std::string usageOf(std::span<const Verb> verbs) {
+  std::string text;
+  for (const Verb &verb : verbs) {
+    text.append(text.empty() ? "usage: " : "       ").append(verb.usage);
+  }
+  text += '\n';
+  for (const Verb &verb : verbs) {
+    text.append(verb.name).append(7 - verb.name.size(), ' ').append(verb.help);
+  }
+  return text + "\nThe library's trace lines go to standard output, unless the environment says KR_TRACE=off. The "
+                "program's own\n"
+                "lines go to standard error.\n";
+}
+
+int help(std::span<const Verb> verbs) {
+  std::cout << usageOf(verbs);
+  return 0;
+}
+
 int run(Arguments arguments) {
   const std::string_view command = arguments.empty() ? "" : arguments.next();
-  if (command == "serve") {
-    return runServe(arguments);
+  if (isHelp(command)) {
+    return help(kVerbs);
   }
-  if (command == "demo") {
-    return runDemoCommand(arguments);
+  const auto verb = std::ranges::find(kVerbs, command, &Verb::name);
+  if (verb == kVerbs.end()) {
+    throw UsageFailure(command.empty() ? "a command is missing" : "unknown command '" + std::string(command) + "'");
   }
-  if (command == "--help" || command == "-h") {
-    std::cerr << kUsage;
-    return 0;
-  }
-  throw UsageFailure(command.empty() ? "a command is missing" : "unknown command '" + std::string(command) + "'");
+  return arguments.askForHelp() ? help({verb, 1}) : verb->run(arguments);
 }
 
 } // namespace
@@ -169,7 +198,7 @@ int main(int argc, char **argv) {
   try {
     return run(Arguments({argv + 1, static_cast<std::size_t>(argc > 0 ? argc - 1 : 0)}));
   } catch (const UsageFailure &failure) {
-    std::cerr << "delegated_tls: " << failure.what() << "\n\n" << kUsage;
+    std::cerr << "delegated_tls: " << failure.what() << "\n\n" << usageOf(kVerbs);
     return 2;
   } catch (const std::exception &failure) {
     std::cerr << "delegated_tls: " << failure.what() << '\n';

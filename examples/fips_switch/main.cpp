@@ -1,5 +1,7 @@
 // Into FIPS mode and back: a key that OpenSSL never sees signs in both, and the log tells what wolfEngine did.
-// usage: fips_switch [LOG_FILE]
+// Where FIPS mode cannot be switched on, it says at which step wolfEngine failed.
+#include "Diagnosis.h"
+
 #include <krOpenSSL/krDelegate.hpp>
 #include <krOpenSSL/krOpenSSL.h>
 
@@ -11,11 +13,17 @@
 #include <fstream>
 #include <iostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 using namespace krOpenSSL;
 
 namespace {
+
+constexpr std::string_view kUsage = "usage: fips_switch [LOG_FILE]\n\n"
+                                    "Signs with a delegated key in ordinary mode, in FIPS mode and back again, and "
+                                    "prints the end of the\n"
+                                    "library's log. LOG_FILE says where that is, if not in the usual place.\n";
 
 // What stands for a token or a key service here: a key that only the callback below touches, and that with
 // OpenSSL's own method.
@@ -102,10 +110,13 @@ bool run() {
   }
   krFipsUseOpenSSLFIPS(1);
   if (krFipsModeOn() != kFipsOk) {
-    std::cerr << "FIPS mode cannot be switched on: is wolfEngine in its place?\n";
+    std::cerr << "FIPS mode cannot be switched on\n" << fips_switch::diagnoseWolfEngine();
     return false;
   }
-  krSetWolfEngineLogLevel(1);
+  if (krSetWolfEngineLogLevel(1) == 0) {
+    std::cerr << "wolfEngine does not take every command for its logging, so it is switched off again\n";
+    krSetWolfEngineLogLevel(-1);
+  }
   const bool signedInFips = report();
   krFipsModeOff();
   return report() && signedInFips;
@@ -115,8 +126,14 @@ bool run() {
 
 int main(int argc, char **argv) {
   try {
+    const std::string logFile = argc > 1 ? argv[1] : defaultLogFile();
+    if (argc > 2 || logFile.starts_with('-')) {
+      const bool wanted = logFile == "--help" || logFile == "-h";
+      (wanted ? std::cout : std::cerr) << kUsage;
+      return wanted ? EXIT_SUCCESS : 2;
+    }
     const bool good = run();
-    printTail(argc > 1 ? argv[1] : defaultLogFile());
+    printTail(logFile);
     return good ? EXIT_SUCCESS : EXIT_FAILURE;
   } catch (const std::exception &failure) {
     std::cerr << "fips_switch: " << failure.what() << '\n';

@@ -31,13 +31,14 @@
 #include <openssl/ec.h>
 #include <openssl/rsa.h>
 
+#ifdef __cplusplus
 #include <cstdint>
 
-#if OPENSSL_VERSION_NUMBER < 0x10101000L || OPENSSL_VERSION_NUMBER >= 0x20000000L
-#error "krOpenSSL works with OpenSSL 1.1.1: its headers have to come before those of another version"
-#endif
-
 extern "C" {
+#else
+#include <stdbool.h>
+#include <stdint.h>
+#endif
 
 /// Carries out an RSA private-key operation; arguments and result are those of OpenSSL's priv_enc
 /// and priv_dec.
@@ -48,19 +49,26 @@ extern "C" {
 /// @param to       the output, RSA_size(rsa) bytes
 /// @param rsa      the key that OpenSSL was given; its public half is all it needs to hold
 /// @param padding  OpenSSL's padding mode (RSA_PKCS1_PADDING, RSA_NO_PADDING, ...)
-/// @return bytes written to @p to, or -1 on failure
+/// @return bytes written to @p to, or -1 on failure. More than RSA_size(rsa), as it was before the
+///         call, counts as -1; 0, a negative number and less than RSA_size are passed on as they are
 /// @note Runs on the thread that performs the operation; no lock of the library is held. A callback
-///       that throws counts as failed; it must not end or cancel its thread. The same holds for the
-///       other callback types.
+///       that throws counts as failed; it must not end or cancel its thread. What it leaves on
+///       OpenSSL's error queue stays there: clear it on success, or SSL_get_error reports a failure
+///       (SSL_ERROR_SSL) of a connection that only waits for its peer, which ends it. The same holds
+///       for the other callback types.
 typedef int (*RSAPrivateKeyOpCallback)(int flen, const unsigned char *from, unsigned char *to, RSA *rsa, int padding);
 
 /// Makes a DSA signature of the @p dlen bytes at @p dgst.
-/// @return a new signature, which OpenSSL then owns, or null on failure
+/// @return a new signature, which OpenSSL then owns, or null on failure. One whose DER encoding is
+///         longer than DSA_size(dsa), as it was before the call, is freed and counts as null; for a
+///         key without q every one is. Nothing else is looked at
 typedef DSA_SIG *(*DSAPrivateKeyOpCallback)(const unsigned char *dgst, int dlen, DSA *dsa);
 
 /// Makes an ECDSA signature of the @p dgst_len bytes at @p dgst. @p kinv and @p r are the values that
 /// a caller of OpenSSL precomputed, usually null.
-/// @return a new signature, which OpenSSL then owns, or null on failure
+/// @return a new signature, which OpenSSL then owns, or null on failure. One whose DER encoding is
+///         longer than ECDSA_size(eckey), as it was before the call, is freed and counts as null; for
+///         a key without a group every one is. Nothing else is looked at
 typedef ECDSA_SIG *(*ECDSAPrivateKeyOpCallback)(const unsigned char *dgst, int dgst_len, const BIGNUM *kinv,
                                                 const BIGNUM *r, EC_KEY *eckey);
 
@@ -90,17 +98,17 @@ KR_API void krEngineSetECDSAPrivateKeyOpCallback(ECDSAPrivateKeyOpCallback callb
 ///         one (the next call tries again)
 /// @note Safe from any thread; racing first calls get the same index. The same holds for the other
 ///       three.
-KR_API int kropenssl_get_rsa_idx();
+KR_API int kropenssl_get_rsa_idx(void);
 
 /// As kropenssl_get_rsa_idx, for DSA keys and DSA_set_ex_data.
-KR_API int kropenssl_get_dsa_idx();
+KR_API int kropenssl_get_dsa_idx(void);
 
 /// As kropenssl_get_rsa_idx, for EC keys and EC_KEY_set_ex_data.
-KR_API int kropenssl_get_ecdsa_idx();
+KR_API int kropenssl_get_ecdsa_idx(void);
 
 /// The ex-data index for SSL_CTX objects: store a pointer to an ift_provider record there with
 /// SSL_CTX_set_ex_data. The record has to outlive the connections of that context.
-KR_API int kropenssl_get_ssl_ctx_idx();
+KR_API int kropenssl_get_ssl_ctx_idx(void);
 
 /// Signs for one connection. OpenSSL's hash algorithm is not passed on: tell it by the digest's
 /// length.
@@ -113,22 +121,28 @@ KR_API int kropenssl_get_ssl_ctx_idx();
 ///                   DigestInfo held
 /// @param dataLength its length in bytes
 /// @param out        for RSA receives the signature, keySize bytes and never more; for DSA and ECDSA
-///                   the DER-encoded signature, at most @p capacity bytes
+///                   the DER-encoded signature: @p capacity bytes are there, and one whose encoding is
+///                   longer than keySize counts as failure
 /// @param capacity   16378, for RSA too, although only keySize bytes are there
 /// @param outLength  0 on entry; set it to the number of bytes written. 0, a negative number, or one
 ///                   above what may be written, counts as failure
 /// @return true on success
 /// @note Runs on the thread of the handshake, without any lock of the library: a callback shared by
 ///       connections has to be safe for concurrent calls. What it leaves on OpenSSL's error queue
-///       stays there.
+///       stays there: clear it on success, as with the other callbacks.
+/// @note For DSA and ECDSA the 16 KiB behind @p out are on the stack. A handshake with such a signature
+///       needs 20 KB of it (with RSA 6 KB, as without the library). 18 KB of them are in use when the
+///       callback begins: of a 32 KiB fibre or ASYNC job it has some 15 KB for itself.
 typedef bool (*ift_private_key_operation_cb)(void *arg, int type, int keySize, const unsigned char *data,
-                                             int dataLength, unsigned char *out, int capacity, std::int32_t *outLength);
+                                             int dataLength, unsigned char *out, int capacity, int32_t *outLength);
 
 /// The caller's record on an SSL_CTX, stored under kropenssl_get_ssl_ctx_idx(). The caller owns it.
-struct ift_provider {
+typedef struct ift_provider {
   void *reserved;                        ///< the caller's own; the library never reads it
   ift_private_key_operation_cb callback; ///< called for every delegated operation
   void *arg;                             ///< handed to the callback unchanged
-};
+} ift_provider;
 
+#ifdef __cplusplus
 } // extern "C"
+#endif

@@ -2,6 +2,8 @@
 /// How the library's names become visible outside it.
 #pragma once
 
+#include <krOpenSSL/krOpenSSL11.h>
+
 #if defined(_WIN32)
 #if defined(KR_BUILDING_LIBRARY)
 #define KR_API __declspec(dllexport)

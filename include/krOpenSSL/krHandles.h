@@ -3,6 +3,8 @@
 /// Header only; used by the library itself and free for its callers to use.
 #pragma once
 
+#include <krOpenSSL/krOpenSSL11.h>
+
 #include <openssl/bio.h>
 #include <openssl/bn.h>
 #include <openssl/dh.h>
@@ -50,5 +52,17 @@ using SSLCtxPtr = Handle<SSL_CTX, SSL_CTX_free>;
 using X509Ptr = Handle<X509, X509_free>;
 using X509SigPtr = Handle<X509_SIG, X509_SIG_free>;
 ///@}
+
+/// Hands objects to a setter of OpenSSL's that owns them once it answers other than 0.
+///
+/// @return the setter's answer; 0, with the setter not called, when an object is missing: some setters would take it as
+///         null and leave theirs incomplete. What was not taken stays with its handle
+template <class Setter, class... Handles> int handOver(Setter setter, Handles &&...handles) noexcept {
+  const int taken = (... && (handles != nullptr)) ? setter(handles.get()...) : 0;
+  if (taken != 0) {
+    (static_cast<void>(handles.release()), ...);
+  }
+  return taken;
+}
 
 } // namespace krOpenSSL

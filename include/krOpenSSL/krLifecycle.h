@@ -4,7 +4,9 @@
 
 #include <krOpenSSL/krExport.h>
 
+#ifdef __cplusplus
 extern "C" {
+#endif
 
 /// Adds one user of OpenSSL. The first one initialises OpenSSL (error strings loaded, no
 /// configuration file read, no exit handler registered), loads the engine of the current mode with
@@ -12,11 +14,16 @@ extern "C" {
 ///
 /// Keys that OpenSSL makes from then on are bound to the engine; keys made earlier are not.
 ///
+/// The library's trace, lines that begin with "krOpenSSL " on the standard output, is on unless the environment says
+/// KR_TRACE=off, which is read once, at the library's first line or here, and not in set-user-ID programs. Where
+/// descriptor 1 is not open then, nothing is written for the life of the process, whatever gets that number later. The
+/// library does not ignore SIGPIPE.
+///
 /// @return 0 on success and on every call that is not the first; 1 when OpenSSL could not be
 ///         initialised. The call counts in both cases, so each is to be paired with krOSSLCleanup.
 /// @note Any thread may call it. The count is atomic, and exactly one call does the work; a call
 ///       that finds the count already raised returns at once, even while the first is still busy.
-KR_API int krOSSLSetup();
+KR_API int krOSSLSetup(void);
 
 /// Takes one user away. The last one unloads the engine, empties the RSA private-encrypt, DSA and
 /// ECDSA callback slots (the RSA private-decrypt slot keeps its callback), and clears the calling
@@ -28,7 +35,7 @@ KR_API int krOSSLSetup();
 /// @return 0
 /// @note Any thread may call it; callers keep it apart from other use of the library's
 ///       cryptography.
-KR_API int krOSSLCleanup();
+KR_API int krOSSLCleanup(void);
 
 /// Loads the engine of the current mode. In ordinary mode that is "qvlib": built, added to OpenSSL's list and
 /// registered for RSA, DSA, EC and random numbers. In FIPS mode it is wolfEngine, made the default for everything,
@@ -41,7 +48,7 @@ KR_API int krOSSLCleanup();
 /// @return 1 when an engine was registered; 0 when none could be built, found or initialised, and after
 ///         OPENSSL_cleanup
 /// @note Callers keep it apart from other use of the library's cryptography.
-KR_API int krOpenSSLEngineLoad();
+KR_API int krOpenSSLEngineLoad(void);
 
 /// Unregisters the engine that the last load registered, or does nothing when there is none. Keys
 /// that are bound to it keep working, as does a random method that OpenSSL already took from it. In FIPS mode it also
@@ -49,6 +56,8 @@ KR_API int krOpenSSLEngineLoad();
 ///
 /// @return 1
 /// @note Callers keep it apart from other use of the library's cryptography.
-KR_API int krOpenSSLEngineUnload();
+KR_API int krOpenSSLEngineUnload(void);
 
+#ifdef __cplusplus
 } // extern "C"
+#endif

@@ -1,5 +1,6 @@
 /// @file
 /// AES-CBC (FIPS 197, SP 800-38A), triple-DES-CBC (SP 800-67) and RC4, without padding.
+/// New code enters by krCrypto.hpp, which answers whole or throws; these classes report nothing.
 ///
 /// CBC gives no integrity, and triple DES and RC4 are broken for new designs; they are here for the formats
 /// that prescribe them.
@@ -41,9 +42,11 @@ public:
   kroAESCipher &operator=(kroAESCipher &&) noexcept; ///< copies nothing
 };
 
+#ifndef KR_BUILDING_LIBRARY // for callers: with dllexport it would keep the members from being exported
 extern template class kroAESCipher<128>;
 extern template class kroAESCipher<192>;
 extern template class kroAESCipher<256>;
+#endif
 
 /// Triple DES with three keys in CBC mode; as kroAESCipher, with blocks and IV of 8 bytes and a key of 24.
 class KR_API kroDES3CBCCipher {

@@ -1,5 +1,6 @@
 /// @file
 /// The pseudo-random number generator of FIPS 186-2 (with change notice 1) over SHA-1.
+/// New code draws with randomBytes of krCrypto.hpp.
 #pragma once
 
 #include <krOpenSSL/krExport.h>
@@ -13,9 +14,13 @@
 /// The strength of its output is that of its seed and of SHA-1; it exists for the callers that need
 /// this standard's generator.
 ///
+/// How long a member takes, and which memory it touches, follows from lengths, q and whether there is one, never from
+/// XKEY, XSEED, the blocks or the bytes drawn: no branch, no index and no division depends on them.
+///
 /// @note The object holds no pointers and is copied by value. No member allocates, fails or throws.
-///       One object serves one thread at a time. Working values are wiped before a member returns;
-///       the state itself (XKEY) lives in the object.
+///       One object serves one thread at a time. Working values are wiped before a member returns, those
+///       that OpenSSL's SHA-1 leaves on the stack included; ModQ and Reduce leave that to the members that
+///       use them. The state itself (XKEY) lives in the object.
 class KR_API kroFipsRngSha1 {
 public:
   /// An object without a seed: XKEY is empty (b = 0). Call Init before drawing from it.
@@ -52,13 +57,13 @@ public:
   /// Self-test: the known answer of FIPS 186-2 Appendix 5 and two checks of the reduction.
   /// @return true when all three pass
   /// @note Safe from any thread.
-  static bool Validate();
+  [[nodiscard]] static bool Validate();
 
 protected:
   /// One step of G: writes 20 bytes to @p out and advances XKEY to (1 + XKEY + out) mod 2^b.
   void DoRound(unsigned char *out, const unsigned char *xseed, std::uint64_t xseedlen);
 
-  /// Reduces the 44-byte block buffer modulo q in place.
+  /// Reduces the 44-byte block buffer modulo q in place, with the same steps for every number.
   void ModQ();
 
   /// One digit step of ModQ: subtracts qhat * q from the 24-byte @p span. @p qhat fits 32 bits.

@@ -1,5 +1,6 @@
 /// @file
 /// HMAC (RFC 2104) with the digests of kroHash.h.
+/// New code enters by krCrypto.hpp, which answers whole or throws; these classes report nothing.
 ///
 ///     unsigned char mac[32];
 ///     kroHMAC<kroSHA256> hmac;
@@ -22,13 +23,13 @@ struct hmac_ctx_st;
 /// An object works in one of two ways, chosen when it is made and fixed for its life: through OpenSSL; or, when
 /// the process is in FIPS mode and the external FIPS module provides it (krFipsMode() and not
 /// krFipsUsingOpenSSLFIPS()), through that module. MD4 and MD5 always work through OpenSSL. On the module
-/// way every member does nothing while the module is not ready, the destructor included, and what the
-/// module makes of its arguments is the module's own.
+/// way every member does nothing while the module is not ready, but that the destructor wipes the object: an Update
+/// is missing from the MAC then, if the module is ready again at Final.
 ///
 /// Nothing is reported. A call that cannot be carried out leaves nothing half done: it ends the computation, and
-/// Final then writes nothing. That holds on both ways for lengths of 2^31 bytes and more, and on the OpenSSL way
-/// for an object without memory or key and for null with a length. There, Update and Final do nothing outside a
-/// computation, which SetKey or Init begins and Final ends.
+/// Final then writes nothing. That holds on both ways for lengths of 2^31 bytes and more, for null with a length and
+/// for a null output, and on the OpenSSL way for an object without memory or key. There, Update and Final do nothing
+/// outside a computation, which SetKey or Init begins and Final ends; on the module way that is the module's own.
 ///
 /// Copies are deep: the copy goes on from the same point on its own (on the module way: with a copy of the
 /// module's state, byte for byte).
@@ -77,6 +78,7 @@ private:
   };
 };
 
+#ifndef KR_BUILDING_LIBRARY // for callers: with dllexport it would keep the members from being exported
 extern template class kroHMAC<kroMD4>;
 extern template class kroHMAC<kroMD5>;
 extern template class kroHMAC<kroSHA1>;
@@ -84,3 +86,4 @@ extern template class kroHMAC<kroSHA224>;
 extern template class kroHMAC<kroSHA256>;
 extern template class kroHMAC<kroSHA384>;
 extern template class kroHMAC<kroSHA512>;
+#endif

@@ -1,5 +1,6 @@
 /// @file
 /// Message digests: MD4 (RFC 1320), MD5 (RFC 1321), SHA-1 and SHA-2 (FIPS 180-4).
+/// New code enters by krCrypto.hpp, which answers whole or throws; these classes report nothing.
 ///
 /// MD4, MD5 and SHA-1 do not withstand collision attacks; they are here for the formats that prescribe them.
 ///
@@ -34,7 +35,6 @@ public:
   kroHashBase(const evp_md_st *algorithm);
   kroHashBase(const kroHashBase &other); ///< copies deeply
   ~kroHashBase();
-  kroHashBase &operator=(const kroHashBase &other); ///< copies deeply
 
   /// Starts a computation.
   void Init();
@@ -54,6 +54,13 @@ public:
   /// and without an algorithm. Compilers call it, programs need not.
   void __autoclassinit2(std::uint64_t n);
 
+  // Through a reference to the base, an object of one algorithm would get another's, and write more bytes than its own
+  // type says. Visual C++ has the access in the exported name, which stays as it was.
+#ifndef KR_BUILDING_LIBRARY
+protected:
+#endif
+  kroHashBase &operator=(const kroHashBase &other); ///< copies deeply; for the classes below
+
 private:
   const evp_md_st *algorithm_;
   evp_md_ctx_st *context_;
@@ -72,9 +79,9 @@ private:
     /*! Copies deeply. */                                                                                              \
     name &operator=(name &&other) noexcept;                                                                            \
     /*! OpenSSL's digest of the class; safe from any thread. */                                                        \
-    static const evp_md_st *GetEVP_MD();                                                                               \
+    [[nodiscard]] static const evp_md_st *GetEVP_MD();                                                                 \
     /*! Whether FIPS mode has this digest: false for MD4 and MD5; safe from any thread. */                             \
-    static bool SupportsFips();                                                                                        \
+    [[nodiscard]] static bool SupportsFips();                                                                          \
     /*! As kroHashBase's. */                                                                                           \
     void __autoclassinit2(std::uint64_t n);                                                                            \
   }

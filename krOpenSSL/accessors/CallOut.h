@@ -1,11 +1,15 @@
 // Calling the caller's callbacks from inside OpenSSL.
 #pragma once
 
+#include "platform/CancellationDelay.h"
+
 namespace krOpenSSL {
 
-/// Runs a caller's callback; one that throws counts as failed, since no exception may cross OpenSSL.
+/// Runs a caller's callback; one that throws counts as failed, since no exception may cross OpenSSL. Nor may the end of
+/// a thread, which may wait in there for the key's holder when another thread cancels it.
 template <class Result, class... Parameters, class... Arguments>
 Result callOut(Result failure, Result (*callback)(Parameters...), Arguments... arguments) noexcept {
+  const CancellationDelay wholeCallback;
   try {
     return callback(arguments...);
   } catch (...) {

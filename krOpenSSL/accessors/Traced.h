@@ -13,8 +13,7 @@ inline void traceEnd(const char *accessor) noexcept { traceStep("End", accessor)
 /// Forwarding with a result: both lines first, then the call.
 template <class Function, class... Arguments>
 decltype(auto) tracedBefore(const char *accessor, Function &&call, Arguments... arguments) noexcept {
-  traceStart(accessor);
-  traceEnd(accessor);
+  traceSteps(accessor);
   return std::forward<Function>(call)(arguments...);
 }
 

@@ -1,10 +1,12 @@
 // The traced accessors, one or two lines each over the orders of Traced.h.
 #include "accessors/krAccessors.h"
 
+#include "accessors/ForksWait.h"
 #include "accessors/Traced.h"
 
 #include <krOpenSSL/krHandles.h>
 
+using krOpenSSL::newExDataIndex;
 using krOpenSSL::tracedAround;
 using krOpenSSL::tracedBefore;
 using krOpenSSL::tracedWork;
@@ -74,7 +76,7 @@ void *krECDSA_get_ex_data(const EC_KEY *key, int index) noexcept {
 
 int krECDSA_get_ex_new_index(long argl, void *argp, CRYPTO_EX_new *newFunction, CRYPTO_EX_dup *dupFunction,
                              CRYPTO_EX_free *freeFunction) noexcept {
-  return tracedBefore(__func__, CRYPTO_get_ex_new_index, CRYPTO_EX_INDEX_EC_KEY, argl, argp, newFunction, dupFunction,
+  return tracedBefore(__func__, newExDataIndex, CRYPTO_EX_INDEX_EC_KEY, argl, argp, newFunction, dupFunction,
                       freeFunction);
 }
 

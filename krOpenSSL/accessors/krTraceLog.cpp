@@ -1,13 +1,19 @@
 // The console trace.
 #include "accessors/krTraceLog.h"
 
+#include "accessors/TraceOutput.h"
+#include "platform/CancellationDelay.h"
+
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
 #include <initializer_list>
 #include <string_view>
+
+using namespace krOpenSSL;
 
 namespace {
 
@@ -28,13 +34,45 @@ std::size_t join(Line &line, std::initializer_list<std::string_view> texts) noex
   return length;
 }
 
+void print(const Line &line, std::size_t length) noexcept {
+  const CancellationDelay wholeLine;
+  (void)std::fwrite(line.data(), 1, length, stdout);
+}
+
+// Once off, the trace stays so: what gets the number of a standard output that was closed is somebody's file or
+// connection.
+enum class Output : unsigned char { undecided, on, off };
+constinit std::atomic<Output> output{Output::undecided};
+
+// Apart, so that a line costs a load more and nothing else.
+[[gnu::cold, gnu::noinline]] Output decide() noexcept {
+  Output decided = Output::undecided;
+  const Output found = !traceIsTurnedOff() && standardOutputIsOpen() ? Output::on : Output::off;
+  return output.compare_exchange_strong(decided, found) ? found : decided;
+}
+
+bool isOn() noexcept {
+  const Output known = output.load(std::memory_order_relaxed);
+  return known == Output::on || (known == Output::undecided && decide() == Output::on);
+}
+
 } // namespace
 
+void krOpenSSL::checkTraceOutput() noexcept {
+  if (isOn() && !standardOutputIsOpen()) {
+    output.store(Output::off);
+  }
+}
+
 int krTraceLog(const char *tag, const char *format, ...) noexcept {
+  if (!isOn()) {
+    return 0;
+  }
   Line line;
   if (join(line, {tag, " ", format, std::string_view("\n", sizeof "\n")}) == 0) {
     return -1;
   }
+  const CancellationDelay wholeLine;
   std::va_list arguments;
   va_start(arguments, format);
   // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the analyzer does not follow va_start here
@@ -44,7 +82,17 @@ int krTraceLog(const char *tag, const char *format, ...) noexcept {
 }
 
 void krOpenSSL::traceStep(const char *step, const char *accessor) noexcept {
+  if (!isOn()) {
+    return;
+  }
   Line line;
-  const std::size_t length = join(line, {krOpenSSL::kTraceTag, " ", step, " - ", accessor, "\n"});
-  (void)std::fwrite(line.data(), 1, length, stdout);
+  print(line, join(line, {kTraceTag, " ", step, " - ", accessor, "\n"}));
+}
+
+void krOpenSSL::traceSteps(const char *accessor) noexcept {
+  if (!isOn()) {
+    return;
+  }
+  Line line;
+  print(line, join(line, {kTraceTag, " Start - ", accessor, "\n", kTraceTag, " End - ", accessor, "\n"}));
 }

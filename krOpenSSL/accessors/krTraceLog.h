@@ -14,13 +14,23 @@ inline constexpr const char *kTraceTag = "krOpenSSL";
 /// Tag, blank, format and line break have to fit into 2047 bytes; the formatted line may be longer. A
 /// longer format is refused, since cutting it could split a conversion.
 ///
-/// @return the number of characters printed, or a negative number on failure
+/// Prints nothing where the environment says KR_TRACE=off, or where the standard output was not open at the first
+/// line or at a set-up: for the life of the process.
+///
+/// @return the number of characters printed, 0 where the trace is off, or a negative number on failure
 [[gnu::format(printf, 2, 3)]] int krTraceLog(const char *tag, const char *format, ...) noexcept;
 
 namespace krOpenSSL {
 
+/// Turns the trace off where the standard output is not open. For the set-up, which comes before the connections that
+/// might get its number.
+void checkTraceOutput() noexcept;
+
 /// Prints what krTraceLog(kTraceTag, "step - accessor") would print, without reading a format: two of these lines
 /// surround each traced call.
 void traceStep(const char *step, const char *accessor) noexcept;
+
+/// Prints the lines of the steps Start and End at once.
+void traceSteps(const char *accessor) noexcept;
 
 } // namespace krOpenSSL

@@ -7,18 +7,27 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#ifdef _MSC_VER
+#include <cstdlib>
+#endif
 
 namespace krOpenSSL {
 
+// std::byteswap is C++23.
+#ifdef _MSC_VER
+inline std::uint32_t swapBytes(std::uint32_t word) noexcept { return _byteswap_ulong(word); }
+inline std::uint64_t swapBytes(std::uint64_t word) noexcept { return _byteswap_uint64(word); }
+#else
+constexpr std::uint32_t swapBytes(std::uint32_t word) noexcept { return __builtin_bswap32(word); }
+constexpr std::uint64_t swapBytes(std::uint64_t word) noexcept { return __builtin_bswap64(word); }
+#endif
+
 /// Turns a word from the host's byte order to big-endian, or back.
-template <std::unsigned_integral Word> constexpr Word bigEndian(Word word) noexcept {
+template <std::unsigned_integral Word> Word bigEndian(Word word) noexcept {
   if constexpr (std::endian::native == std::endian::big) {
     return word;
-  } else if constexpr (sizeof(Word) == sizeof(std::uint32_t)) {
-    return __builtin_bswap32(word);
   } else {
-    static_assert(sizeof(Word) == sizeof(std::uint64_t));
-    return __builtin_bswap64(word);
+    return swapBytes(word);
   }
 }
 
@@ -36,8 +45,12 @@ template <std::unsigned_integral Word> void storeBigEndian(unsigned char *bytes,
 /// Stores two words at once, as wide as the SHA-1 compression loads them: a wide load that follows narrow
 /// stores would wait for them.
 inline void storePair(unsigned char *bytes, std::uint64_t high, std::uint64_t low) noexcept {
+#ifdef _MSC_VER
+  const std::array<std::uint64_t, 2> pair{bigEndian(high), bigEndian(low)};
+#else
   using Pair [[gnu::vector_size(16)]] = std::uint64_t;
   const Pair pair{bigEndian(high), bigEndian(low)};
+#endif
   std::memcpy(bytes, &pair, sizeof pair);
 }
 

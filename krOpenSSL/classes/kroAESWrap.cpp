@@ -3,9 +3,10 @@
 #include <krOpenSSL/kroAESWrap.h>
 
 #include "BigEndian.h"
-#include "FipsWay.h"
+#include "CipherContext.h"
 #include "accessors/krAccessors.h"
 #include "accessors/krTraceLog.h"
+#include "state/FipsState.h"
 
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
@@ -13,7 +14,6 @@
 #include <cstring>
 #include <limits>
 #include <memory>
-#include <new>
 
 using namespace krOpenSSL;
 
@@ -53,19 +53,20 @@ bool isAllowedLength(std::uint64_t length) noexcept {
          length / kSemiblockBytes <= std::numeric_limits<std::uint32_t>::max() / kPasses;
 }
 
-bool isUsable(const EVP_CIPHER_CTX *context) noexcept {
-  return context != nullptr && EVP_CIPHER_CTX_cipher(context) != nullptr;
+enum Direction { kUnwrap = 0, kWrap = 1 };
+
+bool isKeyedFor(Direction direction, const EVP_CIPHER_CTX *context) noexcept {
+  return isKeyed(context) && EVP_CIPHER_CTX_encrypting(context) == direction;
 }
 
 /// The registers A and R[1] to R[n] of one wrap or unwrap, wiped at its end.
 class Registers {
 public:
-  Registers(EVP_CIPHER_CTX *context, const unsigned char *a, const unsigned char *r, std::uint64_t length) noexcept
-      : context_(context), r_(new (std::nothrow) unsigned char[length]), length_(r_ != nullptr ? length : 0) {
+  /// Throws what the allocator throws, before anything is copied.
+  Registers(EVP_CIPHER_CTX *context, const unsigned char *a, const unsigned char *r, std::uint64_t length)
+      : context_(context), r_(std::make_unique_for_overwrite<unsigned char[]>(length)), length_(length) {
     std::memcpy(block_, a, kSemiblockBytes);
-    if (r_ != nullptr) {
-      std::memcpy(r_.get(), r, length);
-    }
+    std::memcpy(r_.get(), r, length);
   }
   ~Registers() {
     OPENSSL_cleanse(r_.get(), length_);
@@ -76,9 +77,6 @@ public:
 
   const unsigned char *a() const noexcept { return block_; }
   const unsigned char *r() const noexcept { return r_.get(); }
-
-  /// False without memory for the registers.
-  explicit operator bool() const noexcept { return r_ != nullptr; }
 
   bool wrap() noexcept {
     std::uint32_t t = 0;
@@ -142,18 +140,35 @@ struct kroAESWrap::Context {
     if (!wrap.viaModule_) {
       krEVP_CIPHER_CTX_Cleanup(wrap.context_);
       wrap.context_ = nullptr;
-    } else if (const FipsModule *module = readyModule()) {
+      return;
+    }
+    if (const FipsModule *module = readyModule()) {
       module->AesFree(wrap.area_);
+    }
+    OPENSSL_cleanse(wrap.area_, kStateBytes); // a module that is not ready any more cannot do it
+  }
+
+  static void setKey(kroAESWrap &wrap, Direction direction, const unsigned char *key, std::uint64_t len) noexcept {
+    if (!wrap.viaModule_) {
+      setKey(wrap.context_, direction, key, len);
+    } else if (const FipsModule *module = readyModule()) {
+      wrap.mayWrap_ = key != nullptr && direction == kWrap;
+      wrap.mayUnwrap_ = key != nullptr && direction == kUnwrap;
+      if (key != nullptr) {
+        const auto set = direction == kWrap ? module->AesSetEncryptKey : module->AesSetDecryptKey;
+        set(fipsModuleContext, wrap.area_, kStateBytes, key, keyBits(len));
+      }
     }
   }
 
-  static void setKey(EVP_CIPHER_CTX *context, const unsigned char *key, std::uint64_t len, bool encrypt) noexcept {
+  static void setKey(EVP_CIPHER_CTX *context, Direction direction, const unsigned char *key,
+                     std::uint64_t len) noexcept {
     const EVP_CIPHER *cipher = aesEcb(len);
-    if (context == nullptr || (cipher == nullptr && !isUsable(context))) {
+    if (context == nullptr || (cipher == nullptr && !isKeyed(context))) {
       return;
     }
     // What is left half keyed after a failure must not be used.
-    if (key == nullptr || EVP_CipherInit_ex(context, cipher, nullptr, key, nullptr, encrypt ? 1 : 0) != 1) {
+    if (key == nullptr || EVP_CipherInit_ex(context, cipher, nullptr, key, nullptr, direction) != 1) {
       EVP_CIPHER_CTX_reset(context);
       return;
     }
@@ -161,7 +176,7 @@ struct kroAESWrap::Context {
   }
 };
 
-kroAESWrap::kroAESWrap() : viaModule_(worksViaModule()) {
+kroAESWrap::kroAESWrap() : viaModule_(worksViaModule()), mayWrap_(true), mayUnwrap_(true) {
   if (viaModule_) {
     OPENSSL_cleanse(area_, kStateBytes);
   } else {
@@ -169,7 +184,10 @@ kroAESWrap::kroAESWrap() : viaModule_(worksViaModule()) {
   }
 }
 
-kroAESWrap::kroAESWrap(const kroAESWrap &other) : viaModule_(false), context_(nullptr) { *this = other; }
+kroAESWrap::kroAESWrap(const kroAESWrap &other)
+    : viaModule_(false), mayWrap_(true), mayUnwrap_(true), context_(nullptr) {
+  *this = other;
+}
 
 kroAESWrap::~kroAESWrap() { Context::release(*this); }
 
@@ -177,6 +195,8 @@ kroAESWrap &kroAESWrap::operator=(const kroAESWrap &other) {
   if (this == &other) {
     return *this;
   }
+  mayWrap_ = other.mayWrap_;
+  mayUnwrap_ = other.mayUnwrap_;
   if (other.viaModule_) {
     if (!viaModule_ && context_ != nullptr) {
       Context::release(*this);
@@ -187,45 +207,34 @@ kroAESWrap &kroAESWrap::operator=(const kroAESWrap &other) {
   }
   if (viaModule_) {
     Context::release(*this);
-    OPENSSL_cleanse(area_, kStateBytes); // the context takes only the first bytes of the old key's place
     viaModule_ = false;
     Context::make(*this);
   } else if (context_ == nullptr) {
     Context::make(*this);
   }
-  // OpenSSL refuses to copy a context without a key: such a copy is one without a key, too.
-  if (context_ != nullptr && !(isUsable(other.context_) && EVP_CIPHER_CTX_copy(context_, other.context_) == 1)) {
-    EVP_CIPHER_CTX_reset(context_);
-  }
+  copyOrReset(context_, other.context_);
   return *this;
 }
 
-void kroAESWrap::SetEncryptKey(const unsigned char *key, std::uint64_t len) {
-  if (!viaModule_) {
-    Context::setKey(context_, key, len, true);
-  } else if (const FipsModule *module = readyModule()) {
-    module->AesSetEncryptKey(fipsModuleContext, area_, kStateBytes, key, keyBits(len));
-  }
-}
+void kroAESWrap::SetEncryptKey(const unsigned char *key, std::uint64_t len) { Context::setKey(*this, kWrap, key, len); }
 
 void kroAESWrap::SetDecryptKey(const unsigned char *key, std::uint64_t len) {
-  if (!viaModule_) {
-    Context::setKey(context_, key, len, false);
-  } else if (const FipsModule *module = readyModule()) {
-    module->AesSetDecryptKey(fipsModuleContext, area_, kStateBytes, key, keyBits(len));
-  }
+  Context::setKey(*this, kUnwrap, key, len);
 }
 
 bool kroAESWrap::Encrypt(unsigned char *out, const unsigned char *in, std::uint64_t len, const unsigned char *iv) {
+  if (out == nullptr || in == nullptr) {
+    return false;
+  }
   if (viaModule_) {
-    const FipsModule *module = readyModule();
+    const FipsModule *module = mayWrap_ ? readyModule() : nullptr;
     return module != nullptr && module->AesKeyWrap(area_, out, in, static_cast<FipsModule::Length>(len), iv) == 0;
   }
-  if (!isAllowedLength(len) || out == nullptr || in == nullptr || !isUsable(context_)) {
+  if (!isAllowedLength(len) || !isKeyedFor(kWrap, context_)) {
     return false;
   }
   Registers registers(context_, iv != nullptr ? iv : kDefaultIv, in, len);
-  if (!registers || !registers.wrap()) {
+  if (!registers.wrap()) {
     return false;
   }
   std::memcpy(out, registers.a(), kSemiblockBytes);
@@ -234,16 +243,18 @@ bool kroAESWrap::Encrypt(unsigned char *out, const unsigned char *in, std::uint6
 }
 
 bool kroAESWrap::Decrypt(unsigned char *out, std::uint64_t len, const unsigned char *in, const unsigned char *iv) {
+  if (out == nullptr || in == nullptr) {
+    return false;
+  }
   if (viaModule_) {
-    const FipsModule *module = readyModule();
+    const FipsModule *module = mayUnwrap_ ? readyModule() : nullptr;
     return module != nullptr && module->AesKeyUnwrap(area_, out, static_cast<FipsModule::Length>(len), in, iv) == 0;
   }
-  if (!isAllowedLength(len) || out == nullptr || in == nullptr || !isUsable(context_)) {
+  if (!isAllowedLength(len) || !isKeyedFor(kUnwrap, context_)) {
     return false;
   }
   Registers registers(context_, in, in + kSemiblockBytes, len);
-  if (!registers || !registers.unwrap() ||
-      CRYPTO_memcmp(registers.a(), iv != nullptr ? iv : kDefaultIv, kSemiblockBytes) != 0) {
+  if (!registers.unwrap() || CRYPTO_memcmp(registers.a(), iv != nullptr ? iv : kDefaultIv, kSemiblockBytes) != 0) {
     return false;
   }
   std::memcpy(out, registers.r(), len);

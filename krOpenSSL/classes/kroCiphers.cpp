@@ -1,6 +1,7 @@
 // AES-CBC, triple-DES-CBC and RC4.
 #include <krOpenSSL/kroCiphers.h>
 
+#include "CipherContext.h"
 #include "Lengths.h"
 #include "accessors/krAccessors.h"
 #include "accessors/krTraceLog.h"
@@ -72,11 +73,6 @@ EVP_CIPHER_CTX *newRc4Context() noexcept {
   return context;
 }
 
-// A context without a cipher is one without a key.
-bool isKeyed(const EVP_CIPHER_CTX *context) noexcept {
-  return context != nullptr && EVP_CIPHER_CTX_cipher(context) != nullptr;
-}
-
 bool keyRc4(EVP_CIPHER_CTX *context, const unsigned char *key, int length) noexcept {
   EVP_CIPHER_CTX_set_flags(context, EVP_CIPH_FLAG_NON_FIPS_ALLOW);
   return EVP_CipherInit_ex(context, EVP_rc4(), nullptr, nullptr, nullptr, kEncrypt) == 1 &&
@@ -136,10 +132,7 @@ kroRC4 &kroRC4::operator=(const kroRC4 &other) {
   if (context_ == nullptr) {
     context_ = newRc4Context();
   }
-  // OpenSSL refuses to copy a context without a key: such a copy is one without a key, too.
-  if (context_ != nullptr && !(isKeyed(other.context_) && EVP_CIPHER_CTX_copy(context_, other.context_) == 1)) {
-    EVP_CIPHER_CTX_reset(context_);
-  }
+  copyOrReset(context_, other.context_);
   return *this;
 }
 

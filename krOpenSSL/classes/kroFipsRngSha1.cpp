@@ -26,6 +26,40 @@ constexpr std::size_t kW1 = kW0 + kBlockBytes;
 constexpr std::size_t kSpanBytes = 24;
 constexpr std::size_t kWordBytes = sizeof(std::uint32_t);
 
+// What the functions below a member's own leave on the stack. OpenSSL's SHA-1 keeps its message there, which is XVAL,
+// down to 848 bytes with AVX2 and less elsewhere; the rest is for this file's functions.
+constexpr std::size_t kUsedStackBytes = 1280;
+
+// Its frame lies where theirs lay.
+[[gnu::noinline]] void cleanStack() noexcept {
+  std::array<unsigned char, kUsedStackBytes> used;
+  OPENSSL_cleanse(used.data(), used.size());
+}
+
+// The high word of the number is below the divisor, so the quotient is one word. Bit by bit and without a branch, since
+// the time of a processor's division tells of its numbers.
+std::uint64_t quotient(std::uint64_t number, std::uint64_t divisor) noexcept {
+  std::uint64_t rest = number >> 32U;
+  std::uint64_t digit = 0;
+  for (unsigned bit = 32; bit-- > 0;) {
+    rest = (rest << 1U | (number >> bit & 1U)) - divisor;
+    const std::uint64_t isNegative = rest >> 63U;
+    rest += divisor & (0 - isNegative);
+    digit = digit << 1U | (isNegative ^ 1U);
+  }
+  return digit;
+}
+
+// 1 when the span's number is q or more, else 0: the carry of adding the complement of q, and 1.
+std::uint64_t reaches(const unsigned char *q, const unsigned char *span) noexcept {
+  std::uint64_t carry = 1;
+  for (std::size_t at = kQBytes; at > 0; at -= kWordBytes) {
+    const auto complement = static_cast<std::uint32_t>(~loadBigEndian<std::uint32_t>(q + at - kWordBytes));
+    carry = (std::uint64_t{loadBigEndian<std::uint32_t>(span + at)} + complement + carry) >> 32U;
+  }
+  return (std::uint64_t{loadBigEndian<std::uint32_t>(span)} + 0xFFFFFFFFU + carry) >> 32U;
+}
+
 } // namespace
 
 // The working values of consecutive rounds, all of them here, so that they are wiped at the end of a member.
@@ -47,8 +81,9 @@ struct kroFipsRngSha1::Round {
     }
   }
 
-  // Writes x = G(XVAL) to out and advances XKEY to (1 + XKEY + x) mod 2^b.
-  void run(unsigned char *out) noexcept {
+  // Writes x = G(XVAL) to out and advances XKEY to (1 + XKEY + x) mod 2^b. Not inline, for cleanStack to reach its
+  // frame.
+  [[gnu::noinline]] void run(unsigned char *out) noexcept {
     sha_ = initial_;
     SHA1_Update(&sha_, hasXSeed_ ? addXSeed() : generator_.xkey_, SHA_CBLOCK);
     unsigned char *word = out;
@@ -113,6 +148,7 @@ void kroFipsRngSha1::Init(const unsigned char *seed, std::uint64_t len, const un
     std::copy_n(q, kQBytes, q_);
     qMode_ = true;
   }
+  cleanStack(); // where the source of the seed may have left it
 }
 
 void kroFipsRngSha1::Generate(unsigned char *out, std::uint64_t len, const unsigned char *xseed,
@@ -141,21 +177,24 @@ void kroFipsRngSha1::Generate(unsigned char *out, std::uint64_t len, const unsig
       xseedlen -= consumed;
     }
   }
+  cleanStack();
 }
 
 void kroFipsRngSha1::Iterate(const unsigned char *xseed, std::uint64_t len) {
   Round round(*this);
   round.setXSeed(xseed, len);
   Refill::run(*this, round);
+  cleanStack();
 }
 
 void kroFipsRngSha1::DoRound(unsigned char *out, const unsigned char *xseed, std::uint64_t xseedlen) {
   Round round(*this);
   round.setXSeed(xseed, xseedlen);
   round.run(out);
+  cleanStack();
 }
 
-void kroFipsRngSha1::ModQ() {
+[[gnu::noinline]] void kroFipsRngSha1::ModQ() {
   if (!qMode_) {
     return;
   }
@@ -163,15 +202,15 @@ void kroFipsRngSha1::ModQ() {
   const std::uint64_t divisor = std::uint64_t{loadBigEndian<std::uint32_t>(q_)} + 1;
   for (std::size_t k = 0; k + kSpanBytes <= kBufferBytes; k += kWordBytes) {
     unsigned char *span = block_ + k;
-    Reduce(span, loadBigEndian<std::uint64_t>(span) / divisor);
-    // The estimate never exceeds the true digit; what it lacks is subtracted here.
-    while (loadBigEndian<std::uint32_t>(span) != 0 || std::memcmp(span + kWordBytes, q_, kQBytes) >= 0) {
-      Reduce(span, 1);
-    }
+    Reduce(span, quotient(loadBigEndian<std::uint64_t>(span), divisor));
+    // The estimate never exceeds the true digit, and with q's top bit set it lacks 2 at most.
+    Reduce(span, reaches(q_, span));
+    Reduce(span, reaches(q_, span));
   }
 }
 
-void kroFipsRngSha1::Reduce(unsigned char *span, std::uint64_t qhat) {
+// Not inline: a compiler that knows a digit for 0 or 1 may make a branch of it.
+[[gnu::noinline]] void kroFipsRngSha1::Reduce(unsigned char *span, std::uint64_t qhat) {
   std::uint64_t multiplyCarry = 0;
   std::uint64_t complementCarry = 1; // subtracting is adding the complement and 1
   for (std::size_t at = kQBytes; at > 0; at -= kWordBytes) {

@@ -1,16 +1,17 @@
 // The HMAC template and its seven instantiations.
 #include <krOpenSSL/kroHMAC.h>
 
-#include "FipsWay.h"
 #include "Lengths.h"
 #include "accessors/ErrorQueueScope.h"
 #include "accessors/krAccessors.h"
 #include "accessors/krTraceLog.h"
+#include "state/FipsState.h"
 
 #include <openssl/crypto.h>
 #include <openssl/hmac.h>
 
 #include <cstring>
+#include <optional>
 
 using namespace krOpenSSL;
 
@@ -72,37 +73,43 @@ template <class T> struct kroHMAC<T>::Context {
     if (!hmac.viaModule_) {
       krHMAC_CTX_cleanup(hmac.context_);
       hmac.context_ = nullptr;
-    } else if (const FipsModule *module = readyModule()) {
+      return;
+    }
+    if (const FipsModule *module = readyModule()) {
       module->HmacFree(hmac.area_);
     }
+    OPENSSL_cleanse(hmac.area_, kStateBytes); // a module that is not ready any more cannot do it
   }
 
-  // False for what is too long to be handed over; a module that is not ready is no failure.
-  template <class Entry>
-  static bool handToModule(Entry entry, kroHMAC &hmac, const unsigned char *bytes, std::optional<int> length) noexcept {
-    const FipsModule *module = length ? readyModule() : nullptr;
-    if (module != nullptr) {
-      (module->*entry)(hmac.area_, bytes, *length);
-    }
-    return length.has_value();
+  // Who works for the object: the module, OpenSSL (null), or nobody while the module is not ready.
+  static std::optional<const FipsModule *> worker(const kroHMAC &hmac) noexcept {
+    const FipsModule *module = hmac.viaModule_ ? readyModule() : nullptr;
+    return hmac.viaModule_ && module == nullptr ? std::nullopt : std::optional(module);
   }
 
-  static bool setKey(kroHMAC &hmac, const unsigned char *key, std::uint64_t len) noexcept {
+  static bool setKey(kroHMAC &hmac, const FipsModule *module, const unsigned char *key, std::uint64_t len) noexcept {
     const auto length = intLength(len);
-    if (hmac.viaModule_) {
-      return handToModule(&FipsModule::HmacSetKey, hmac, key, length);
+    if (!length || !isReadable(key, len)) {
+      return false;
+    }
+    if (module != nullptr) {
+      module->HmacSetKey(hmac.area_, key, *length);
+      return true;
     }
     const unsigned char *bytes = key != nullptr ? key : &kEmptyKey;
-    return hmac.context_ != nullptr && length && isReadable(key, len) &&
-           HMAC_Init_ex(hmac.context_, bytes, *length, T::GetEVP_MD(), nullptr) == 1;
+    return hmac.context_ != nullptr && HMAC_Init_ex(hmac.context_, bytes, *length, T::GetEVP_MD(), nullptr) == 1;
   }
 
-  static bool update(kroHMAC &hmac, const unsigned char *data, std::uint64_t len) noexcept {
+  static bool update(kroHMAC &hmac, const FipsModule *module, const unsigned char *data, std::uint64_t len) noexcept {
     const auto length = intLength(len);
-    if (hmac.viaModule_) {
-      return handToModule(&FipsModule::HmacUpdate, hmac, data, length);
+    if (!length || !isReadable(data, len)) {
+      return false;
     }
-    return length && isReadable(data, len) && HMAC_Update(hmac.context_, data, len) == 1;
+    if (module != nullptr) {
+      module->HmacUpdate(hmac.area_, data, *length);
+      return true;
+    }
+    return HMAC_Update(hmac.context_, data, len) == 1;
   }
 };
 
@@ -138,7 +145,6 @@ template <class T> kroHMAC<T> &kroHMAC<T>::operator=(const kroHMAC &other) {
   }
   if (viaModule_) {
     Context::release(*this);
-    OPENSSL_cleanse(area_, kStateBytes); // the context takes only the first bytes of the old key's place
     Context::make(*this);
   } else if (context_ == nullptr) {
     Context::make(*this);
@@ -148,21 +154,25 @@ template <class T> kroHMAC<T> &kroHMAC<T>::operator=(const kroHMAC &other) {
 }
 
 template <class T> void kroHMAC<T>::Init() {
-  if (viaModule_) {
-    if (const FipsModule *module = readyModule()) {
-      module->HmacInit(fipsModuleContext, area_, kStateBytes, EVP_MD_size(T::GetEVP_MD()));
-    }
-    phase_ = phase_ == Phase::keyed ? Phase::computing : phase_;
+  const auto module = Context::worker(*this);
+  if (!module) {
     return;
   }
-  if (phase_ != Phase::unkeyed) {
+  if (*module != nullptr) {
+    (*module)->HmacInit(fipsModuleContext, area_, kStateBytes, EVP_MD_size(T::GetEVP_MD()));
+    phase_ = phase_ == Phase::keyed ? Phase::computing : phase_;
+  } else if (phase_ != Phase::unkeyed) {
     const bool begun = HMAC_Init_ex(context_, nullptr, 0, T::GetEVP_MD(), nullptr) == 1;
     phase_ = begun ? Phase::computing : Phase::unkeyed;
   }
 }
 
 template <class T> void kroHMAC<T>::SetKey(const unsigned char *key, std::uint64_t len) {
-  if (Context::setKey(*this, key, len)) {
+  const auto module = Context::worker(*this);
+  if (!module) {
+    return;
+  }
+  if (Context::setKey(*this, *module, key, len)) {
     phase_ = Phase::computing;
   } else {
     Context::dropKey(*this);
@@ -170,20 +180,20 @@ template <class T> void kroHMAC<T>::SetKey(const unsigned char *key, std::uint64
 }
 
 template <class T> void kroHMAC<T>::Update(const unsigned char *data, std::uint64_t len) {
-  // A MAC over only some of the data must never come out.
-  if (phase_ == Phase::computing && !Context::update(*this, data, len)) {
+  const auto module = phase_ == Phase::computing ? Context::worker(*this) : std::nullopt;
+  // A MAC without what was refused must never come out.
+  if (module && !Context::update(*this, *module, data, len)) {
     phase_ = Phase::keyed;
   }
 }
 
 template <class T> void kroHMAC<T>::Final(unsigned char *out) {
-  if (phase_ != Phase::computing) {
+  const auto module = phase_ == Phase::computing ? Context::worker(*this) : std::nullopt;
+  if (!module) {
     return;
   }
-  if (viaModule_) {
-    if (const FipsModule *module = readyModule()) {
-      module->HmacFinal(area_, out);
-    }
+  if (*module != nullptr && out != nullptr) {
+    (*module)->HmacFinal(area_, out); // what comes next is the module's to judge
     return;
   }
   if (out != nullptr) {

@@ -6,23 +6,16 @@ namespace {
 
 BIGNUMPtr duplicate(const BIGNUM *number) noexcept { return BIGNUMPtr(BN_dup(number)); }
 
-// The key takes all of the numbers or none; it refuses a null where it needs a number.
-template <class Set, class... Numbers> bool give(RSA *rsa, Set set, Numbers... numbers) noexcept {
-  if (set(rsa, numbers.get()...) == 0) {
-    return false;
-  }
-  (static_cast<void>(numbers.release()), ...);
-  return true;
-}
-
 bool copyNumbers(RSA *copy, const RSA *rsa) noexcept {
-  return give(copy, RSA_set0_key, duplicate(RSA_get0_n(rsa)), duplicate(RSA_get0_e(rsa)), duplicate(RSA_get0_d(rsa)));
+  return handOver([copy](auto... numbers) { return RSA_set0_key(copy, numbers...); }, duplicate(RSA_get0_n(rsa)),
+                  duplicate(RSA_get0_e(rsa)), duplicate(RSA_get0_d(rsa))) != 0;
 }
 
 bool copyPrimes(RSA *copy, const RSA *rsa) noexcept {
-  return give(copy, RSA_set0_factors, duplicate(RSA_get0_p(rsa)), duplicate(RSA_get0_q(rsa))) &&
-         give(copy, RSA_set0_crt_params, duplicate(RSA_get0_dmp1(rsa)), duplicate(RSA_get0_dmq1(rsa)),
-              duplicate(RSA_get0_iqmp(rsa)));
+  return handOver([copy](auto... primes) { return RSA_set0_factors(copy, primes...); }, duplicate(RSA_get0_p(rsa)),
+                  duplicate(RSA_get0_q(rsa))) != 0 &&
+         handOver([copy](auto... numbers) { return RSA_set0_crt_params(copy, numbers...); },
+                  duplicate(RSA_get0_dmp1(rsa)), duplicate(RSA_get0_dmq1(rsa)), duplicate(RSA_get0_iqmp(rsa))) != 0;
 }
 
 // A key of more than two primes computes with n and d alone, which is slower and right.

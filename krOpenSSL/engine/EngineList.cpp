@@ -1,9 +1,13 @@
 // Engines in OpenSSL's list.
 #include "engine/EngineList.h"
 
+#include "engine/OnceOnly.h"
+
 namespace krOpenSSL {
 
-bool opensslIsUsable() noexcept { return OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr) != 0; }
+bool opensslIsUsable() noexcept {
+  return initialiseOnce() && OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr) != 0;
+}
 
 ENGINEPtr findListedEngine(std::string_view id) noexcept {
   ENGINE *engine = ENGINE_get_first();
@@ -23,11 +27,15 @@ void unregisterAlgorithms(ENGINE *engine, void (*unregisterEc)(ENGINE *)) noexce
   ENGINE_unregister_digests(engine);
 }
 
+void unregisterEverything(ENGINE *engine, void (*unregisterEc)(ENGINE *)) noexcept {
+  unregisterAlgorithms(engine, unregisterEc);
+  ENGINE_unregister_pkey_meths(engine);
+  ENGINE_unregister_pkey_asn1_meths(engine);
+}
+
 void retireListedEngine(std::string_view id) noexcept {
   if (const ENGINEPtr engine = findListedEngine(id); engine) {
-    unregisterAlgorithms(engine.get(), ENGINE_unregister_EC);
-    ENGINE_unregister_pkey_meths(engine.get());
-    ENGINE_unregister_pkey_asn1_meths(engine.get());
+    unregisterEverything(engine.get(), ENGINE_unregister_EC);
   }
 }
 

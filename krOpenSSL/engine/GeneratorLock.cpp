@@ -1,44 +1,48 @@
-// The generator lock: made once, freed at exit unless a thread still uses it.
+// The generator lock. Threads may draw while the process exits, and in a child that was forked while they drew.
 #include "engine/GeneratorLock.h"
 
-#include "platform/Platform.h"
+#include "platform/ForkLock.h"
 
 #include <atomic>
+#include <optional>
 
 namespace krOpenSSL {
 namespace {
 
+constinit platform::ForkLock gate; // trivially destroyed
+
+// What follows is used behind the gate.
 constinit std::atomic<CRYPTO_RWLOCK *> generatorLock{nullptr};
 constinit CRYPTO_ONCE lockOnce = CRYPTO_ONCE_STATIC_INIT;
-// Threads that hold the lock or wait for it: the process may exit while they run.
-constinit std::atomic<int> users{0};
-constinit std::atomic<bool> forksWatched{false};
-constinit std::atomic<bool> inChild{false};
+constinit std::atomic<bool> gateAlone{false};
+constinit std::atomic<bool> copied{false};
 
-// Runs in a forked child while it has one thread. A thread that was not copied may hold the lock, so the
-// child gets one of its own.
-void startChild() noexcept {
-  inChild.store(true);
-  if (users.exchange(0) != 0 && generatorLock.load() != nullptr) {
-    generatorLock.store(CRYPTO_THREAD_lock_new());
-  }
+void makeLock() noexcept { generatorLock.store(CRYPTO_THREAD_lock_new()); }
+
+void noteCopy() noexcept {
+  gateAlone.store(true, std::memory_order_relaxed);
+  copied.store(true, std::memory_order_relaxed);
 }
 
-// Forks are watched before the lock can be held, so that no child inherits it held.
-void makeLock() noexcept {
-  forksWatched.store(platform::watchForks(startChild));
-  if (generatorLock.load() == nullptr) {
-    generatorLock.store(CRYPTO_THREAD_lock_new());
-  }
+CRYPTO_RWLOCK *opensslLock() noexcept {
+  const bool made = !gateAlone.load(std::memory_order_relaxed) && CRYPTO_THREAD_run_once(&lockOnce, makeLock) != 0;
+  return made ? generatorLock.load(std::memory_order_relaxed) : nullptr;
 }
 
 struct LockOwner {
+  // While a thread draws, and it may be the one that this interrupts, the lock stays.
   ~LockOwner() {
-    // OpenSSL's own exit handler may ask for random bytes after this: it has to find the pointer empty.
-    CRYPTO_RWLOCK *lock = generatorLock.exchange(nullptr);
-    if (users.load() == 0) {
-      CRYPTO_THREAD_lock_free(lock);
+    const std::optional<bool> firstInChild = gate.tryLock();
+    if (!firstInChild) {
+      return;
     }
+    if (*firstInChild) {
+      noteCopy();
+    }
+    if (!gateAlone.exchange(true)) {
+      CRYPTO_THREAD_lock_free(generatorLock.exchange(nullptr));
+    }
+    gate.unlock();
   }
 };
 
@@ -47,31 +51,41 @@ const LockOwner owner{};
 } // namespace
 
 GeneratorLock::GeneratorLock() noexcept {
-  users.fetch_add(1);
-  held_ = CRYPTO_THREAD_run_once(&lockOnce, makeLock) != 0 ? generatorLock.load() : nullptr;
+  if (gate.lock()) {
+    noteCopy();
+  }
+  held_ = opensslLock();
   if (held_ != nullptr) {
     CRYPTO_THREAD_write_lock(held_);
   }
 }
 
 GeneratorLock::~GeneratorLock() {
+  if (holds_) {
+    static_cast<void>(release());
+  }
+}
+
+bool GeneratorLock::release() noexcept {
+  holds_ = false;
   if (held_ != nullptr) {
     CRYPTO_THREAD_unlock(held_);
   }
-  users.fetch_sub(1);
-}
-
-// _Fork and the bare system calls run no handlers.
-bool GeneratorLock::firstInChild() noexcept {
-  const bool unhandled = platform::firstInForkedChild();
-  return inChild.exchange(false) || unhandled;
-}
-
-bool GeneratorLock::watchForks() noexcept {
-  if (!forksWatched.load()) {
-    forksWatched.store(platform::watchForks(startChild));
+  if (gate.unlock()) {
+    return true;
   }
-  return forksWatched.load();
+  noteCopy();
+  return false;
 }
+
+bool GeneratorLock::firstInChild() noexcept {
+  const bool first = copied.load(std::memory_order_relaxed);
+  if (first) {
+    copied.store(false, std::memory_order_relaxed);
+  }
+  return first;
+}
+
+bool GeneratorLock::noticesForks() noexcept { return gate.noticesForks(); }
 
 } // namespace krOpenSSL

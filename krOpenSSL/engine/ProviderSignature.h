@@ -2,6 +2,7 @@
 #pragma once
 
 #include "accessors/ErrorQueueScope.h"
+#include "accessors/KeySize.h"
 #include "engine/iftProvider.h"
 
 #include <array>
@@ -11,9 +12,9 @@ namespace krOpenSSL {
 inline constexpr std::size_t kSignatureBufferBytes = 16384;
 static_assert(kProviderCapacity <= kSignatureBufferBytes);
 
-/// Has the connection's provider sign the digest and decodes what it wrote with @p Decode.
-/// @return null when the provider failed or its bytes are not a DER signature
-template <class Signature>
+/// Has the connection's provider sign the digest and decodes what it wrote with @p decode.
+/// @return null when the provider failed, its bytes are not a DER signature, or the signature is longer than the key's
+template <class SignaturePtr, class Signature>
 Signature *signViaProvider(SSL *ssl, int type, int keySize, const unsigned char *digest, int length,
                            Signature *(*decode)(Signature **, const unsigned char **, long)) noexcept {
   // On the stack and not filled: only what the provider reports as written is read.
@@ -27,7 +28,7 @@ Signature *signViaProvider(SSL *ssl, int type, int keySize, const unsigned char 
   }
   const ErrorQueueScope errors;
   const unsigned char *cursor = buffer.data();
-  return decode(nullptr, &cursor, written);
+  return withinSize(SignaturePtr(decode(nullptr, &cursor, written)), keySize);
 }
 
 } // namespace krOpenSSL

@@ -5,6 +5,7 @@
 // because OpenSSL's list holds one of the same id, takes nothing from the listed one.
 #include "engine/qvlib.h"
 
+#include "accessors/AttachMethod.h"
 #include "accessors/ErrorQueueScope.h"
 #include "engine/qvlibDSA.h"
 #include "engine/qvlibECDSA.h"
@@ -13,6 +14,8 @@
 #include "state/State.h"
 
 #include <krOpenSSL/krHandles.h>
+
+#include <utility>
 
 using namespace krOpenSSL;
 
@@ -28,35 +31,27 @@ bool attachRandom(ENGINE *engine) noexcept {
   return state::fipsMode.load(std::memory_order_acquire) != 0 || ENGINE_set_RAND(engine, &qvlib_rand_method) != 0;
 }
 
-/// Hands the method over to the engine; it stays the handle's when the engine refuses it.
-template <class MethodPtr, class Setter>
-typename MethodPtr::pointer attach(ENGINE *engine, MethodPtr method, Setter setter) noexcept {
-  return method && setter(engine, method.get()) != 0 ? method.release() : nullptr;
-}
-
 bool attachRsa(ENGINE *engine) noexcept {
-  RSA_METHOD *method = attach(engine, RSAMethodPtr(RSA_meth_dup(RSA_get_default_method())), ENGINE_set_RSA);
-  return method != nullptr && RSA_meth_set1_name(method, "qvlib RSA method") != 0 &&
-         RSA_meth_set_priv_enc(method, qvlib_RSA_private_encrypt) != 0 &&
-         RSA_meth_set_priv_dec(method, qvlib_RSA_private_decrypt) != 0;
+  RSAMethodPtr method(RSA_meth_dup(RSA_get_default_method()));
+  return method && RSA_meth_set1_name(method.get(), "qvlib RSA method") != 0 &&
+         RSA_meth_set_priv_enc(method.get(), qvlib_RSA_private_encrypt) != 0 &&
+         RSA_meth_set_priv_dec(method.get(), qvlib_RSA_private_decrypt) != 0 &&
+         attachMethod(engine, std::move(method), ENGINE_set_RSA);
 }
 
 bool attachDsa(ENGINE *engine) noexcept {
-  DSA_METHOD *method = attach(engine, DSAMethodPtr(DSA_meth_dup(DSA_get_default_method())), ENGINE_set_DSA);
-  return method != nullptr && DSA_meth_set1_name(method, "qvlib DSA method") != 0 &&
-         DSA_meth_set_sign(method, qvlib_DSA_do_sign) != 0;
+  DSAMethodPtr method(DSA_meth_dup(DSA_get_default_method()));
+  return method && DSA_meth_set1_name(method.get(), "qvlib DSA method") != 0 &&
+         DSA_meth_set_sign(method.get(), qvlib_DSA_do_sign) != 0 &&
+         attachMethod(engine, std::move(method), ENGINE_set_DSA);
 }
 
 void attachEcKey(ENGINE *engine) noexcept {
-  EC_KEY_METHOD *method = attach(engine, ECKeyMethodPtr(EC_KEY_METHOD_new(EC_KEY_get_default_method())), ENGINE_set_EC);
-  if (method == nullptr) {
-    return;
+  const EC_KEY_METHOD *standard = EC_KEY_get_default_method();
+  if (ECKeyMethodPtr method(EC_KEY_METHOD_new(standard)); method) {
+    delegateSigning(method.get(), standard);
+    attachMethod(engine, std::move(method), ENGINE_set_EC);
   }
-  int (*sign)(int, const unsigned char *, int, unsigned char *, unsigned int *, const BIGNUM *, const BIGNUM *,
-              EC_KEY *) = nullptr;
-  int (*signSetup)(EC_KEY *, BN_CTX *, BIGNUM **, BIGNUM **) = nullptr;
-  EC_KEY_METHOD_get_sign(method, &sign, &signSetup, nullptr);
-  EC_KEY_METHOD_set_sign(method, sign, signSetup, qvlib_ECDSA_do_sign);
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #include "engine/qvlibRSA.h"
 
 #include "accessors/CallOut.h"
+#include "accessors/KeySize.h"
 #include "accessors/krAccessors.h"
 #include "accessors/krTraceLog.h"
 #include "engine/DefaultRsa.h"
@@ -24,13 +25,14 @@ int encryptByDefault(int flen, const unsigned char *from, unsigned char *to, RSA
 } // namespace
 
 int qvlib_RSA_private_encrypt(int flen, const unsigned char *from, unsigned char *to, RSA *rsa, int padding) noexcept {
+  const int size = sizeOf(rsa);
   if (void *ssl = RSA_get_ex_data(rsa, exDataIndex(ExData::rsa)); ssl != nullptr) {
     std::int32_t length = 0;
-    return ift_provider_private_key_operation_callback(static_cast<SSL *>(ssl), kRsaOperation, RSA_size(rsa), from,
-                                                       flen, to, kProviderCapacity, &length);
+    return ift_provider_private_key_operation_callback(static_cast<SSL *>(ssl), kRsaOperation, size, from, flen, to,
+                                                       kProviderCapacity, &length);
   }
   if (const auto callback = state::rsaPrivateEncrypt.load(std::memory_order_acquire); callback != nullptr) {
-    return callOut(-1, callback, flen, from, to, rsa, padding);
+    return withinSize(callOut(-1, callback, flen, from, to, rsa, padding), size);
   }
   const int result = encryptByDefault(flen, from, to, rsa, padding);
   krTraceLog(kTraceTag, "%s: RSA_priv_enc returned: %d", __func__, result);
@@ -39,7 +41,8 @@ int qvlib_RSA_private_encrypt(int flen, const unsigned char *from, unsigned char
 
 int qvlib_RSA_private_decrypt(int flen, const unsigned char *from, unsigned char *to, RSA *rsa, int padding) noexcept {
   if (const auto callback = state::rsaPrivateDecrypt.load(std::memory_order_acquire); callback != nullptr) {
-    return callOut(-1, callback, flen, from, to, rsa, padding);
+    const int size = sizeOf(rsa);
+    return withinSize(callOut(-1, callback, flen, from, to, rsa, padding), size);
   }
   const int result = krRSA_priv_dec(flen, from, to, rsa, padding);
   krTraceLog(kTraceTag, "%s: RSA_priv_dec returned: %d", __func__, result);

@@ -55,7 +55,7 @@ void qvlib_rand_feed(GeneratorLock &lock, const unsigned char *buf, int num) noe
     return;
   }
   // Without notice of forks a child would repeat its parent's bytes: better none at all.
-  if (!lock.watchForks()) {
+  if (!lock.noticesForks()) {
     return;
   }
   if (generator == nullptr) {
@@ -90,16 +90,20 @@ int qvlib_rand_bytes(unsigned char *buf, int num) noexcept {
   if (num < 0 || (buf == nullptr && num > 0)) {
     return 0;
   }
-  GeneratorLock lock;
-  renewIfCopied(lock);
-  if (!seeded.load()) {
-    qvlib_rand_feed(lock, nullptr, 0);
+  for (;;) {
+    GeneratorLock lock;
+    renewIfCopied(lock);
+    if (!seeded.load()) {
+      qvlib_rand_feed(lock, nullptr, 0);
+    }
+    if (!seeded.load()) {
+      return 0;
+    }
+    generator->Generate(buf, static_cast<std::uint64_t>(num), nullptr, 0);
+    if (lock.release()) {
+      return 1;
+    }
   }
-  if (!seeded.load()) {
-    return 0;
-  }
-  generator->Generate(buf, static_cast<std::uint64_t>(num), nullptr, 0);
-  return 1;
 }
 
 void qvlib_rand_cleanup() noexcept {

@@ -1,7 +1,7 @@
 // Signing with delegated keys through an engine's EVP_PKEY methods.
 #include "fips/DelegatedSign.h"
 
-#include "accessors/ErrorQueueScope.h"
+#include "accessors/KeySize.h"
 #include "engine/exDataIndexes.h"
 #include "state/State.h"
 
@@ -77,18 +77,11 @@ int signRsa(EVP_PKEY_CTX *context, const Message &message, unsigned char *out, R
   }
 }
 
-// OpenSSL's method takes a digest of any length and does not look at its type: an engine that does not tell the
-// digest is no obstacle.
-int digestType(EVP_PKEY_CTX *context) noexcept {
-  const ErrorQueueScope errors;
-  const EVP_MD *hash = nullptr;
-  return EVP_PKEY_CTX_get_signature_md(context, &hash) > 0 && hash != nullptr ? EVP_MD_type(hash) : NID_sha1;
-}
-
-int signEc(EVP_PKEY_CTX *context, const Message &message, unsigned char *out, EC_KEY *key) noexcept {
+// OpenSSL's method does not look at the type, and gets this one where no digest is set. The engine is not asked: one
+// that does not tell logs the question as an error.
+int signEc(EVP_PKEY_CTX * /*context*/, const Message &message, unsigned char *out, EC_KEY *key) noexcept {
   unsigned int written = 0;
-  const int type = digestType(context);
-  const int result = ECDSA_sign(type, message.data, message.length, out, &written, key);
+  const int result = ECDSA_sign(NID_sha1, message.data, message.length, out, &written, key);
   return result > 0 ? static_cast<int>(written) : result;
 }
 
@@ -101,10 +94,10 @@ int signWith(int (*sign)(EVP_PKEY_CTX *, const Message &, unsigned char *, Key *
     *signatureLength = static_cast<std::size_t>(size);
     return 1;
   }
-  if (*signatureLength < static_cast<std::size_t>(size) || length > INT_MAX) {
+  if (size == 0 || *signatureLength < static_cast<std::size_t>(size) || length > INT_MAX) {
     return 0;
   }
-  const int written = sign(context, {data, static_cast<int>(length)}, signature, key);
+  const int written = withinSize(sign(context, {data, static_cast<int>(length)}, signature, key), size);
   if (written <= 0) {
     return written;
   }
@@ -129,13 +122,13 @@ bool isDelegatedEc(EVP_PKEY_CTX *context) noexcept {
 int signDelegatedRsa(EVP_PKEY_CTX *context, unsigned char *signature, std::size_t *signatureLength,
                      const unsigned char *data, std::size_t length) noexcept {
   RSA *rsa = rsaOf(context);
-  return signWith(signRsa, context, rsa, RSA_size(rsa), signature, signatureLength, data, length);
+  return signWith(signRsa, context, rsa, sizeOf(rsa), signature, signatureLength, data, length);
 }
 
 int signDelegatedEc(EVP_PKEY_CTX *context, unsigned char *signature, std::size_t *signatureLength,
                     const unsigned char *data, std::size_t length) noexcept {
   EC_KEY *key = ecKeyOf(context);
-  return signWith(signEc, context, key, ECDSA_size(key), signature, signatureLength, data, length);
+  return signWith(signEc, context, key, sizeOf(key), signature, signatureLength, data, length);
 }
 
 } // namespace krOpenSSL

@@ -7,16 +7,22 @@
 #include "fips/DelegatedSign.h"
 #include "fips/krWolfSSLFIPS.h"
 #include "log/krCustomLogger.h"
-#include "state/State.h"
 
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cstddef>
 
 namespace krOpenSSL {
 namespace {
 
-using state::PkeySign;
+using PkeySign = int(EVP_PKEY_CTX *context, unsigned char *signature, std::size_t *signatureLength,
+                     const unsigned char *data, std::size_t length);
+
+// What wolfEngine's EVP_PKEY methods signed with before the delegating sign was put before it.
+constinit std::atomic<PkeySign *> wolfEngineRsaSign{nullptr};
+constinit std::atomic<PkeySign *> wolfEngineRsaPssSign{nullptr};
+constinit std::atomic<PkeySign *> wolfEngineEcSign{nullptr};
 
 // Keys that are not delegated get the engine's own signature, untouched.
 template <std::atomic<PkeySign *> &own, bool isDelegated(EVP_PKEY_CTX *) noexcept, PkeySign *delegatedSign>
@@ -33,12 +39,10 @@ struct PkeySplice {
 };
 
 constexpr std::array kPkeySplices{
-    PkeySplice{EVP_PKEY_RSA, state::wolfEngineRsaSign,
-               splicedSign<state::wolfEngineRsaSign, isDelegatedRsa, signDelegatedRsa>},
-    PkeySplice{EVP_PKEY_RSA_PSS, state::wolfEngineRsaPssSign,
-               splicedSign<state::wolfEngineRsaPssSign, isDelegatedRsa, signDelegatedRsa>},
-    PkeySplice{EVP_PKEY_EC, state::wolfEngineEcSign,
-               splicedSign<state::wolfEngineEcSign, isDelegatedEc, signDelegatedEc>},
+    PkeySplice{EVP_PKEY_RSA, wolfEngineRsaSign, splicedSign<wolfEngineRsaSign, isDelegatedRsa, signDelegatedRsa>},
+    PkeySplice{EVP_PKEY_RSA_PSS, wolfEngineRsaPssSign,
+               splicedSign<wolfEngineRsaPssSign, isDelegatedRsa, signDelegatedRsa>},
+    PkeySplice{EVP_PKEY_EC, wolfEngineEcSign, splicedSign<wolfEngineEcSign, isDelegatedEc, signDelegatedEc>},
 };
 
 // One method may serve several types: it is spliced for the first of them.
@@ -67,11 +71,7 @@ void spliceEcKeyMethod(EC_KEY_METHOD *method) noexcept {
     krLogWrite(kWolfSource, 170, kWolfComponent, "Failed to get default EC_KEY_METHOD");
     return;
   }
-  int (*sign)(int, const unsigned char *, int, unsigned char *, unsigned int *, const BIGNUM *, const BIGNUM *,
-              EC_KEY *) = nullptr;
-  int (*signSetup)(EC_KEY *, BN_CTX *, BIGNUM **, BIGNUM **) = nullptr;
-  EC_KEY_METHOD_get_sign(standard, &sign, &signSetup, nullptr);
-  EC_KEY_METHOD_set_sign(method, sign, signSetup, qvlib_ECDSA_do_sign);
+  delegateSigning(method, standard);
 }
 
 void splicePkeyMethods(ENGINE *engine) noexcept {

@@ -10,11 +10,20 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 
 namespace krOpenSSL {
 namespace {
 
 constexpr std::array kLoadedEngines{kQvlibId, kQvlibFipsId, kWolfEngineId};
+
+constinit std::atomic<bool> missed{false};
+
+bool anEngineOffersOne() noexcept {
+  ENGINE *engine = ENGINE_get_default_RAND();
+  ENGINE_finish(engine);
+  return engine != nullptr;
+}
 
 bool givenByLoadedEngine(const RAND_METHOD *method) noexcept {
   return std::any_of(kLoadedEngines.begin(), kLoadedEngines.end(), [=](const char *id) {
@@ -26,10 +35,18 @@ bool givenByLoadedEngine(const RAND_METHOD *method) noexcept {
 } // namespace
 
 void renewRandomMethod() noexcept {
-  if (givenByLoadedEngine(RAND_get_rand_method())) {
+  const RAND_METHOD *method = RAND_get_rand_method();
+  if (!anEngineOffersOne()) {
+    noteMissedRandomMethod();
+  } else if (missed.exchange(false) && method == RAND_OpenSSL()) {
+    RAND_set_rand_method(nullptr);
+  }
+  if (givenByLoadedEngine(method)) {
     RAND_set_rand_method(nullptr);
   }
 }
+
+void noteMissedRandomMethod() noexcept { missed.store(true); }
 
 void dropBuiltInRandomMethod() noexcept {
   if (RAND_get_rand_method() == RAND_OpenSSL()) {

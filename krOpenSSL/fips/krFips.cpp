@@ -1,7 +1,7 @@
-// The FIPS state: its queries, the choice of who provides it, and the external FIPS module's path.
+// The choice of who provides FIPS mode, and the external FIPS module's path.
 #include <krOpenSSL/krFips.h>
 
-#include "fipsbridge/FipsModule.h"
+#include "fips/ModulePlace.h"
 #include "state/State.h"
 
 #include <algorithm>
@@ -9,20 +9,10 @@
 
 using namespace krOpenSSL;
 
-namespace {
-
-constexpr int kModuleErrorState = 3;
-
-} // namespace
-
-int krFipsMode() { return state::fipsMode.load(std::memory_order_acquire) != 0 ? 1 : 0; }
-
-int krFipsGetState() {
-  const FipsModule *module = state::fipsModule.load(std::memory_order_acquire);
-  return module != nullptr ? module->GetState() : 0;
-}
-
-int krFipsModeError() { return krFipsGetState() == kModuleErrorState ? 1 : 0; }
+constinit std::array<char, kFipsModulePathBytes> krOpenSSL::fipsModulePath{};
+constinit std::atomic<int> krOpenSSL::fipsModulePathGiven{0};
+constinit std::atomic<int> krOpenSSL::fipsModulePathTooLong{0};
+constinit std::atomic<void *> krOpenSSL::fipsModuleHandle{nullptr};
 
 int krFipsUseOpenSSLFIPS(int use) {
   const int chosen = use != 0 ? 1 : 0;
@@ -30,20 +20,18 @@ int krFipsUseOpenSSLFIPS(int use) {
   return chosen;
 }
 
-int krFipsUsingOpenSSLFIPS() { return state::useOpenSSLFips.load(std::memory_order_acquire) != 0 ? 1 : 0; }
-
 unsigned int krFipsSetPath(const char *path) {
-  state::fipsModulePath.fill('\0');
-  state::fipsModulePathGiven = path != nullptr ? 1 : 0;
-  state::fipsModulePathTooLong = 0;
+  fipsModulePath.fill('\0');
+  fipsModulePathGiven = path != nullptr ? 1 : 0;
+  fipsModulePathTooLong = 0;
   if (path == nullptr) {
     return kFipsOk;
   }
-  const std::size_t length = strnlen(path, state::kFipsModulePathBytes);
-  if (length == state::kFipsModulePathBytes) {
-    state::fipsModulePathTooLong = 1;
+  const std::size_t length = strnlen(path, kFipsModulePathBytes);
+  if (length == kFipsModulePathBytes) {
+    fipsModulePathTooLong = 1;
     return kFipsPathTooLong;
   }
-  std::copy_n(path, length, state::fipsModulePath.begin());
+  std::copy_n(path, length, fipsModulePath.begin());
   return kFipsOk;
 }

@@ -3,6 +3,8 @@
 #include <krOpenSSL/krLifecycle.h>
 
 #include "engine/EngineList.h"
+#include "fips/ActiveEngine.h"
+#include "fips/ModulePlace.h"
 #include "fips/RandomMethod.h"
 #include "platform/Platform.h"
 #include "state/State.h"
@@ -44,11 +46,28 @@ private:
 int swapEngines(int mode) noexcept {
   krOpenSSLEngineUnload();
   state::fipsMode.store(mode, std::memory_order_release);
-  const int loaded = krOpenSSLEngineLoad();
-  if (loaded != 0) {
+  return krOpenSSLEngineLoad();
+}
+
+// Without an engine a first draw has OpenSSL settle for its own random method.
+bool mayDraw() noexcept { return activeEngine.load(std::memory_order_acquire) != nullptr; }
+
+// What OpenSSL settled for in FIPS mode is not ordinary mode's.
+void swapToOrdinary(bool leaving) noexcept {
+  if (swapEngines(0) != 0 && leaving) {
     dropBuiltInRandomMethod();
   }
-  return loaded;
+}
+
+void goOrdinary(bool leaving, bool draws) noexcept {
+  if (!draws) {
+    swapToOrdinary(leaving);
+    CarryOver().seed();
+    return;
+  }
+  const CarryOver carryOver;
+  swapToOrdinary(leaving);
+  carryOver.seed();
 }
 
 } // namespace
@@ -57,28 +76,33 @@ unsigned int krFipsModeOnEx(int /*unused*/) {
   if (krFipsUsingOpenSSLFIPS() == 0) {
     return kFipsNotAvailable;
   }
+  const bool wasOn = krFipsMode() != 0;
   // Drawn, but not given to the FIPS provider: what it is seeded with is its own affair.
-  const CarryOver carryOver;
-  if (swapEngines(1) != 0) {
-    return kFipsOk;
+  const bool draws = mayDraw();
+  if (draws) {
+    const CarryOver unused;
   }
-  krFipsModeOff();
-  return kFipsNotAvailable;
+  if (swapEngines(1) == 0) {
+    goOrdinary(wasOn, draws);
+    return kFipsNotAvailable;
+  }
+  if (!wasOn) {
+    dropBuiltInRandomMethod();
+  }
+  return kFipsOk;
 }
 
 unsigned int krFipsModeOn() { return krFipsModeOnEx(0); }
 
 unsigned int krFipsModeOff() {
-  const CarryOver carryOver;
-  swapEngines(0);
-  carryOver.seed();
+  goOrdinary(krFipsMode() != 0, mayDraw());
   return kFipsOk;
 }
 
 void krFipsClose() {
   krFipsModeOff();
   state::fipsModule.store(nullptr, std::memory_order_release);
-  if (void *module = state::fipsModuleHandle.exchange(nullptr); module != nullptr) {
+  if (void *module = fipsModuleHandle.exchange(nullptr); module != nullptr) {
     platform::freeModule(module);
   }
 }

@@ -3,6 +3,7 @@
 
 #include "accessors/ErrorQueueScope.h"
 #include "engine/EngineList.h"
+#include "fips/ActiveEngine.h"
 #include "log/krCustomLogger.h"
 #include "state/State.h"
 
@@ -28,7 +29,7 @@ struct LoggingCommand {
 
 bool sendToActive(const LoggingCommand &command) noexcept {
   const ErrorQueueScope errors;
-  ENGINE *engine = state::activeEngine.load(std::memory_order_acquire);
+  ENGINE *engine = activeEngine.load(std::memory_order_acquire);
   if (ENGINE_ctrl_cmd(engine, command.name, command.number, nullptr, command.function, 0) == 1) {
     return true;
   }

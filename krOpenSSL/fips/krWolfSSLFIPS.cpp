@@ -6,17 +6,31 @@
 #include "fips/krWolfSSLFIPS.h"
 
 #include "engine/EngineList.h"
+#include "fips/ActiveEngine.h"
 #include "fips/MethodSplice.h"
 #include "log/krCustomLogger.h"
 #include "platform/Platform.h"
-#include "state/State.h"
 
 #include <array>
+#include <atomic>
+#include <cstddef>
 #include <cstdio>
 
 using namespace krOpenSSL;
 
 namespace {
+
+// Whether OpenSSL's list has wolfEngine, where it stays.
+constinit std::atomic<bool> listed{false};
+
+// The engine whose functional reference a load took, or null.
+constinit std::atomic<ENGINE *> initialisedEngine{nullptr};
+
+// The loaded module, kept so that its method objects stay where they are.
+constinit std::atomic<void *> keptModule{nullptr};
+
+// Where wolfEngine is: NUL-terminated, empty until the system has told.
+constinit std::array<char, 1100> wolfEnginePath{};
 
 struct ControlCommand {
   const char *name;
@@ -50,7 +64,7 @@ bool listWolfEngine() noexcept {
       return false;
     }
   }
-  state::wolfEngineListed.store(true, std::memory_order_release);
+  listed.store(true, std::memory_order_release);
   return true;
 }
 
@@ -60,7 +74,7 @@ bool initialise(ENGINE *engine) noexcept {
     return false;
   }
   releaseWolfEngine();
-  state::initialisedEngine.store(engine, std::memory_order_release);
+  initialisedEngine.store(engine, std::memory_order_release);
   return true;
 }
 
@@ -83,10 +97,10 @@ template <class Method> Method *exportedMethod(void *module, const char *name) n
 }
 
 void *wolfEngineModule() noexcept {
-  void *module = state::wolfEngineModule.load(std::memory_order_acquire);
+  void *module = keptModule.load(std::memory_order_acquire);
   if (module == nullptr) {
     module = platform::loadedModule(krWolfEngineGetPath());
-    state::wolfEngineModule.store(module, std::memory_order_release);
+    keptModule.store(module, std::memory_order_release);
   }
   return module;
 }
@@ -107,13 +121,13 @@ bool spliceDelegation(ENGINE *engine) noexcept {
 }
 
 bool load() noexcept {
-  if (state::wolfEngineListed.load(std::memory_order_acquire)) {
+  if (listed.load(std::memory_order_acquire)) {
     krLogWrite(kWolfSource, 82, kWolfComponent, "WolfEngine already loaded");
   } else if (!listWolfEngine()) {
     return false;
   }
   ENGINEPtr engine = findListedEngine(kWolfEngineId);
-  state::activeEngine.store(engine.get(), std::memory_order_release);
+  activeEngine.store(engine.get(), std::memory_order_release);
   if (!engine) {
     krLogWrite(kWolfSource, 137, kWolfComponent, "Failed to load 'wolfEngine'");
     return false;
@@ -128,15 +142,17 @@ bool load() noexcept {
 
 } // namespace
 
+bool krOpenSSL::wolfEngineIsListed() noexcept { return listed.load(std::memory_order_acquire); }
+
 void krOpenSSL::releaseWolfEngine() noexcept {
-  if (ENGINE *held = state::initialisedEngine.exchange(nullptr); held != nullptr) {
+  if (ENGINE *held = initialisedEngine.exchange(nullptr); held != nullptr) {
     ENGINE_finish(held);
   }
 }
 
 const char *krWolfEngineGetPath() noexcept {
   std::array<char, platform::kKnownFolderBytes> folder;
-  auto &path = state::wolfEnginePath;
+  auto &path = wolfEnginePath;
   if (path[0] != '\0') {
     return path.data();
   }
@@ -153,12 +169,10 @@ int krWolfEngineLoad() noexcept { return load() ? 1 : 0; }
 
 int krWolfEngineUnload() noexcept {
   krWolfEngineSetLogging(false, 0);
-  if (ENGINE *engine = state::activeEngine.load(std::memory_order_acquire); engine != nullptr) {
-    unregisterAlgorithms(engine);
-    ENGINE_unregister_pkey_meths(engine);
-    ENGINE_unregister_pkey_asn1_meths(engine);
+  if (ENGINE *engine = activeEngine.load(std::memory_order_acquire); engine != nullptr) {
+    unregisterEverything(engine);
     releaseWolfEngine();
-    state::activeEngine.store(nullptr, std::memory_order_release);
+    activeEngine.store(nullptr, std::memory_order_release);
   }
   krLogWrite(kWolfSource, 199, kWolfComponent, "Unloaded 'wolfEngine' successfully (Disabled FIPS mode)");
   return 1;

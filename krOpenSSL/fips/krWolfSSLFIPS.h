@@ -5,9 +5,13 @@ namespace krOpenSSL {
 
 inline constexpr const char *kWolfEngineId = "wolfEngine";
 
-/// What the log lines of the loader and of the logging control name as their origin.
+/// What the log lines of the loader and of the logging control name as their origin. The line numbers beside them are
+/// fixed: readers of the log know each event by its number, wherever the code moves.
 inline constexpr const char *kWolfSource = "krWolfSSLFIPS.cpp";
 inline constexpr const char *kWolfComponent = "wolfEngine";
+
+/// Whether wolfEngine is in OpenSSL's list because a load brought it there.
+bool wolfEngineIsListed() noexcept;
 
 /// Gives back the functional reference that a load took, if one did.
 void releaseWolfEngine() noexcept;

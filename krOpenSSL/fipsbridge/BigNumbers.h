@@ -1,7 +1,7 @@
 // Big numbers on their way into the FIPS module and back, in buffers that are wiped before they go.
 #pragma once
 
-#include "fipsbridge/FipsModule.h"
+#include "state/FipsModule.h"
 
 #include <krOpenSSL/krHandles.h>
 
@@ -79,16 +79,6 @@ bool allocateAll(std::array<ReturnedNumber, Count> &numbers, FipsModule::Length 
     all = all && number.allocate(capacity);
   }
   return all;
-}
-
-/// Hands numbers to an object's setter, which owns them once it returned other than 0. One that is missing
-/// counts as refused: a setter would take some of them as null, and leave the object incomplete.
-template <class Setter, class... Numbers> int handOver(Setter setter, Numbers &...numbers) noexcept {
-  const int taken = (... && (numbers != nullptr)) ? setter(numbers.get()...) : 0;
-  if (taken != 0) {
-    (static_cast<void>(numbers.release()), ...);
-  }
-  return taken;
 }
 
 } // namespace krOpenSSL

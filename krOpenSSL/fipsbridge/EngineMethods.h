@@ -21,8 +21,8 @@ public:
   MethodSlot(const MethodSlot &) = delete;
   MethodSlot &operator=(const MethodSlot &) = delete;
 
-  /// The method; null when it is not there and @p build gives none. Threads that ask first at once may each
-  /// build one, and all get the one that was done first: a whole one, without a lock.
+  /// The method; null when it is not there and @p build gives none. No lock: of threads that ask for the first time
+  /// at once, each may build one, the first to finish has its own kept for all, and the others drop theirs.
   template <class Build> const Method *get(Build build) noexcept {
     Method *kept = method_.load(std::memory_order_acquire);
     if (kept != nullptr) {

@@ -5,8 +5,8 @@
 #pragma once
 
 #include "accessors/ErrorQueueScope.h"
-#include "fipsbridge/AttachedModule.h"
 #include "fipsbridge/qvFipsRand.h"
+#include "state/FipsState.h"
 
 #include <openssl/crypto.h>
 

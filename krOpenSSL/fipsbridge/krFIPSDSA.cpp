@@ -3,6 +3,7 @@
 
 #include "accessors/CallOut.h"
 #include "accessors/ErrorQueueScope.h"
+#include "accessors/KeySize.h"
 #include "accessors/krAccessors.h"
 #include "accessors/krTraceLog.h"
 #include "fipsbridge/BigNumbers.h"
@@ -110,17 +111,14 @@ int qvFipsDsaLoadKey(DSA *dsa) noexcept {
 }
 
 DSA_SIG *qvFipsDsaSign(const unsigned char *dgst, int dlen, DSA *dsa) noexcept {
+  const int size = sizeOf(dsa);
   if (const auto callback = state::dsaSign.load(std::memory_order_acquire); callback != nullptr) {
-    return callOut<DSA_SIG *>(nullptr, callback, dgst, dlen, dsa);
+    return withinSize(DSASigPtr(callOut<DSA_SIG *>(nullptr, callback, dgst, dlen, dsa)), size);
   }
   const ErrorQueueScope errors;
   const FipsModule *module = moduleForKeys();
-  // Without q, DSA_size has no answer.
-  if (module == nullptr || qvFipsDsaLoadKey(dsa) != 0 || DSA_get0_q(dsa) == nullptr) {
-    return nullptr;
-  }
   WipedBytes signature;
-  if (!signature.allocate(DSA_size(dsa))) {
+  if (module == nullptr || qvFipsDsaLoadKey(dsa) != 0 || !signature.allocate(size)) {
     return nullptr;
   }
   FipsModule::Length written = signature.size();
@@ -129,7 +127,8 @@ DSA_SIG *qvFipsDsaSign(const unsigned char *dgst, int dlen, DSA *dsa) noexcept {
     return nullptr;
   }
   const unsigned char *cursor = signature.data();
-  return d2i_DSA_SIG(nullptr, &cursor, static_cast<long>(written));
+  // Numbers without their leading zeros are longer once OpenSSL encodes them.
+  return withinSize(DSASigPtr(d2i_DSA_SIG(nullptr, &cursor, static_cast<long>(written))), size);
 }
 
 int qvFipsDsaVerify(const unsigned char *dgst, int dlen, DSA_SIG *sig, DSA *dsa) noexcept {

@@ -3,6 +3,7 @@
 
 #include "accessors/CallOut.h"
 #include "accessors/ErrorQueueScope.h"
+#include "accessors/KeySize.h"
 #include "accessors/krAccessors.h"
 #include "accessors/krTraceLog.h"
 #include "fipsbridge/BigNumbers.h"
@@ -67,7 +68,7 @@ int operate(FipsModule::RsaStep FipsModule::*entry, int flen, const unsigned cha
   if ((module->*entry)(cellOf(kCells, rsa), from, flen, code, to, &written) != 0) {
     return -1;
   }
-  return reportedLength(written, RSA_get0_n(rsa) != nullptr ? RSA_size(rsa) : 0);
+  return reportedLength(written, sizeOf(rsa));
 }
 
 /// The numbers of a generated key, each with room for the modulus.
@@ -132,14 +133,16 @@ int qvFipsRsaPublicDecrypt(int flen, const unsigned char *from, unsigned char *t
 
 int qvFipsRsaPrivateEncrypt(int flen, const unsigned char *from, unsigned char *to, RSA *rsa, int padding) noexcept {
   if (const auto callback = state::rsaPrivateEncrypt.load(std::memory_order_acquire); callback != nullptr) {
-    return callOut(-1, callback, flen, from, to, rsa, padding);
+    const int size = sizeOf(rsa);
+    return withinSize(callOut(-1, callback, flen, from, to, rsa, padding), size);
   }
   return operate(&FipsModule::RsaPrivateEncrypt, flen, from, to, rsa, padding);
 }
 
 int qvFipsRsaPrivateDecrypt(int flen, const unsigned char *from, unsigned char *to, RSA *rsa, int padding) noexcept {
   if (const auto callback = state::rsaPrivateDecrypt.load(std::memory_order_acquire); callback != nullptr) {
-    return callOut(-1, callback, flen, from, to, rsa, padding);
+    const int size = sizeOf(rsa);
+    return withinSize(callOut(-1, callback, flen, from, to, rsa, padding), size);
   }
   return operate(&FipsModule::RsaPrivateDecrypt, flen, from, to, rsa, padding);
 }
@@ -158,7 +161,7 @@ int qvFipsRsaGenerateKey(RSA *rsa, int bits, BIGNUM *e, BN_GENCB * /*cb*/) noexc
   if (module == nullptr || cell == nullptr || e == nullptr) {
     return 0;
   }
-  // All ones, also from the word that marks an exponent too large for a word.
+  // The module takes 32 bits. Its largest number is refused: BN_get_word answers it, cut, for what has no word.
   const auto exponent = static_cast<std::uint32_t>(BN_get_word(e));
   if (exponent == std::numeric_limits<std::uint32_t>::max()) {
     return 0;

@@ -4,8 +4,8 @@
 #include "accessors/ErrorQueueScope.h"
 #include "accessors/krAccessors.h"
 #include "accessors/krTraceLog.h"
-#include "fipsbridge/AttachedModule.h"
 #include "fipsbridge/EngineMethods.h"
+#include "state/FipsState.h"
 
 #include <algorithm>
 

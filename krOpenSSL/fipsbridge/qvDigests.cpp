@@ -4,8 +4,8 @@
 #include "accessors/ErrorQueueScope.h"
 #include "accessors/krAccessors.h"
 #include "accessors/krTraceLog.h"
-#include "fipsbridge/AttachedModule.h"
 #include "fipsbridge/EngineMethods.h"
+#include "state/FipsState.h"
 
 #include <algorithm>
 
@@ -28,40 +28,37 @@ const FipsModule *moduleFor(const EVP_MD_CTX *ctx, const char *callback) noexcep
   return module;
 }
 
+/// @p work runs the module's entry over the context's area, which is missing when OpenSSL had no memory for it.
+template <class Work> int overArea(EVP_MD_CTX *ctx, const char *callback, Work work) noexcept {
+  const FipsModule *module = moduleFor(ctx, callback);
+  void *area = module != nullptr ? krEVP_MD_CTX_md_data(ctx) : nullptr;
+  return area != nullptr && work(*module, area) == 0 ? 1 : 0;
+}
+
 int qv_sha_init(EVP_MD_CTX *ctx) noexcept {
   const ErrorQueueScope errors;
-  const FipsModule *module = moduleFor(ctx, __func__);
-  if (module == nullptr) {
-    return 0;
-  }
-  void *area = krEVP_MD_CTX_md_data(ctx);
-  return module->ShaInit(fipsModuleContext, area, kShaAreaBytes, krEVP_MD_size(ctx)) == 0 ? 1 : 0;
+  return overArea(ctx, __func__, [ctx](const FipsModule &module, void *area) {
+    return module.ShaInit(fipsModuleContext, area, kShaAreaBytes, krEVP_MD_size(ctx));
+  });
 }
 
 int qv_sha_update(EVP_MD_CTX *ctx, const void *data, std::size_t count) noexcept {
   const ErrorQueueScope errors;
-  const FipsModule *module = moduleFor(ctx, __func__);
-  if (module == nullptr) {
-    return 0;
-  }
-  const int result = module->ShaUpdate(krEVP_MD_CTX_md_data(ctx), static_cast<const unsigned char *>(data),
-                                       static_cast<FipsModule::Length>(count));
-  return result == 0 ? 1 : 0;
+  return overArea(ctx, __func__, [=](const FipsModule &module, void *area) {
+    return module.ShaUpdate(area, static_cast<const unsigned char *>(data), static_cast<FipsModule::Length>(count));
+  });
 }
 
 int qv_sha_final(EVP_MD_CTX *ctx, unsigned char *out) noexcept {
   const ErrorQueueScope errors;
-  const FipsModule *module = moduleFor(ctx, __func__);
-  return module != nullptr && module->ShaFinal(krEVP_MD_CTX_md_data(ctx), out) == 0 ? 1 : 0;
+  return overArea(ctx, __func__, [out](const FipsModule &module, void *area) { return module.ShaFinal(area, out); });
 }
 
 int qv_sha_term(EVP_MD_CTX *ctx) noexcept {
-  const FipsModule *module = moduleFor(ctx, __func__);
-  if (module == nullptr) {
+  return overArea(ctx, __func__, [](const FipsModule &module, void *area) {
+    module.ShaFree(area);
     return 0;
-  }
-  module->ShaFree(krEVP_MD_CTX_md_data(ctx));
-  return 1;
+  });
 }
 
 struct DigestRow {

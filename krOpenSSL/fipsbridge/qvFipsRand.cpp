@@ -4,9 +4,18 @@
 #include "fipsbridge/qvFipsRand.h"
 
 #include "accessors/ErrorQueueScope.h"
-#include "fipsbridge/AttachedModule.h"
+#include "state/FipsState.h"
+
+#include <atomic>
 
 using namespace krOpenSSL;
+
+namespace {
+
+// 1 once the module's generator is instantiated.
+constinit std::atomic<int> generatorReady{0};
+
+} // namespace
 
 int qvFipsRandSeed(const void *buf, int num) noexcept {
   const ErrorQueueScope errors;
@@ -21,7 +30,7 @@ int qvFipsRandSeed(const void *buf, int num) noexcept {
   if (module->RngInstantiate(fipsModuleContext, fipsGeneratorState, kFipsGeneratorStateBytes, seed, num, 1) != 0) {
     return 0;
   }
-  state::fipsGeneratorReady.store(1, std::memory_order_release);
+  generatorReady.store(1, std::memory_order_release);
   return 1;
 }
 
@@ -34,11 +43,11 @@ int qvFipsRandBytes(unsigned char *buf, int num) noexcept {
 
 void qvFipsRandCleanup() noexcept {
   const ErrorQueueScope errors;
-  const bool ready = state::fipsGeneratorReady.load(std::memory_order_acquire) != 0;
+  const bool ready = generatorReady.load(std::memory_order_acquire) != 0;
   if (const FipsModule *module = attachedModule(); module != nullptr && ready) {
     module->RngUninstantiate(fipsGeneratorState);
   }
-  state::fipsGeneratorReady.store(0, std::memory_order_release);
+  generatorReady.store(0, std::memory_order_release);
 }
 
 int qvFipsRandAdd(const void *buf, int num, double /*randomness*/) noexcept {
@@ -47,7 +56,7 @@ int qvFipsRandAdd(const void *buf, int num, double /*randomness*/) noexcept {
   return module != nullptr ? module->RngReseed(fipsGeneratorState, static_cast<const unsigned char *>(buf), num) : 0;
 }
 
-int qvFipsRandStatus() noexcept { return state::fipsGeneratorReady.load(std::memory_order_acquire) == 1 ? 1 : 0; }
+int qvFipsRandStatus() noexcept { return generatorReady.load(std::memory_order_acquire) == 1 ? 1 : 0; }
 
 constinit const RAND_METHOD qvFipsRandMethod{
     qvFipsRandSeed, qvFipsRandBytes, qvFipsRandCleanup, qvFipsRandAdd, qvFipsRandBytes, qvFipsRandStatus,

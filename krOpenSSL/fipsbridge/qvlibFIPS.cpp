@@ -4,6 +4,7 @@
 // that one first.
 #include "fipsbridge/qvlibFIPS.h"
 
+#include "accessors/AttachMethod.h"
 #include "accessors/ErrorQueueScope.h"
 #include "fipsbridge/BridgeIndexes.h"
 #include "fipsbridge/EngineMethods.h"
@@ -31,21 +32,11 @@ bool attachSelectors(ENGINE *engine) noexcept {
          ENGINE_set_ciphers(engine, qv_ciphers) != 0;
 }
 
-/// Hands the method over to the engine; it stays the handle's when the engine refuses it. An engine without
-/// the method, because it could not be built, is complete all the same.
-template <class MethodPtr, class Setter> bool attach(ENGINE *engine, MethodPtr method, Setter setter) noexcept {
-  const bool taken = setter(engine, method.get()) != 0;
-  if (taken) {
-    static_cast<void>(method.release());
-  }
-  return taken;
-}
-
-// Those that it has not yet.
+// Those that it has not yet. An engine without one, because it could not be built, is complete all the same.
 bool attachKeyMethods(ENGINE *engine) noexcept {
-  return (ENGINE_get_RSA(engine) != nullptr || attach(engine, RSAMethodPtr(qvFipsRsaMethod()), ENGINE_set_RSA)) &&
-         (ENGINE_get_DSA(engine) != nullptr || attach(engine, DSAMethodPtr(qvFipsDsaMethod()), ENGINE_set_DSA)) &&
-         (ENGINE_get_DH(engine) != nullptr || attach(engine, DHMethodPtr(qvFipsDhMethod()), ENGINE_set_DH));
+  return (ENGINE_get_RSA(engine) != nullptr || attachMethod(engine, RSAMethodPtr(qvFipsRsaMethod()), ENGINE_set_RSA)) &&
+         (ENGINE_get_DSA(engine) != nullptr || attachMethod(engine, DSAMethodPtr(qvFipsDsaMethod()), ENGINE_set_DSA)) &&
+         (ENGINE_get_DH(engine) != nullptr || attachMethod(engine, DHMethodPtr(qvFipsDhMethod()), ENGINE_set_DH));
 }
 
 bool fill(ENGINE *engine) noexcept {

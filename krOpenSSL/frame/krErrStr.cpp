@@ -1,9 +1,13 @@
 // Texts of OpenSSL's error codes.
 #include <krOpenSSL/krInformation.h>
 
+#include "engine/EngineList.h"
+
 #include <openssl/err.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdio>
 #include <cstring>
 #include <new>
 
@@ -22,6 +26,14 @@ std::size_t sufficientBytes(unsigned long code) noexcept {
          lengthOf(ERR_reason_error_string(code));
 }
 
+// Once OpenSSL has been cleaned up its names are gone, with the lock that guards them: what it writes without names.
+std::string bareText(unsigned long code) {
+  std::array<char, kFixedTextBytes> text;
+  const int length = std::snprintf(text.data(), text.size(), "error:%08lX:lib(%d):func(%d):reason(%d)", code,
+                                   ERR_GET_LIB(code), ERR_GET_FUNC(code), ERR_GET_REASON(code));
+  return {text.data(), static_cast<std::size_t>(length)};
+}
+
 std::string errorText(unsigned long code) {
   std::string text(sufficientBytes(code), '\0');
   ERR_error_string_n(code, text.data(), text.size());
@@ -35,6 +47,9 @@ namespace krOpenSSL {
 
 const std::string errStr(unsigned long code) {
   try {
+    if (!opensslIsUsable()) {
+      return bareText(code); // nor is there a queue
+    }
     return errorText(code != 0 ? code : ERR_get_error());
   } catch (const std::bad_alloc &) {
     return {};

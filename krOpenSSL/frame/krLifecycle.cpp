@@ -3,15 +3,24 @@
 #include <krOpenSSL/krLifecycle.h>
 
 #include "accessors/krTraceLog.h"
+#include "engine/EngineList.h"
+#include "fips/RandomMethod.h"
+#include "frame/TlsAlgorithms.h"
 #include "state/State.h"
 
 #include <openssl/err.h>
 #include <openssl/rand.h>
 #include <openssl/ssl.h>
 
+#include <atomic>
+#include <cstdint>
+
 using namespace krOpenSSL;
 
 namespace {
+
+// Users of OpenSSL. Not clamped at 0.
+constinit std::atomic<std::int32_t> setupCount{0};
 
 constexpr std::uint64_t kInitOptions = OPENSSL_INIT_LOAD_CRYPTO_STRINGS | OPENSSL_INIT_NO_LOAD_CONFIG |
                                        OPENSSL_INIT_NO_ATEXIT | OPENSSL_INIT_LOAD_SSL_STRINGS;
@@ -23,10 +32,12 @@ void makeContext(const SSL_METHOD *method) noexcept { SSLCtxPtr(SSL_CTX_new(meth
 } // namespace
 
 int krOSSLSetup() {
-  if (state::setupCount.fetch_add(1) != 0) {
+  if (setupCount.fetch_add(1) != 0) {
     return 0;
   }
-  if (OPENSSL_init_ssl(kInitOptions, nullptr) == 0) {
+  checkTraceOutput();
+  if (!opensslIsUsable() || !listTlsAlgorithms() || OPENSSL_init_ssl(kInitOptions, nullptr) == 0) {
+    noteMissedRandomMethod();
     krTraceLog(kTraceTag, "%s: Could not initialize OpenSSL", __func__);
     return 1;
   }
@@ -38,7 +49,7 @@ int krOSSLSetup() {
 }
 
 int krOSSLCleanup() {
-  if (state::setupCount.fetch_sub(1) != 1) {
+  if (setupCount.fetch_sub(1) != 1) {
     return 0;
   }
   krOpenSSLEngineUnload();

@@ -1,7 +1,8 @@
 // The log file: where it is, when it is rotated, and opening it for one line.
 //
 // The state is constant-initialised and trivially destroyed, so that lines can come until the very end of
-// the process.
+// the process. Each word of it is set in one step, once what it stands for is whole: a signal handler that forks in
+// the middle of a line leaves it so to the child.
 #include "log/LogFile.h"
 
 #include "log/LogLimit.h"
@@ -9,8 +10,11 @@
 #include "log/krLogFolderSecurity.h"
 
 #include <array>
+#include <atomic>
+#include <cstddef>
 #include <cstdio>
-#include <utility>
+#include <memory>
+#include <new>
 
 using namespace krOpenSSL;
 
@@ -20,15 +24,22 @@ constexpr std::size_t kOldNameBytes = 259;
 
 constinit std::array<char, platform::kKnownFolderBytes + sizeof "/Corvane/Logging"> folderPath{};
 constinit std::array<char, folderPath.size() + sizeof "/krOpenSSL.log"> filePath{};
-constinit bool isResolved = false;
-constinit std::uint32_t limit = 0; // not read yet
+constinit std::atomic<bool> isNamed{false};
+constinit std::atomic<bool> isResolved{false};
+constinit std::atomic<std::uint32_t> limit{0}; // not read yet
 
-constinit const krLogFolderSecurity *rotationSecurity = nullptr;
+// Made without memory of its own: a thread that a fork did not copy may have left that locked.
+alignas(krLogFolderSecurity) constinit std::array<std::byte, sizeof(krLogFolderSecurity)> rotationSecurityPlace{};
+constinit std::atomic<const krLogFolderSecurity *> rotationSecurity{nullptr};
 
 // A rotation may still come after this, from an exit handler: it makes another one.
 struct RotationSecurityOwner {
   ~RotationSecurityOwner() {
-    LogLock::ifFree([]() noexcept { delete std::exchange(rotationSecurity, nullptr); });
+    LogLock::ifFree([]() noexcept {
+      if (const krLogFolderSecurity *security = rotationSecurity.exchange(nullptr); security != nullptr) {
+        std::destroy_at(security);
+      }
+    });
   }
 };
 const RotationSecurityOwner owner{};
@@ -44,7 +55,8 @@ bool isOldFileSafe(const krLogFolderSecurity &security, const char *file) {
   return krLogCheckFile(security, file, found);
 }
 
-// Another process may have done so already, and written lines since.
+// Replaces a file that leads elsewhere. It is looked at again first: another process may have replaced it since, and
+// written lines that a second replacement would lose.
 void secureRedirected() {
   if (isReplaceable(platform::inspect(filePath.data()))) {
     (void)krLogSecurePath(krLogFolderSecurity{}, filePath.data());
@@ -59,7 +71,7 @@ bool isSafe(platform::Entry &checked) {
 } // namespace
 
 const char *krLogResolvePath() {
-  if (filePath[0] != '\0') {
+  if (isNamed) {
     return filePath.data();
   }
   const krLogFolderSecurity security;
@@ -68,12 +80,13 @@ const char *krLogResolvePath() {
     (void)std::snprintf(folderPath.data(), folderPath.size(), "%s%cCorvane%cLogging", data.data(), platform::kSeparator,
                         platform::kSeparator);
     (void)std::snprintf(filePath.data(), filePath.size(), "%s%ckrOpenSSL.log", folderPath.data(), platform::kSeparator);
+    isNamed = true;
   }
   return isFolderSafe(security) ? filePath.data() : "";
 }
 
-void krLogCheckSize() {
-  const auto size = isResolved ? platform::fileSize(filePath.data()) : std::nullopt;
+void krLogCheckSize(platform::AppendFile &stream) {
+  const auto size = isResolved ? stream.size(filePath.data()) : std::nullopt;
   if (!size) {
     return;
   }
@@ -82,6 +95,7 @@ void krLogCheckSize() {
   }
   if (*size >= limit) {
     (void)krLogRotate();
+    (void)stream.size(filePath.data()); // another file by now, or another folder
   }
 }
 
@@ -93,19 +107,22 @@ int krLogRotate() {
     return 0;
   }
   if (rotationSecurity == nullptr) {
-    rotationSecurity = new krLogFolderSecurity;
+    rotationSecurity = new (rotationSecurityPlace.data()) krLogFolderSecurity;
   }
   platform::Entry checked;
-  if (!isFolderSafe(*rotationSecurity) || !krLogCheckFile(*rotationSecurity, filePath.data(), checked) ||
-      !isOldFileSafe(*rotationSecurity, oldPath.data())) {
+  const krLogFolderSecurity &security = *rotationSecurity;
+  if (!isFolderSafe(security) || !krLogCheckFile(security, filePath.data(), checked) ||
+      !isOldFileSafe(security, oldPath.data())) {
     return 0;
   }
   // A file that the check has replaced is empty, and moves all the same.
-  const std::uint32_t atLeast = isReplaceable(checked) ? 0 : limit;
+  const std::uint32_t atLeast = isReplaceable(checked) ? 0 : limit.load();
   if (!platform::moveOver(filePath.data(), oldPath.data(), atLeast)) {
     return 0;
   }
-  return krLogCreateFresh(filePath.data());
+  const int started = krLogCreateFresh(filePath.data());
+  platform::syncFolder(filePath.data()); // last: the disk takes its time, and others have lines
+  return started;
 }
 
 int krLogOpenAppend(platform::AppendFile &stream) {

@@ -6,8 +6,9 @@
 /// The path of the log file, or an empty one as long as it cannot be had.
 const char *krLogResolvePath();
 
-/// Rotates the file if it has reached its limit. Before the path is resolved there is nothing to look at.
-void krLogCheckSize();
+/// Rotates the file that is to be opened if it has reached its limit. Before the path is resolved there is nothing to
+/// look at.
+void krLogCheckSize(krOpenSSL::platform::AppendFile &stream);
 
 /// Moves the file to its ".old" name and starts a fresh one; 1 on success, else 0.
 int krLogRotate();

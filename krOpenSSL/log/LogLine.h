@@ -25,7 +25,7 @@ public:
                          std::va_list arguments) noexcept;
 
 private:
-  std::array<char, 4096> text_{};
+  std::array<char, 4096> text_;
 };
 
 } // namespace krOpenSSL

@@ -1,50 +1,57 @@
 // The log lock: held across forks, usable from the first to the last moment of the process.
 #include "log/LogLock.h"
 
-#include "platform/Mutex.h"
+#include "platform/ForkLock.h"
 #include "platform/Platform.h"
 
 namespace krOpenSSL {
 namespace {
 
-constinit platform::Mutex logMutex; // trivially destroyed
-// Other handlers of a fork may log while this thread holds the lock for it.
-constinit thread_local bool isForking = false;
+constinit platform::ForkLock logLock; // trivially destroyed
 
-// A fork waits for the line that is being written, so that the child finds neither the lock held nor the
-// state behind it (ours, and the time zone's in the C library) half changed. A line needs nothing that the
-// thread which forks could hold, so the wait ends.
-void beforeFork() noexcept {
-  logMutex.lock();
-  isForking = true;
+// How often this thread is in the log, and at which of these levels it has taken the lock: at the first, and in a child
+// that was forked in the middle of a line at the first one after that. Counted before the lock is taken and after it is
+// given back, so that a signal handler which forks never waits for the thread that it interrupts.
+constinit thread_local int levels = 0;
+constinit thread_local int takenAt = 0;
+
+void enter() noexcept {
+  const int level = levels++;
+  if (level != 0 && logLock.isHeld()) {
+    return;
+  }
+  if (logLock.lock()) {
+    platform::forgetNumbers();
+  }
+  takenAt = level;
 }
 
-void afterFork() noexcept {
-  isForking = false;
-  logMutex.unlock();
+void leave() noexcept {
+  if (levels - 1 == takenAt) {
+    (void)logLock.unlock(); // in a child that was forked since, nothing
+    takenAt = 0;
+  }
+  --levels;
 }
 
-[[maybe_unused]] const bool forksWait = platform::holdAcrossForks(beforeFork, afterFork);
+// A fork waits for the line that another thread writes, so that the child finds neither the state behind the lock nor
+// the time zone's in the C library half changed. A line needs nothing that the thread which forks could hold, so the
+// wait ends.
+[[maybe_unused]] const bool forksWait = platform::holdAcrossForks(enter, leave);
 
 } // namespace
 
-LogLock::LogLock() : held_(!isForking) {
-  if (held_) {
-    logMutex.lock();
-  }
-}
+LogLock::LogLock() noexcept { enter(); }
 
-LogLock::~LogLock() {
-  if (held_) {
-    logMutex.unlock();
-  }
-}
+LogLock::~LogLock() { leave(); }
 
 void LogLock::ifFree(void (*work)() noexcept) noexcept {
-  if (logMutex.try_lock()) {
+  ++levels;
+  if (logLock.tryLock()) {
     work();
-    logMutex.unlock();
+    (void)logLock.unlock();
   }
+  --levels;
 }
 
 } // namespace krOpenSSL

@@ -4,32 +4,34 @@
 #include "log/LogFile.h"
 #include "log/LogLine.h"
 #include "log/LogLock.h"
-#include "state/State.h"
+#include "platform/CancellationDelay.h"
 
 #include <cerrno>
 #include <cstdint>
 
 using namespace krOpenSSL;
 
+constinit std::atomic<std::uint32_t> krLogThreshold{0};
+
 namespace {
 
 constexpr std::uint32_t kQuietThreshold = 3;
 constexpr LogSource kThisSource{"krCustomLogger.cpp", 363, ""};
 
-constinit LogLine logLine; // under the log lock
-
 void writeLine(int level, int component, const LogSource &source, const char *format, std::va_list arguments) {
   const LogLock lock;
-  krLogCheckSize();
   platform::AppendFile stream;
+  krLogCheckSize(stream);
   if (krLogOpenAppend(stream) == 0) {
-    const std::string_view line = logLine.print(level, component, source, format, arguments);
-    stream.write(line.data(), line.size());
+    LogLine line;
+    const std::string_view text = line.print(level, component, source, format, arguments);
+    stream.write(text.data(), text.size());
   }
 }
 
 // Whatever goes wrong costs this line only. The library that logs may be about to look at errno.
 void tryLine(int level, int component, const LogSource &source, const char *format, std::va_list arguments) noexcept {
+  const CancellationDelay wholeLine;
   const int callersError = errno;
   try {
     writeLine(level, component, source, format, arguments);
@@ -53,7 +55,7 @@ void krLogLine(int level, int component, const char *message) noexcept {
 }
 
 void krLogWrite(const char *file, int line, const char *component, const char *format, ...) noexcept {
-  const std::uint32_t threshold = state::krLogThreshold.load(std::memory_order_relaxed);
+  const std::uint32_t threshold = krLogThreshold.load(std::memory_order_relaxed);
   if (threshold <= kQuietThreshold) {
     return;
   }

@@ -1,6 +1,12 @@
 // The log writer. Nothing is reported to the caller: a line that cannot be written is dropped.
 #pragma once
 
+#include <atomic>
+#include <cstdint>
+
+/// krLogWrite writes above 3 only. Nothing in the library raises it.
+extern std::atomic<std::uint32_t> krLogThreshold;
+
 /// Writes a line with the message taken literally; has the shape of wolfEngine's logging callback.
 /// May be called from any thread, but not from a signal handler. A null message counts as empty.
 void krLogLine(int level, int component, const char *message) noexcept;

@@ -3,7 +3,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
 #include <optional>
 
 namespace krOpenSSL::platform {
@@ -11,36 +10,34 @@ namespace krOpenSSL::platform {
 /// Fills the buffer from the system's random source; false when it has none to give.
 bool systemRandom(unsigned char *buffer, std::uint32_t length) noexcept;
 
-/// Has @p inChild run in every child that this process forks from now on, before fork returns there
-/// and while the child has one thread. Call it once for a function.
-///
-/// @return false when the system could not arrange it; true at once where processes do not fork
-bool watchForks(void (*inChild)()) noexcept;
-
-/// True once in each child that was forked since watchForks was called, even by a call that runs no handlers.
-bool firstInForkedChild() noexcept;
-
-/// The number of this process; a forked child has another one.
-std::int64_t processId() noexcept;
-
 /// Has @p before run in the thread that forks, ahead of every fork of this process from now on, and
 /// @p after once it is done, in the same thread and in the child. Call it once for a pair.
 ///
 /// @return false when the system could not arrange it; true at once where processes do not fork
 bool holdAcrossForks(void (*before)(), void (*after)()) noexcept;
 
-/// The number of the calling thread.
+/// The numbers of this process and of the calling thread.
+std::int64_t processId() noexcept;
 std::uint32_t threadId() noexcept;
+
+/// Has the two above ask the system again: in a child, which has other numbers than its parent.
+void forgetNumbers() noexcept;
 
 struct LocalTime {
   int year, month, day, hour, minute, second, millisecond;
 };
 
-/// The time now, in the machine's time zone.
+/// The time now, in the machine's time zone. One thread at a time, or what has interrupted it.
 LocalTime localTime() noexcept;
 
 inline constexpr std::size_t kKnownFolderBytes = 1024; ///< the room for the path of a known folder
-inline constexpr char kSeparator = static_cast<char>(std::filesystem::path::preferred_separator);
+
+/// What separates the names in a path.
+#ifdef _WIN32
+inline constexpr char kSeparator = '\\';
+#else
+inline constexpr char kSeparator = '/';
+#endif
 
 /// The machine-wide folder for the data of programs, without a separator at its end.
 ///
@@ -80,9 +77,6 @@ EntryKind status(const char *path);
 /// operation symlink_status.
 EntryKind linkStatus(const char *path);
 
-/// The size of the file at the path; none when it is not there, cannot be had or is no file.
-std::optional<std::uint64_t> fileSize(const char *path) noexcept;
-
 /// Removes the entry itself, never what a link points to; false when nothing was removed.
 bool removeEntry(const char *path) noexcept;
 
@@ -90,9 +84,13 @@ bool removeEntry(const char *path) noexcept;
 void createFolder(const char *path) noexcept;
 void createFile(const char *path) noexcept;
 
-/// Moves a file over another one of its folder, durably. Where other processes can move it at the same
-/// time, only if it still is at least so long: the next file of the name is not for moving.
+/// Moves a file over another one of its folder. Where other processes can move it at the same time, only if
+/// it still is at least so long: the next file of the name is not for moving. On windows/ durably; on posix/
+/// a file as startFileForEveryone makes takes its place in the same step, where the file system has such a step.
 bool moveOver(const char *from, const char *to, std::uint64_t atLeast) noexcept;
+
+/// Has the disk carry out what was done to the file's name; windows/ has done so by then.
+void syncFolder(const char *file) noexcept;
 
 /// Starts an empty file that everyone may read and write, in place of what stands there.
 bool startFileForEveryone(const char *path) noexcept;
@@ -125,6 +123,10 @@ public:
   AppendFile(const AppendFile &) = delete;
   AppendFile &operator=(const AppendFile &) = delete;
 
+  /// The size of the file at the path; none when it is not there, cannot be had or is no file. On posix/ what
+  /// this sees counts as the look that comes before an opening which follows.
+  std::optional<std::uint64_t> size(const char *path) noexcept;
+
   /// Opens the file, made if it is missing, and has @p isSafe check folder and file on the way and say
   /// which entry it found: after the opening on windows/, where the open file has to be what stands there
   /// once the check has passed; before it on posix/, where the file that is opened has to be the entry that
@@ -136,6 +138,9 @@ public:
 
 private:
   std::intptr_t file_ = -1;
+  // posix/ only: where size looked, and what it saw
+  [[maybe_unused]] std::intptr_t folder_ = -1;
+  Entry seen_;
 };
 
 /// A module of that path which this process has loaded already; null when there is none. It stays loaded until

@@ -2,22 +2,24 @@
 #include "accessors/krAccessors.h"
 #include "accessors/Traced.h"
 #include "accessors/krTraceLog.h"
+#include "support/Machine.h"
 #include "support/Trace.h"
 
 #include <krOpenSSL/krHandles.h>
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <cstdlib>
+
 namespace {
 
 using namespace krTest;
 
-// A method that says when it is called.
-template <class Result, auto kResult, class... Arguments> Result say(Arguments... /*arguments*/) {
-  std::puts("krOpenSSL the call");
-  return kResult();
+int say(int /*length*/, const unsigned char * /*from*/, unsigned char * /*to*/, RSA * /*rsa*/, int /*padding*/) {
+  return std::puts("krOpenSSL the call") >= 0 ? 8 : 0;
 }
-int eight() { return 8; }
 
 } // namespace
 
@@ -32,32 +34,39 @@ TEST(TraceLog, WritesOneTaggedLineUnlessTheFormatIsTooLong) {
   EXPECT_EQ(trace.lines(), (Lines{"tag name: 7\n", "tag " + text + "\n", "tag " + format.substr(1) + "\n"}));
 }
 
-TEST(Accessors, SigningGoesToTheDefaultMethodsInTheTracedOrder) {
-  const krOpenSSL::RSAMethodPtr rsa(RSA_meth_new("", 0));
-  const krOpenSSL::DSAMethodPtr dsa(DSA_meth_new("", 0));
-  const krOpenSSL::ECKeyMethodPtr ec(EC_KEY_METHOD_new(EC_KEY_OpenSSL()));
-  RSA_meth_set_priv_enc(rsa.get(), say<int, eight>);
-  RSA_meth_set_priv_dec(rsa.get(), say<int, eight>);
-  DSA_meth_set_sign(dsa.get(), say<DSA_SIG *, DSA_SIG_new>);
-  EC_KEY_METHOD_set_sign(ec.get(), nullptr, nullptr, say<ECDSA_SIG *, ECDSA_SIG_new>);
-  RSA_set_default_method(rsa.get());
-  DSA_set_default_method(dsa.get());
-  EC_KEY_set_default_method(ec.get());
+TEST(TraceLogDeathTest, IsOffWhereTheEnvironmentSaysSoOrTheOutputIsClosed) {
+  struct Row {
+    const char *variable;
+    bool closedAtFirst, closedAtSetup;
+    int printed;
+  };
+  const auto last = [](const Row &row) {
+    machine::setVariable("KR_TRACE", row.variable);
+    if (row.closedAtFirst) {
+      close(STDOUT_FILENO);
+    }
+    krTraceLog("tag", "first");
+    if (row.closedAtSetup) {
+      close(STDOUT_FILENO);
+    }
+    krOpenSSL::checkTraceOutput();
+    dup2(STDERR_FILENO, STDOUT_FILENO); // somebody gets the number
+    return krTraceLog("tag", "last");
+  };
+  for (const Row &row : {Row{"off", false, false, 0}, Row{"Off", false, false, 9}, Row{"offer", false, false, 9},
+                         Row{"on", true, false, 0}, Row{"on", false, true, 0}}) {
+    EXPECT_EXIT(std::exit(last(row)), testing::ExitedWithCode(row.printed), "") << row.variable;
+  }
+}
 
+TEST(Accessors, TraceLinesStandAroundTheCall) {
+  const krOpenSSL::RSAMethodPtr rsa(RSA_meth_new("", 0));
+  RSA_meth_set_priv_enc(rsa.get(), say);
   Trace trace;
-  krOpenSSL::tracedAround("getter", say<int, eight>);
-  const int decrypted = krRSA_priv_dec(5, nullptr, nullptr, nullptr, 3);
-  const int encrypted = krRSA_private_encrypt(rsa.get(), 5, nullptr, nullptr, nullptr, 3);
-  const int withoutMethod = krRSA_private_encrypt(nullptr, 5, nullptr, nullptr, nullptr, 3);
-  const krOpenSSL::DSASigPtr dsaSignature(krDSA_do_sign(nullptr, 0, nullptr));
-  const krOpenSSL::ECDSASigPtr ecSignature(krECDSA_do_sign_ex(nullptr, 0, nullptr, nullptr, nullptr));
-  EXPECT_TRUE(decrypted == 8 && encrypted == 8 && withoutMethod == 1 && dsaSignature && ecSignature);
-  EXPECT_EQ(trace.lines(),
-            tagged("Start - getter|the call|End - getter|@krRSA_priv_dec|the call|@krRSA_private_encrypt|the call|"
-                   "Start - krRSA_private_encrypt|krRSA_private_encrypt: rsaMethod is NULL|"
-                   "End - krRSA_private_encrypt|@krDSA_do_sign|the call|"
-                   "Start - krECDSA_do_sign_ex|the call|End - krECDSA_do_sign_ex"));
-  RSA_set_default_method(RSA_PKCS1_OpenSSL());
-  DSA_set_default_method(DSA_OpenSSL());
-  EC_KEY_set_default_method(EC_KEY_OpenSSL());
+  krOpenSSL::tracedAround("getter", say, 0, nullptr, nullptr, nullptr, 0);
+  EXPECT_EQ(krRSA_private_encrypt(rsa.get(), 5, nullptr, nullptr, nullptr, 3), 8);
+  EXPECT_EQ(krRSA_private_encrypt(nullptr, 5, nullptr, nullptr, nullptr, 3), 1);
+  EXPECT_EQ(trace.lines(), tagged("Start - getter|the call|End - getter|@krRSA_private_encrypt|the call|"
+                                  "Start - krRSA_private_encrypt|krRSA_private_encrypt: rsaMethod is NULL|"
+                                  "End - krRSA_private_encrypt"));
 }

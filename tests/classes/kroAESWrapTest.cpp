@@ -6,6 +6,8 @@
 #include <krOpenSSL/kroAESWrap.h>
 
 #include <gtest/gtest.h>
+#include <openssl/aes.h>
+#include <openssl/modes.h>
 
 namespace {
 
@@ -43,7 +45,6 @@ TEST(AesWrap, GivesThePublishedAnswersAndNoticesEveryFlippedBit) {
       kroAESWrap wrap;
       wrap.SetEncryptKey(record["Kek"].data(), record["Kek"].size() * unit);
       EXPECT_EQ(wrapped(wrap, record["KeyData"]), record["Wrapped"]);
-      EXPECT_EQ(unwrapped(wrap, record["Wrapped"]), Bytes{}); // keyed for the other direction
       wrap.SetDecryptKey(record["Kek"].data(), record["Kek"].size() * unit);
       EXPECT_EQ(unwrapped(wrap, record["Wrapped"]), record["KeyData"]);
       for (std::size_t bit = 0; bit < record["Wrapped"].size() * 8; ++bit) {
@@ -65,7 +66,9 @@ TEST(AesWrap, UnwrapsUnderTheInitialValueItWasWrappedWith) {
   EXPECT_NE(withIv, wrapped(wrap, kKeyData));
   EXPECT_EQ(unwrapped(unwrap, withIv, kIv.data()), kKeyData);
   EXPECT_EQ(unwrapped(unwrap, withIv), Bytes{});
-  EXPECT_EQ(unwrapped(unwrap, withIv, kKek.data()), Bytes{});
+  Bytes otherIv = kIv;
+  otherIv.back() ^= 1;
+  EXPECT_EQ(unwrapped(unwrap, withIv, otherIv.data()), Bytes{});
 
   Bytes inPlace = kKeyData; // output over input, both ways
   inPlace.resize(32);
@@ -94,6 +97,20 @@ TEST(AesWrap, RefusesLengthsNullsAndUseWithoutAKey) {
   EXPECT_FALSE(wrap.Decrypt(out.data(), 16, nullptr, nullptr));
   EXPECT_EQ(out, Bytes(32, 0xEE));
   wrap.SetEncryptKey(nullptr, 16);
+  EXPECT_EQ(wrapped(wrap, kKeyData), Bytes{});
+}
+
+TEST(AesWrap, AnswersFalseInTheDirectionItIsNotKeyedFor) {
+  const Trace quiet;
+  AES_KEY schedule;
+  AES_set_decrypt_key(kKek.data(), 128, &schedule);
+  Bytes reversed(32); // what an unwrap takes for good when its cipher encrypts
+  CRYPTO_128_wrap(&schedule, nullptr, reversed.data(), kKeyData.data(), 24, reinterpret_cast<block128_f>(AES_decrypt));
+  kroAESWrap wrap;
+  wrap.SetEncryptKey(kKek.data(), 16);
+  EXPECT_EQ(unwrapped(wrap, reversed), Bytes{});
+  EXPECT_EQ(unwrapped(wrap, wrapped(wrap, kKeyData)), Bytes{});
+  wrap.SetDecryptKey(kKek.data(), 16);
   EXPECT_EQ(wrapped(wrap, kKeyData), Bytes{});
 }
 

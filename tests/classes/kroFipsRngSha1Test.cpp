@@ -1,6 +1,7 @@
 // The FIPS 186-2 generator against independently computed answers.
 #include "support/Vectors.h"
 
+#include <krOpenSSL/krHandles.h>
 #include <krOpenSSL/kroFipsRngSha1.h>
 
 #include <gtest/gtest.h>
@@ -9,7 +10,9 @@
 
 namespace {
 
+using krOpenSSL::BIGNUMPtr;
 using krTest::Bytes;
+using BNCtxPtr = krOpenSSL::Handle<BN_CTX, BN_CTX_free>;
 
 const Bytes kSeed(64, 0x5a);
 // The q of FIPS 186-2 Appendix 5.
@@ -53,6 +56,39 @@ TEST(FipsRngSha1, GivesTheKnownAnswersInOneDrawAndInPieces) {
   }
 }
 
+TEST(FipsRngSha1, ReducesMultiplesOfQAndTheirNeighbours) {
+  struct Generator : kroFipsRngSha1 {
+    using kroFipsRngSha1::ModQ;
+  };
+  constexpr int kBlockAt = 16; // behind two 64-bit fields
+  constexpr int kBlockBytes = 44;
+  Bytes steep(20, 0xff), flat(20, 0);
+  flat[0] = 0x80;
+  const BIGNUMPtr number(BN_new()), modulus(BN_new());
+  const BNCtxPtr context(BN_CTX_new());
+  for (const Bytes &q : {kQ, steep, flat}) {
+    for (const char *factor : {"1", "ffffffff", "100000000", "7fffffffffffffffffffffffffffffffffffffff"}) {
+      for (const BN_ULONG below : {0U, 1U, 2U}) { // one more than the multiple
+        BIGNUM *x = number.get();
+        BN_hex2bn(&x, factor);
+        BN_bin2bn(q.data(), 20, modulus.get());
+        BN_mul(x, x, modulus.get(), context.get());
+        BN_add_word(x, 1);
+        BN_sub_word(x, below);
+        Generator generator;
+        generator.Init(nullptr, 0, q.data());
+        unsigned char *block = reinterpret_cast<unsigned char *>(&generator) + kBlockAt;
+        BN_bn2binpad(x, block, kBlockBytes);
+        generator.ModQ();
+        BN_mod(x, x, modulus.get(), context.get());
+        Bytes expected(kBlockBytes);
+        BN_bn2binpad(x, expected.data(), kBlockBytes);
+        EXPECT_EQ(Bytes(block, block + kBlockBytes), expected) << factor << " times q, and 1 - " << below;
+      }
+    }
+  }
+}
+
 TEST(FipsRngSha1, InitWithoutAProperQKeepsTheModeAndTheRestOfTheBlock) {
   const Bytes noQ(20, 0x7f); // its top bit is clear
   for (const Bytes &q : {Bytes{}, kQ}) {
@@ -78,25 +114,4 @@ TEST(FipsRngSha1, TakesNullForNothing) {
   Bytes out(40);
   generator.Generate(out.data(), out.size(), nullptr, 8);
   EXPECT_EQ(out, draw(expected, out.size()));
-}
-
-TEST(FipsRngSha1, IterateReplacesTheRestOfTheBlock) {
-  kroFipsRngSha1 generator = seeded(kSeed);
-  draw(generator, 7);
-  kroFipsRngSha1 expected = generator;
-  generator.Iterate(kQ.data(), kQ.size());
-  draw(expected, 13);
-  const Bytes next = draw(expected, 20, kQ);
-  EXPECT_EQ(draw(generator, 13), Bytes(next.begin() + 7, next.end()));
-  EXPECT_EQ(draw(generator, 20), draw(expected, 20));
-}
-
-TEST(FipsRngSha1, AShorterSeedKeepsTheKeyBytesBeyondIt) {
-  for (const unsigned char *seed : {kSeed.data(), static_cast<const unsigned char *>(nullptr)}) {
-    kroFipsRngSha1 generator = seeded(kSeed);
-    kroFipsRngSha1 expected = generator;
-    generator.Init(seed, 20, nullptr); // the same 64 bytes enter the first block
-    EXPECT_EQ(draw(generator, 20), draw(expected, 20));
-    EXPECT_NE(draw(generator, 20), draw(expected, 20));
-  }
 }

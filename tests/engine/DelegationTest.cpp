@@ -1,4 +1,5 @@
 // Who carries out a private-key operation, what it is given, and what the trace says.
+#include "support/Callbacks.h"
 #include "support/Provider.h"
 #include "support/Trace.h"
 
@@ -16,40 +17,14 @@ using namespace krTest;
 
 const Bytes kDigest(32, 0x2b);
 
-// The callbacks note their arguments, and then do what OpenSSL does.
-using Arguments = std::tuple<int, const void *, const void *, const void *, const void *, int>;
-std::vector<Arguments> called;
-bool callbacksThrow = false;
-
-void note(const Arguments &arguments) {
-  called.push_back(arguments);
-  if (callbacksThrow) {
-    throw std::runtime_error("a callback's");
-  }
-}
-
-template <auto getOperation>
-int rsaCallback(int flen, const unsigned char *from, unsigned char *to, RSA *rsa, int padding) {
-  note({flen, from, to, rsa, nullptr, padding});
-  return getOperation(RSA_PKCS1_OpenSSL())(flen, from, to, rsa, padding);
-}
-
-DSA_SIG *dsaCallback(const unsigned char *dgst, int dlen, DSA *dsa) {
-  note({dlen, dgst, dsa, nullptr, nullptr, 0});
-  return DSA_meth_get_sign(DSA_OpenSSL())(dgst, dlen, dsa);
-}
-
-ECDSA_SIG *ecdsaCallback(const unsigned char *dgst, int dgst_len, const BIGNUM *kinv, const BIGNUM *r, EC_KEY *eckey) {
-  note({dgst_len, dgst, kinv, r, eckey, 0});
-  return ECDSA_do_sign_ex(dgst, dgst_len, kinv, r, EVP_PKEY_get0_EC_KEY(softwareKey(Kind::p256)));
-}
-
-void registerCallbacks(bool on) {
-  called.clear();
-  krEngineSetRSAPrivateKeyOpCallback(on ? rsaCallback<RSA_meth_get_priv_enc> : nullptr, 2);
-  krEngineSetRSAPrivateKeyOpCallback(on ? rsaCallback<RSA_meth_get_priv_dec> : nullptr, 0);
-  krEngineSetDSAPrivateKeyOpCallback(on ? dsaCallback : nullptr);
-  krEngineSetECDSAPrivateKeyOpCallback(on ? ecdsaCallback : nullptr);
+// A callback that notes its arguments and throws.
+using Values = std::vector<std::intptr_t>;
+std::vector<Values> called;
+std::intptr_t valueOf(int number) { return number; }
+std::intptr_t valueOf(const void *place) { return reinterpret_cast<std::intptr_t>(place); }
+template <class Result, class... Arguments> Result throwing(Arguments... arguments) {
+  called.push_back({valueOf(arguments)...});
+  throw std::runtime_error("a callback's");
 }
 
 bool signs(EVP_PKEY *key, EVP_PKEY *owner) { return verifies(owner, kDigest, signDigest(key, kDigest)); }
@@ -61,6 +36,34 @@ bool decrypts(EVP_PKEY *key, EVP_PKEY *owner) {
   RSA *rsa = EVP_PKEY_get0_RSA(key);
   plain.resize(RSA_private_decrypt(256, cipher.data(), plain.data(), rsa, RSA_PKCS1_OAEP_PADDING) == 32 ? 32 : 0);
   return plain == kDigest;
+}
+
+// And these answer what they are told to, after they have grown the key.
+int claimed = 0;
+Bytes answer;
+
+int claims(int /*flen*/, const unsigned char * /*from*/, unsigned char * /*to*/, RSA *rsa, int /*padding*/) {
+  if (RSA_get0_n(rsa) != nullptr) {
+    BIGNUM *modulus = BN_dup(RSA_get0_n(rsa));
+    BN_set_bit(modulus, 4095);
+    RSA_set0_key(rsa, modulus, nullptr, nullptr);
+  }
+  return claimed;
+}
+
+DSA_SIG *dsaAnswer(const unsigned char * /*dgst*/, int /*dlen*/, DSA *dsa) {
+  if (DSA_get0_q(dsa) != nullptr) {
+    DSA_set0_pqg(dsa, BN_dup(DSA_get0_p(dsa)), BN_dup(DSA_get0_p(dsa)), BN_dup(DSA_get0_g(dsa)));
+  }
+  return decoded(d2i_DSA_SIG, answer);
+}
+
+ECDSA_SIG *ecdsaAnswer(const unsigned char * /*dgst*/, int /*length*/, const BIGNUM * /*kinv*/, const BIGNUM * /*r*/,
+                       EC_KEY *eckey) {
+  if (EC_KEY_get0_group(eckey) != nullptr) {
+    EC_KEY_set_group(eckey, EC_KEY_get0_group(EVP_PKEY_get0_EC_KEY(softwareKey(Kind::p521))));
+  }
+  return decoded(d2i_ECDSA_SIG, answer);
 }
 
 struct Operation {
@@ -94,14 +97,14 @@ TEST(Delegation, AsksProviderThenCallbackThenOpenSSL) {
       const EVPPKeyPtr key = wholeCopy(owner);
       Connection connection(signsWith(owner));
       attach(key.get(), withProvider != 0 ? connection.ssl.get() : nullptr);
-      registerCallbacks(withCallback != 0);
+      delegateToCallbacks(withCallback != 0);
 
       Trace trace;
       const bool right = operation.run(key.get(), owner);
       const std::size_t viaProvider = operation.type != 0 ? withProvider : 0;
       const std::size_t viaCallback = viaProvider == 0 ? withCallback : 0;
       EXPECT_TRUE(right);
-      EXPECT_EQ(called.size(), viaCallback);
+      EXPECT_EQ(callbacks, static_cast<int>(viaCallback));
       const Request request{operation.type, EVP_PKEY_size(key.get()), kDigest, 16378, 0};
       EXPECT_EQ(connection.provider.requests, std::vector<Request>(viaProvider, request));
       const char *others = viaCallback != 0 ? operation.viaCallback : operation.viaDefault;
@@ -112,8 +115,10 @@ TEST(Delegation, AsksProviderThenCallbackThenOpenSSL) {
 
 TEST(Delegation, CallbacksReceiveTheArgumentsUnchangedAndFailByThrowing) {
   const Library library;
-  registerCallbacks(true);
-  callbacksThrow = true;
+  krEngineSetRSAPrivateKeyOpCallback(throwing, 2);
+  krEngineSetRSAPrivateKeyOpCallback(throwing, 0);
+  krEngineSetDSAPrivateKeyOpCallback(throwing);
+  krEngineSetECDSAPrivateKeyOpCallback(throwing);
   const EVPPKeyPtr keys[]{publicHalf(softwareKey(Kind::rsa)), publicHalf(softwareKey(Kind::dsa)),
                           publicHalf(softwareKey(Kind::p256))};
   RSA *rsa = EVP_PKEY_get0_RSA(keys[0].get());
@@ -126,10 +131,69 @@ TEST(Delegation, CallbacksReceiveTheArgumentsUnchangedAndFailByThrowing) {
   EXPECT_EQ(RSA_private_decrypt(20, in, &out, rsa, RSA_PKCS1_PADDING), -1);
   EXPECT_EQ(DSA_do_sign(in, 28, dsa), nullptr);
   EXPECT_EQ(ECDSA_do_sign_ex(in, 28, one, nullptr, ec), nullptr);
-  EXPECT_EQ(called, (std::vector<Arguments>{{256, in, &out, rsa, nullptr, RSA_NO_PADDING},
-                                            {20, in, &out, rsa, nullptr, RSA_PKCS1_PADDING},
-                                            {28, in, dsa, nullptr, nullptr, 0},
-                                            {28, in, one, nullptr, ec, 0}}));
+  const Values places{valueOf(in), valueOf(&out), valueOf(rsa), valueOf(dsa), valueOf(one), valueOf(ec)};
+  EXPECT_EQ(called, (std::vector<Values>{{256, places[0], places[1], places[2], RSA_NO_PADDING},
+                                         {20, places[0], places[1], places[2], RSA_PKCS1_PADDING},
+                                         {places[0], 28, places[3]},
+                                         {places[0], 28, places[4], 0, places[5]}}));
+}
+
+// OpenSSL encodes a signature into a buffer of the key's size, whatever its length.
+TEST(Delegation, SignaturesAreNoLongerThanTheKeysSize) {
+  const Library library;
+  const std::tuple<Kind, std::size_t> kinds[]{{Kind::dsa, 32}, {Kind::p256, 32}, {Kind::p521, 66}};
+  const krOpenSSL::DSAMethodPtr dsaDefault(DSA_meth_dup(DSA_OpenSSL()));
+  const krOpenSSL::ECKeyMethodPtr ecDefault(EC_KEY_METHOD_new(EC_KEY_OpenSSL()));
+  DSA_meth_set_sign(dsaDefault.get(), dsaAnswer);
+  EC_KEY_METHOD_set_sign(ecDefault.get(), nullptr, nullptr, ecdsaAnswer);
+  for (const auto &[kind, full] : kinds) {
+    const std::tuple<Bytes, bool> answers[]{{derSignature(full, full), true},
+                                            {derSignature(full + 1, full), false},
+                                            {derSignature(full, full + 1), false},
+                                            {derSignature(8000, 8000), false}};
+    for (const auto &[bytes, fits] : answers) {
+      for (const char *way : {"provider", "callback", "default"}) {
+        SCOPED_TRACE(testing::Message() << EVP_PKEY_size(softwareKey(kind)) << ' ' << bytes.size() << ' ' << way);
+        const EVPPKeyPtr key = publicHalf(softwareKey(kind));
+        Connection connection(writes(bytes));
+        answer = bytes;
+        attach(key.get(), *way == 'p' ? connection.ssl.get() : nullptr);
+        krEngineSetDSAPrivateKeyOpCallback(*way == 'c' ? dsaAnswer : nullptr);
+        krEngineSetECDSAPrivateKeyOpCallback(*way == 'c' ? ecdsaAnswer : nullptr);
+        DSA_set_default_method(*way == 'd' ? dsaDefault.get() : DSA_OpenSSL());
+        EC_KEY_set_default_method(*way == 'd' ? ecDefault.get() : EC_KEY_OpenSSL());
+        EXPECT_EQ(signDigest(key.get(), kDigest), fits ? bytes : Bytes{});
+      }
+    }
+  }
+  // Keys that cannot tell their size have no room at all.
+  const krOpenSSL::DSAPtr dsa(DSA_new());
+  const krOpenSSL::ECKeyPtr ec(EC_KEY_new());
+  const Connection connection(writes(answer));
+  for (SSL *ssl : {static_cast<SSL *>(nullptr), connection.ssl.get()}) {
+    DSA_set_ex_data(dsa.get(), kropenssl_get_dsa_idx(), ssl);
+    EC_KEY_set_ex_data(ec.get(), kropenssl_get_ecdsa_idx(), ssl);
+    EXPECT_EQ(DSA_do_sign(kDigest.data(), 32, dsa.get()), nullptr);
+    EXPECT_EQ(ECDSA_do_sign(kDigest.data(), 32, ec.get()), nullptr);
+  }
+  DSA_set_default_method(DSA_OpenSSL());
+  EC_KEY_set_default_method(EC_KEY_OpenSSL());
+}
+
+TEST(Delegation, RsaResultsAboveTheKeysSizeAreFailures) {
+  const Library library;
+  krEngineSetRSAPrivateKeyOpCallback(claims, 0);
+  krEngineSetRSAPrivateKeyOpCallback(claims, 1);
+  for (const auto &[result, judged] : {std::pair(-7, -7), {0, 0}, {1, 1}, {256, 256}, {257, -1}, {2000000000, -1}}) {
+    for (const auto operation : {RSA_private_encrypt, RSA_private_decrypt}) {
+      const EVPPKeyPtr key = publicHalf(softwareKey(Kind::rsa));
+      claimed = result;
+      EXPECT_EQ(operation(32, kDigest.data(), nullptr, EVP_PKEY_get0_RSA(key.get()), RSA_PKCS1_PADDING), judged);
+    }
+  }
+  const krOpenSSL::RSAPtr blank(RSA_new());
+  EXPECT_EQ(RSA_private_encrypt(32, kDigest.data(), nullptr, blank.get(), RSA_PKCS1_PADDING), -1);
+  krEngineSetRSAPrivateKeyOpCallback(nullptr, 0);
 }
 
 TEST(Delegation, CleanupEmptiesAllSlotsButDecryptAndBoundKeysGoOn) {
@@ -138,10 +202,10 @@ TEST(Delegation, CleanupEmptiesAllSlotsButDecryptAndBoundKeysGoOn) {
     SCOPED_TRACE(operation.viaDefault);
     EVP_PKEY *owner = softwareKey(operation.kind);
     const EVPPKeyPtr key = wholeCopy(owner);
-    registerCallbacks(true);
+    delegateToCallbacks(true);
     krOSSLCleanup();
     EXPECT_TRUE(operation.run(key.get(), owner));
-    EXPECT_EQ(called.size(), operation.run == decrypts ? 1U : 0U);
+    EXPECT_EQ(callbacks, operation.run == decrypts ? 1 : 0);
     krOSSLSetup();
   }
 }

@@ -1,9 +1,9 @@
 // What reaches a provider, and what becomes of its answers.
 #include "support/Provider.h"
+#include "support/OneError.h"
 #include "support/Trace.h"
 
 #include <gtest/gtest.h>
-#include <openssl/err.h>
 
 #include <algorithm>
 #include <climits>
@@ -36,21 +36,6 @@ Bytes digestInfo(const Bytes &digest) {
 bool throws(const Request & /*request*/, unsigned char * /*out*/, std::int32_t * /*outLength*/) {
   throw std::runtime_error("a provider's");
 }
-
-// An entry that was in the error queue before, with a mark of the caller's on it, and has to be all that is
-// there afterwards, still marked.
-struct OneError {
-  OneError() {
-    ERR_put_error(ERR_LIB_USER, 0, 1, __FILE__, __LINE__);
-    ERR_set_mark();
-  }
-  ~OneError() {
-    ERR_put_error(ERR_LIB_USER, 0, 2, __FILE__, __LINE__);
-    EXPECT_EQ(ERR_pop_to_mark(), 1);
-    EXPECT_EQ(ERR_get_error(), ERR_PACK(ERR_LIB_USER, 0, 1));
-    EXPECT_EQ(ERR_get_error(), 0U);
-  }
-};
 
 int privateEncrypt(SSL *ssl, const Bytes &input) {
   const EVPPKeyPtr key = publicHalf(softwareKey(Kind::rsa));

@@ -22,12 +22,24 @@ TEST(Tls, HandshakesFailWithAProviderThatDoesNotSignRightly) {
     EVP_PKEY *owner = softwareKey(kind);
     for (const auto &behaviour :
          {claims(0, false), claims(0), writes(signDigest(owner, Bytes(32, 0x0f))), // for another digest
-          writes(Bytes(static_cast<std::size_t>(EVP_PKEY_size(owner) - 1), 0x30))}) {
-      const Handshake handshake(TLS1_2_VERSION, "ALL", owner);
+          writes(kind == Kind::rsa ? Bytes(256, 0x30) : derSignature(8000, 8000))}) {
+      const Handshake handshake(kind == Kind::p256 ? TLS1_3_VERSION : TLS1_2_VERSION, "ALL", owner);
       Provider provider(behaviour);
       handshake.delegateTo(provider);
       EXPECT_EQ(handshake.run(), 0);
       EXPECT_EQ(provider.requests.size(), 1U);
     }
   }
+}
+
+TEST(Tls, HandshakesFailWithAnRsaCallbackThatClaimsTooMuch) {
+  const Library library;
+  const std::tuple<int, const char *> rows[]{{TLS1_3_VERSION, "ALL"}, {TLS1_2_VERSION, "AES128-GCM-SHA256"}};
+  for (const auto &[version, ciphers] : rows) {
+    for (const int selector : {0, 1}) {
+      krEngineSetRSAPrivateKeyOpCallback([](auto...) { return 16000; }, selector);
+    }
+    EXPECT_EQ(Handshake(version, ciphers, softwareKey(Kind::rsa)).run(), 0) << ciphers;
+  }
+  krEngineSetRSAPrivateKeyOpCallback(nullptr, 0);
 }

@@ -1,12 +1,12 @@
 // The layer for C++ callers: whole handshakes through it, what it refuses, and how long things live.
 #include "support/Handshake.h"
+#include "support/OneError.h"
 
 #include <krOpenSSL/krDelegate.hpp>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <stdexcept>
 #include <thread>
 
@@ -62,10 +62,13 @@ TEST_F(Delegate, ConnectionsShakeHandsAfterTheKeyObjectIsGone) {
   for (const auto &[version, kind, hash] : rows) {
     const Keyless handshake(version, kind);
     std::vector<int> hashes;
-    DelegatedKey(library, softwareKey(kind), [&hashes, sign = signsWithKey(kind)](const SignRequest &request, Out out) {
-      hashes.push_back(request.hash);
-      return sign(request, out);
-    }).bindTo(handshake.server.get());
+    DelegatedKey(library, softwareKey(kind),
+                 [&hashes, kind = kind, sign = signsWithKey(kind)](const SignRequest &request, Out out) {
+                   hashes.push_back(request.hash);
+                   EXPECT_EQ(out.size(), static_cast<std::size_t>(EVP_PKEY_size(softwareKey(kind))));
+                   return sign(request, out);
+                 })
+        .bindTo(handshake.server.get());
     EXPECT_EQ(handshake.run(), 2) << version;
     EXPECT_EQ(hashes, std::vector{hash});
   }
@@ -82,6 +85,40 @@ TEST_F(Delegate, SignersThatDoNotSignFailTheHandshakeAndNothingElse) {
       const Keyless handshake(TLS1_2_VERSION, kind);
       DelegatedKey(library, softwareKey(kind), signer).bindTo(handshake.server.get());
       EXPECT_EQ(handshake.run(), 0);
+    }
+  }
+}
+
+TEST_F(Delegate, ASignersErrorsStayOnlyWhenItFails) {
+  const krOpenSSL::Library library;
+  const Bytes digest(32, 0x2b);
+  for (const bool succeeds : {true, false}) {
+    for (const int entries : {1, 2, 20}) { // more than the queue holds
+      const krOpenSSL::SSLCtxPtr context(SSL_CTX_new(TLS_server_method()));
+      const krOpenSSL::SSLPtr ssl(SSL_new(context.get()));
+      DelegatedKey(library, softwareKey(Kind::p256), [&](const SignRequest &request, Out out) {
+        EXPECT_EQ(ERR_peek_error(), 0U); // whatever was there before
+        ERR_set_mark();
+        ERR_pop_to_mark();
+        for (int entry = 0; entry < entries; ++entry) {
+          ERR_put_error(ERR_LIB_USER, 0, 100 + entry, __FILE__, __LINE__);
+          ERR_add_error_data(1, "the key store's reason");
+          ERR_set_mark();
+        }
+        return succeeds ? signsWithKey(Kind::p256)(request, out) : 0;
+      }).bindTo(ssl.get());
+      if (succeeds) {
+        const OneError error;
+        EXPECT_FALSE(signDigest(SSL_get_privatekey(ssl.get()), digest).empty());
+      } else {
+        ERR_put_error(ERR_LIB_USER, 0, 1, __FILE__, __LINE__);
+        signDigest(SSL_get_privatekey(ssl.get()), digest);
+        EXPECT_EQ(ERR_GET_REASON(ERR_peek_error()), entries < 20 ? 1 : 105); // a ring of 15
+        const char *reason = nullptr;
+        EXPECT_EQ(ERR_GET_REASON(ERR_peek_last_error_line_data(nullptr, nullptr, &reason, nullptr)), 99 + entries);
+        EXPECT_STREQ(reason, "the key store's reason");
+        ERR_clear_error();
+      }
     }
   }
 }
@@ -164,19 +201,6 @@ TEST_F(Delegate, RefusesWhatCannotSign) {
   }
   ENGINE_unregister_EC(stranger);
   ENGINE_free(stranger);
-}
-
-TEST_F(Delegate, ThreadsFindTheLibrarySetUpAsLongAsTheyHaveAnObject) {
-  std::array<std::jthread, 4> threads;
-  for (std::jthread &thread : threads) {
-    thread = std::jthread([] {
-      for (int turn = 0; turn < 500; ++turn) {
-        const krOpenSSL::Library library;
-        const krOpenSSL::RSAPtr key(RSA_new());
-        EXPECT_NE(RSA_get0_engine(key.get()), nullptr);
-      }
-    });
-  }
 }
 
 TEST_F(Delegate, ThreadsBindConnectionsOfOneContext) {

@@ -7,6 +7,11 @@ set -euo pipefail
 make_keys
 openssl11 genpkey -algorithm ED25519 -out ed.key
 certify ed
+for curve in prime239v1 secp256k1 P-256; do # the last with its parameters in place of its name
+  openssl11 genpkey -algorithm EC -pkeyopt "ec_paramgen_curve:$curve" -pkeyopt ec_param_enc:explicit -out "$curve.key"
+  [ "$curve" = P-256 ] || openssl11 ec -in "$curve.key" -param_enc named_curve -out "$curve.key" 2>/dev/null
+  certify "$curve"
+done
 openssl11 rsa -in rsa.key -aes128 -passout pass:secret -out locked.key 2>/dev/null
 start_server rsa
 
@@ -24,6 +29,11 @@ done
 expect_refusal 1 "cannot read the certificate chain 'none.pem': No such file" serve --cert none.pem --key rsa.key
 expect_refusal 1 "'rsa.key' holds no PEM certificate" serve --cert rsa.key --key rsa.key
 expect_refusal 1 "keys of type ED25519 are not supported" serve --cert ed.pem --key ed.key
+for curve in prime239v1 secp256k1; do
+  expect_refusal 1 "no TLS client can use an EC key on the curve $curve:" serve --cert "$curve.pem" --key "$curve.key"
+done
+expect_refusal 1 "no TLS client can use an EC key whose curve has no name:" serve --cert P-256.pem --key P-256.key
+TMPDIR=$work/none expect_refusal 1 ".* directory '$work/none' \(TMPDIR\): No such file" demo --quiet
 expect_refusal 2 "serve needs --cert and --key" serve --cert rsa.pem
 expect_refusal 2 "--port is a number from 0 to 65535, not '65536'" serve --port 65536
 expect_refusal 2 "--holder is process or memory, not 'pkcs11'" demo --holder pkcs11
@@ -43,6 +53,16 @@ for holder in process memory; do
     fail "no trace of the provider"
   ! grep -q krOpenSSL table.log || fail "trace lines in the table"
 done
-TMPDIR=$work "$program" demo --quiet >out.log 2>table.log || fail "the quiet demo failed"
+mkdir tmp
+TMPDIR=$work/tmp "$program" demo --quiet >out.log 2>table.log || fail "the quiet demo failed"
 [ ! -s out.log ] || fail "the quiet demo wrote to standard output"
-[ -s "$(sed -n "s/^the library's trace goes to //p" table.log)" ] || fail "no trace file"
+grep -q "^the library's trace goes to $work/tmp/" table.log || fail "no word of the trace file"
+[ -z "$(ls tmp)" ] || fail "the quiet demo left its folder behind"
+KR_TRACE=off "$program" demo >out.log 2>/dev/null || fail "the demo failed without a trace"
+[ ! -s out.log ] || fail "KR_TRACE=off did not silence the trace"
+
+for verb in serve demo; do
+  other=$([ $verb = serve ] && echo demo || echo serve)
+  expect "^usage: delegated_tls $verb" "$program" $verb --help
+  ! "$program" $verb --help | grep -q "^$other" || fail "the help for $verb is for $other, too"
+done

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # `delegated_tls serve --holder pkcs11` with a SoftHSM token of its own, made by the commands of docs/pkcs11.md.
-# usage: pkcs11_test.sh PROGRAM OPENSSL_1_1_1_PREFIX HOLDER_TESTS GUIDE
+# usage: pkcs11_test.sh PROGRAM OPENSSL_1_1_1_PREFIX SESSION_TESTS GUIDE
 set -euo pipefail
-holder_tests=$3 guide=$4
+session_tests=$3 guide=$4
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 # The guide's command block number $1.
@@ -32,7 +32,7 @@ eval "$(guide_block 2)" >>tools.log 2>&1 || fail "the guide's certificate"$'\n'"
 cat ca.pem >>server.pem
 generate rsa 02 --key-type rsa:2048
 
-KR_PKCS11_MODULE=$module "$holder_tests" || fail "the holder's own tests"
+"$session_tests" || fail "the holder's sessions"
 
 on_token=(--holder pkcs11 --module "$module" --token-label web --pin-file pin)
 curl_line() { curl -sS --max-time 30 --cacert ca.pem --resolve "localhost:$port:127.0.0.1" "https://localhost:$port/"; }

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Real peers shake hands with `delegated_tls serve`: s_client of OpenSSL 1.1.1 and of the system, and curl.
+# Real peers shake hands with `delegated_tls serve`: s_client of OpenSSL 1.1.1 and of the system, curl and gnutls-cli.
 # usage: serve_test.sh PROGRAM OPENSSL_1_1_1_PREFIX
 set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
@@ -32,6 +32,32 @@ for client in openssl11 openssl; do
   expect_handshake TLSv1.2 ECDSA SHA256 "$client" ec -tls1_2
 done
 expect_curl ec TLSv1.3 ecdsa_sha256
+for client in 'curl -sS --cacert ec.pem -d some=thing' 'curl -sSI --cacert ec.pem'; do
+  expect 'by process|200 OK' $client "https://localhost:$port/"
+done
+for end in '\r\n' '\n'; do
+  expect 'ecdsa_sha256 by process' gnutls-cli --x509cafile=ec.pem --port "$port" localhost \
+    < <(printf "GET / HTTP/1.0$end$end")
+done
+
+# As many slow clients as it has threads do not keep the server from others.
+slow=()
+for _ in $(seq 16); do
+  exec {client}<>"/dev/tcp/127.0.0.1/$port"
+  slow+=("$client")
+done
+(
+  trap '' PIPE
+  for bytes in '\26' '\3' '\1' '\2' {1..60}; do
+    for client in "${slow[@]}"; do printf "$bytes" >&"$client" || true; done
+    sleep 1
+  done
+) 2>/dev/null &
+slow_sender=$!
+expect_curl ec TLSv1.3 ecdsa_sha256
+kill "$slow_sender"
+for client in "${slow[@]}"; do exec {client}>&-; done
+grep -Eq 'handshake failed: not done within 10 s \(client 127\.0\.0\.1:[0-9]+\)' server.log || fail "no word of the slow clients"
 stop_server
 
 start_server dsa
@@ -70,5 +96,7 @@ for _ in 1 2 3; do
   expect 'alert internal error' s_client openssl11 ec
 done
 [ $((SECONDS - start)) -le 5 ] || fail "a dead holder hung the server"
-grep -q 'connection failed: handshake failed' server.log || fail "the server did not report the dead holder"
+grep -q "handshake failed: the key holder, process $(holder), was killed by signal 9 (client 127" server.log ||
+  fail "the server did not report the dead holder"
+[ ! -e "/proc/$(holder)" ] || fail "the dead holder was not reaped"
 stop_server

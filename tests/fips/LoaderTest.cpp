@@ -1,9 +1,11 @@
 // The wolfEngine loader, step by step, as its log lines tell.
+#include "fips/ActiveEngine.h"
 #include "support/FipsHome.h"
 #include "support/Machine.h"
 #include "support/Trace.h"
 #include "support/Vectors.h"
 
+#include "engine/EngineList.h"
 #include "engine/qvlibRSA.h"
 #include "fips/krWolfSSLFIPS.h"
 #include "state/State.h"
@@ -29,12 +31,7 @@ constexpr const char *kUnloaded = "199 Unloaded 'wolfEngine' successfully (Disab
 
 void removeDynamicEngine() {
   OPENSSL_init_crypto(OPENSSL_INIT_ENGINE_DYNAMIC, nullptr);
-  ENGINE *engine = ENGINE_get_first();
-  while (std::string(ENGINE_get_id(engine)) != "dynamic") {
-    engine = ENGINE_get_next(engine);
-  }
-  ENGINE_remove(engine);
-  ENGINE_free(engine);
+  ENGINE_remove(findListedEngine("dynamic").get());
 }
 
 struct Failure {
@@ -72,7 +69,7 @@ TEST_P(LoaderFailure, IsLoggedAndLeavesTheMethodsAlone) {
   GetParam().prepare();
   EXPECT_EQ(krWolfEngineLoad(), 0);
   EXPECT_EQ(home.newLogLines(), GetParam().lines);
-  ENGINE *engine = state::activeEngine.load();
+  ENGINE *engine = activeEngine.load();
   EXPECT_EQ(engine != nullptr, GetParam().found);
   if (engine != nullptr) {
     EXPECT_STREQ(ENGINE_get_id(engine), "wolfEngine");
@@ -80,7 +77,7 @@ TEST_P(LoaderFailure, IsLoggedAndLeavesTheMethodsAlone) {
   }
   const int finishes = engine != nullptr ? FipsHome::record().finishes.load() : 0;
   krWolfEngineUnload();
-  EXPECT_EQ(state::activeEngine.load(), nullptr);
+  EXPECT_EQ(activeEngine.load(), nullptr);
   EXPECT_EQ(ENGINE_get_default_RSA(), nullptr);
   if (engine != nullptr) {
     // A finish for each start that succeeded, and none for those that did not.
@@ -106,7 +103,7 @@ TEST(Loader, ASecondLoadSkipsTheDynamicEngine) {
   FipsHome home;
   const krTest::Trace quiet;
   EXPECT_EQ(krWolfEngineLoad(), 1);
-  EXPECT_TRUE(isSpliced(state::activeEngine.load()));
+  EXPECT_TRUE(isSpliced(activeEngine.load()));
   EXPECT_EQ(home.newLogLines(), Lines{kLoaded});
   EXPECT_EQ(krWolfEngineUnload(), 1);
   EXPECT_EQ(home.newLogLines(), (Lines{"212 'Disabling' WolfEngine logging", kUnloaded}));

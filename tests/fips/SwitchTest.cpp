@@ -1,12 +1,14 @@
 // The FIPS switches and what they leave behind.
+#include "fips/ModulePlace.h"
+#include "log/krCustomLogger.h"
 #include "support/Allocations.h"
 #include "support/Engines.h"
 #include "support/FipsHome.h"
 #include "support/Machine.h"
 #include "support/Trace.h"
 
-#include "fipsbridge/FipsModule.h"
 #include "platform/Platform.h"
+#include "state/FipsModule.h"
 #include "state/State.h"
 
 #include <krOpenSSL/krFips.h>
@@ -110,7 +112,7 @@ TEST(FipsSwitch, NeedsNoSetupAndOutlivesCleanup) {
 TEST(FipsSwitch, TheThousandthLeavesNoMoreThanTheTenth) {
   const FipsHome home;
   const Trace quiet;
-  state::krLogThreshold = 0;
+  krLogThreshold = 0;
   krFipsUseOpenSSLFIPS(1);
   krOSSLSetup();
   long tenth = 0;
@@ -140,22 +142,29 @@ TEST(FipsSwitch, TakesTheRandomMethodAlongButNotTheHostsOwn) {
   krFipsModeOff();
   EXPECT_EQ(FipsHome::record().randomRequests, 2); // the bytes that are carried over
   EXPECT_EQ(RAND_get_rand_method(), ordinary);
-  RAND_set_rand_method(RAND_OpenSSL()); // as a first draw before the library's set-up has it
+  RAND_set_rand_method(RAND_OpenSSL()); // the host's own choice, up to a change of the mode
+  for (const auto stay : {+[] { krFipsModeOff(); }, krFipsClose, +[] { krOpenSSLEngineLoad(); }}) {
+    stay();
+    EXPECT_EQ(RAND_get_rand_method(), RAND_OpenSSL());
+  }
+  machine::setVariable(kStandInFails, "init");
+  EXPECT_EQ(krFipsModeOn(), 0xE0050005);
+  EXPECT_EQ(RAND_get_rand_method(), RAND_OpenSSL());
+  machine::setVariable(kStandInFails, "");
   krFipsModeOn();
   EXPECT_EQ(RAND_bytes(&byte, 1), 1);
   EXPECT_EQ(FipsHome::record().randomRequests, 3);
+  RAND_set_rand_method(RAND_OpenSSL());
+  krFipsModeOff();
+  EXPECT_EQ(RAND_get_rand_method(), ordinary);
 }
 
-TEST(FipsSwitch, DoesNothingAfterOpenSSLWasCleanedUp) {
+TEST(FipsSwitch, LeavesTheLibrarysRandomMethodWhereNothingWasSetUp) {
+  const FipsHome home("init");
   const Trace quiet;
-  krOSSLSetup();
   krFipsUseOpenSSLFIPS(1);
-  OPENSSL_cleanup();
   EXPECT_EQ(krFipsModeOn(), 0xE0050005);
-  EXPECT_EQ(krFipsModeOff(), 0U);
-  EXPECT_EQ(krSetWolfEngineLogLevel(1), 0);
-  krFipsClose();
-  std::_Exit(testing::Test::HasFailure() ? 1 : 0); // nobody may ask OpenSSL anything now
+  EXPECT_NE(RAND_get_rand_method(), RAND_OpenSSL());
 }
 
 namespace {
@@ -198,12 +207,12 @@ TEST(FipsModulePath, IsKeptUpTo259Characters) {
   for (const auto &[path, kept] :
        {std::pair(std::string(259, 'p'), true), {std::string(260, 'p'), false}, {"short", true}, {"", true}}) {
     EXPECT_EQ(krFipsSetPath(path.c_str()), kept ? 0 : 0xE0050001);
-    EXPECT_EQ(state::fipsModulePath.data(), kept ? path : "");
-    EXPECT_EQ(state::fipsModulePathGiven, 1);
-    EXPECT_EQ(state::fipsModulePathTooLong, kept ? 0 : 1);
+    EXPECT_EQ(fipsModulePath.data(), kept ? path : "");
+    EXPECT_EQ(fipsModulePathGiven, 1);
+    EXPECT_EQ(fipsModulePathTooLong, kept ? 0 : 1);
   }
   EXPECT_EQ(krFipsSetPath(nullptr), 0U);
-  EXPECT_EQ(state::fipsModulePathGiven, 0);
+  EXPECT_EQ(fipsModulePathGiven, 0);
 }
 
 TEST(FipsModuleState, IsTheModulesOwnUntilClose) {
@@ -220,8 +229,8 @@ TEST(FipsModuleState, IsTheModulesOwnUntilClose) {
     EXPECT_EQ(krFipsModeError(), error);
   }
   moduleState = 3;
-  state::fipsModuleHandle = machine::loadLibrary(machine::kAnyLibrary);
-  EXPECT_NE(state::fipsModuleHandle, nullptr);
+  fipsModuleHandle = machine::loadLibrary(machine::kAnyLibrary);
+  EXPECT_NE(fipsModuleHandle, nullptr);
   krFipsClose();
   EXPECT_EQ(krFipsGetState(), 0);
   EXPECT_EQ(krFipsModeError(), 0);

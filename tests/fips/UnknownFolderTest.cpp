@@ -1,4 +1,5 @@
 // The wolfEngine loader where the system does not know the folder of wolfEngine.
+#include "log/krCustomLogger.h"
 #include "support/FakePlatform.h"
 
 #include "fips/krWolfSSLFIPS.h"
@@ -18,7 +19,7 @@ bool logged(const std::string &line) { return fake::written.find(line) != std::s
 } // namespace
 
 TEST(WolfEnginePath, IsAskedForAgainUntilTheFolderIsKnown) {
-  krOpenSSL::state::krLogThreshold = 4;
+  krLogThreshold = 4;
   fake::failing = {"commonProgramFilesFolder"};
   for (int attempt = 0; attempt < 2; ++attempt) {
     fake::written.clear();

@@ -1,4 +1,5 @@
 // Keys in FIPS mode: delegated ones sign through the caller, the others through wolfEngine.
+#include "support/Callbacks.h"
 #include "support/FipsHome.h"
 #include "support/Handshake.h"
 #include "support/Trace.h"
@@ -21,18 +22,6 @@ using krOpenSSL::EVPMDCtxPtr;
 using krOpenSSL::RSAPtr;
 
 const Bytes kDigest(32, 0x5a);
-int callbacks = 0;
-
-int encryptElsewhere(int flen, const unsigned char *from, unsigned char *to, RSA * /*rsa*/, int padding) {
-  ++callbacks;
-  return RSA_private_encrypt(flen, from, to, EVP_PKEY_get0_RSA(softwareKey(Kind::rsa)), padding);
-}
-
-ECDSA_SIG *signElsewhere(const unsigned char *dgst, int length, const BIGNUM * /*kinv*/, const BIGNUM * /*r*/,
-                         EC_KEY * /*eckey*/) {
-  ++callbacks;
-  return ECDSA_do_sign(dgst, length, EVP_PKEY_get0_EC_KEY(softwareKey(Kind::p256)));
-}
 
 // FIPS mode, with the keys made before.
 struct Fips {
@@ -68,14 +57,19 @@ TEST(FipsKeys, DelegatedOnesSignThroughTheCaller) {
       SCOPED_TRACE(testing::Message() << EVP_PKEY_id(key) << ' ' << padding << ' ' << viaProvider);
       Connection connection(signsWith(owner));
       attach(key, viaProvider ? connection.ssl.get() : nullptr);
-      krEngineSetRSAPrivateKeyOpCallback(viaProvider ? nullptr : encryptElsewhere, 1);
-      krEngineSetECDSAPrivateKeyOpCallback(viaProvider ? nullptr : signElsewhere);
-      callbacks = 0;
+      delegateToCallbacks(!viaProvider);
       EXPECT_TRUE(verifies(owner, kDigest, signDigest(key, kDigest, padding), padding));
       EXPECT_EQ(connection.provider.requests.size(), viaProvider ? 1U : 0U);
       EXPECT_EQ(callbacks, viaProvider ? 0 : 1);
+      Connection lies(EVP_PKEY_id(key) == EVP_PKEY_RSA ? claims(257) : writes(derSignature(33, 32)));
+      attach(key, viaProvider ? lies.ssl.get() : nullptr);
+      krEngineSetRSAPrivateKeyOpCallback([](auto...) { return 257; }, 1);
+      krEngineSetECDSAPrivateKeyOpCallback([](auto...) { return decoded(d2i_ECDSA_SIG, derSignature(33, 32)); });
+      EXPECT_EQ(signDigest(key, kDigest, padding), Bytes{});
+      ERR_clear_error();
     }
   }
+  EXPECT_EQ(FipsHome::record().digestsAsked, 0); // for EC it has none to tell, and says so in the log
 }
 
 TEST(FipsKeys, OtherKeysAreWolfEngines) {
@@ -143,8 +137,7 @@ TEST(FipsKeys, AreSplicedOnceAndAreOrdinaryAgainAfterwards) {
 
 TEST(FipsKeys, RefuseWhatDoesNotFit) {
   const Fips fips;
-  krEngineSetRSAPrivateKeyOpCallback(encryptElsewhere, 1);
-  krEngineSetECDSAPrivateKeyOpCallback(signElsewhere);
+  delegateToCallbacks(true);
   for (const Kind kind : {Kind::rsa, Kind::p256}) {
     const EVPPKeyPtr key = publicHalf(softwareKey(kind));
     const EVPPKeyCtxPtr context(EVP_PKEY_CTX_new(key.get(), nullptr));

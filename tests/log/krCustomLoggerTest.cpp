@@ -65,8 +65,9 @@ TEST(LogWriter, TakesItsStepsInOrder) {
   EXPECT_EQ(line(), std::pair(inside(kResolve) + append, expected("text")));
 
   const Calls rotate =
-      kCheck + Calls{"inspect krOpenSSL.log.old", "moveOver 4292870144", "startFileForEveryone krOpenSSL.log"};
-  const Calls sized = {"fileSize krOpenSSL.log"};
+      kCheck + Calls{"inspect krOpenSSL.log.old", "moveOver 4292870144", "startFileForEveryone krOpenSSL.log",
+                     "syncFolder krOpenSSL.log", "size krOpenSSL.log"};
+  const Calls sized = {"size krOpenSSL.log"};
   EXPECT_EQ(line(),
             std::pair(sized + Calls{R"(registryText SOFTWARE\Corvane\Logging LogSizeInMB)", "prepareProtection"} +
                           rotate + append,
@@ -94,7 +95,7 @@ TEST(LogWriter, WritesFormattedLinesAboveTheThresholdOnly) {
       {nullptr, nullptr, ":12 - 7 of x \n"},
   };
   for (const std::uint32_t threshold : {0U, 3U, 4U, 0xffffffffU}) {
-    krOpenSSL::state::krLogThreshold.store(threshold);
+    krLogThreshold.store(threshold);
     for (const auto &[file, component, text] : rows) {
       fake::calls.clear();
       fake::written.clear();
@@ -122,7 +123,7 @@ TEST(LogWriter, DropsTheLineOnAFailureAndGoesOn) {
       {"removeEntry", kLink, false},
       {"giveToAdministrators", kLink, false},
       {"protect", kLink, false},
-      {"fileSize", kFull, true},
+      {"size", kFull, true},
       {"moveOver", kFull, true},
       {"startFileForEveryone", kFull, true},
       {"linkStatus", kFull, false},
@@ -152,9 +153,9 @@ TEST(LogWriter, ReplacesWhatRedirectsTheFile) {
   fake::entries = {{kFile, kPlain}};
   fake::opening = AppendFile::Outcome::redirected;
   const Calls replaced = Calls{"inspect krOpenSSL.log"} + inside(kReplaceFile);
-  EXPECT_EQ(line(), std::pair(Calls{"fileSize krOpenSSL.log", "open krOpenSSL.log"} + inside(kCheck) + replaced +
-                                  Calls{"close"},
-                              std::string()));
+  EXPECT_EQ(line(),
+            std::pair(Calls{"size krOpenSSL.log", "open krOpenSSL.log"} + inside(kCheck) + replaced + Calls{"close"},
+                      std::string()));
 }
 
 TEST(LogWriter, ResolvesThePathUntilThereIsOne) {

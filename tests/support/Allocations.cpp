@@ -1,3 +1,4 @@
+// Memory functions for OpenSSL that count its blocks and refuse one when they are told to.
 #include "support/Allocations.h"
 
 #include <openssl/crypto.h>

@@ -1,6 +1,7 @@
 // The bridge engine as the product registers it.
 #pragma once
 
+#include "fips/ActiveEngine.h"
 #include "fipsbridge/qvFipsRand.h"
 #include "state/State.h"
 #include "support/ReferenceModule.h"
@@ -19,7 +20,7 @@ struct Bridge {
   explicit Bridge(bool withModule = true) {
     krOpenSSL::state::fipsMode = 1;
     EXPECT_EQ(krOpenSSLEngineLoad(), 1);
-    engine = krOpenSSL::state::activeEngine;
+    engine = krOpenSSL::activeEngine;
     if (withModule) {
       krOpenSSL::state::fipsModule = &referenceModule::table;
       EXPECT_EQ(qvFipsRandSeed(nullptr, 0), 1);

@@ -1,8 +1,14 @@
+// Every function of the platform, written down and answered as the test says.
 #include "support/FakePlatform.h"
 
+#include "platform/ForkLock.h"
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <filesystem>
+#include <map>
+#include <mutex>
 #include <utility>
 
 namespace krTest::fakePlatform {
@@ -10,8 +16,17 @@ namespace {
 
 // Whether the call is to succeed.
 bool note(const std::string &call, const std::string &path = {}) {
+  errno = EIO; // as the system's calls may leave it
   calls.push_back(path.empty() ? call : call + " " + path.substr(path.find_last_of("/\\") + 1));
   return !failing.contains(call);
+}
+
+// Never destroyed: exit handlers lock, too.
+std::recursive_mutex &mutexOf(const krOpenSSL::platform::ForkLock *lock) {
+  static auto &guard = *new std::mutex;
+  static auto &mutexes = *new std::map<const krOpenSSL::platform::ForkLock *, std::recursive_mutex>;
+  const std::scoped_lock guarded(guard);
+  return mutexes[lock];
 }
 
 std::string generic(const char *path) {
@@ -46,22 +61,29 @@ bool systemRandom(unsigned char *buffer, std::uint32_t length) noexcept {
   return fake::hasRandom;
 }
 
-bool watchForks(void (*inChild)()) noexcept {
-  if (fake::noticesForks) {
-    fake::childHandler = inChild;
-    ++fake::watchers;
-  }
-  return fake::noticesForks;
+bool ForkLock::lock() noexcept {
+  fake::mutexOf(this).lock();
+  return std::exchange(fake::forked, false);
 }
 
-bool firstInForkedChild() noexcept { return std::exchange(fake::forkedSilently, false); }
+std::optional<bool> ForkLock::tryLock() noexcept {
+  return fake::mutexOf(this).try_lock() ? std::optional(std::exchange(fake::forked, false)) : std::nullopt;
+}
+
+bool ForkLock::unlock() noexcept {
+  fake::mutexOf(this).unlock();
+  return true;
+}
+
+bool ForkLock::isHeld() const noexcept { return !fake::forked; }
+
+bool ForkLock::noticesForks() noexcept { return fake::noticesForks; }
 
 std::int64_t processId() noexcept { return 1; }
 
-bool holdAcrossForks(void (*before)(), void (* /*after*/)()) noexcept {
-  fake::lockForFork = before;
-  return true;
-}
+void forgetNumbers() noexcept {}
+
+bool holdAcrossForks(void (* /*before*/)(), void (* /*after*/)()) noexcept { return true; }
 
 std::uint32_t threadId() noexcept { return 0xabc; }
 
@@ -83,10 +105,9 @@ EntryKind status(const char *path) { return fake::query("status", path).target; 
 
 EntryKind linkStatus(const char *path) { return fake::query("linkStatus", path).kind; }
 
-std::optional<std::uint64_t> fileSize(const char *path) noexcept {
+std::optional<std::uint64_t> AppendFile::size(const char *path) noexcept {
   const auto found = fake::entries.find(fake::generic(path));
-  return fake::note("fileSize", path) && found != fake::entries.end() ? std::optional(found->second.size)
-                                                                      : std::nullopt;
+  return fake::note("size", path) && found != fake::entries.end() ? std::optional(found->second.size) : std::nullopt;
 }
 
 bool removeEntry(const char *path) noexcept {
@@ -100,6 +121,8 @@ void createFile(const char *path) noexcept { fake::note("createFile", path); }
 bool moveOver(const char *from, const char * /*to*/, std::uint64_t atLeast) noexcept {
   return fake::note("moveOver", from + ("/" + std::to_string(atLeast)));
 }
+
+void syncFolder(const char *path) noexcept { fake::note("syncFolder", path); }
 
 bool startFileForEveryone(const char *path) noexcept { return fake::note("startFileForEveryone", path); }
 

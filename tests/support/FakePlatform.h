@@ -15,9 +15,7 @@ namespace krTest::fakePlatform {
 inline bool hasRandom = true;
 inline bool noticesForks = true;
 inline std::vector<std::uint32_t> drawn; ///< the lengths asked of the random source
-inline void (*childHandler)() = nullptr; ///< what is to run in a forked child
-inline int watchers = 0;
-inline bool forkedSilently = false; ///< without running the handler
+inline bool forked = false;              ///< since the lock was last taken
 
 /// What the random source gave at its @p call-th draw, counted from 1.
 Bytes systemBytes(std::size_t call);
@@ -34,6 +32,5 @@ inline auto opening = krOpenSSL::platform::AppendFile::Outcome::opened; ///< of 
 inline std::string written;
 inline std::vector<std::string> calls; ///< each with the last name of its path
 inline std::set<std::string> failing;  ///< calls, without a path, that fail
-inline void (*lockForFork)() = nullptr;
 
 } // namespace krTest::fakePlatform

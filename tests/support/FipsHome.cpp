@@ -1,45 +1,35 @@
+// Where wolfEngine's stand-in is put, what it recorded, and the log's lines of it and of its loader.
 #include "support/FipsHome.h"
 
+#include "log/krCustomLogger.h"
 #include "platform/Platform.h"
-#include "state/State.h"
-#include "support/Machine.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <regex>
 
 namespace krTest {
 
-FipsHome::FipsHome(const std::string &failing) : folder_(machine::newProgramData()) {
+FipsHome::FipsHome(const std::string &failing) {
   modules = machine::provideModules(KR_PROGRAM_FILES);
   machine::setVariable(kStandInFails, failing.c_str());
-  krOpenSSL::state::krLogThreshold = 4;
+  krLogThreshold = 4;
 }
 
-FipsHome::~FipsHome() { machine::removeProgramData(folder_); }
-
 std::vector<std::string> FipsHome::newLogLines() {
-  static const std::regex loader(R"(4, c=0 .* krWolfSSLFIPS\.cpp:(\d+) - 'wolfEngine' (.*) )");
-  static const std::regex wolfEngine(R"((\d+), c=(\d+) .* krCustomLogger\.cpp:363 - '' (.*) )");
+  const std::vector<std::string> all = linesOf(file);
   std::vector<std::string> lines;
-  std::ifstream log(folder_ / "Corvane/Logging/krOpenSSL.log");
-  std::size_t count = 0;
-  for (std::string line; std::getline(log, line);) {
-    if (++count <= seen_) {
-      continue;
-    }
-    std::smatch match;
-    if (std::regex_match(line, match, loader)) {
-      lines.push_back(match[1].str() + " " + match[2].str());
-    } else if (std::regex_match(line, match, wolfEngine)) {
-      lines.push_back(match[1].str() + " " + match[2].str() + " " + match[3].str());
-    } else {
-      lines.push_back("not understood: " + line);
-    }
+  for (; seen_ < all.size(); ++seen_) {
+    const std::string &line = all[seen_];
+    const std::string name = " - 'wolfEngine' ";
+    const std::size_t from = line.find("krWolfSSLFIPS.cpp:") + 18;
+    const std::size_t message = line.find(name);
+    const std::size_t literal = line.find("krCustomLogger.cpp:363 - '' ");
+    const std::string text = literal != std::string::npos
+                                 ? line.substr(0, 1) + " " + line.substr(5, 1) + " " + line.substr(literal + 28)
+                                 : line.substr(from, message - from) + " " + line.substr(message + name.size());
+    lines.push_back(text.substr(0, text.find_last_not_of(" \r") + 1));
   }
-  seen_ = count;
   return lines;
 }
 

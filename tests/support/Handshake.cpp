@@ -1,4 +1,7 @@
+// The two ends in one process, with a pair of BIOs between them.
 #include "support/Handshake.h"
+
+#include "support/Callbacks.h"
 
 #include <gtest/gtest.h>
 #include <openssl/err.h>
@@ -27,14 +30,6 @@ SSLCtxPtr makeContext(const SSL_METHOD *method, int version, const char *ciphers
   SSL_CTX_set_cipher_list(context.get(), ciphers);
   SSL_CTX_set_dh_auto(context.get(), 1);
   return context;
-}
-
-int callbacks = 0;
-
-template <auto kOperation>
-int elsewhere(int flen, const unsigned char *from, unsigned char *to, RSA * /*rsa*/, int padding) {
-  ++callbacks;
-  return kOperation(flen, from, to, EVP_PKEY_get0_RSA(softwareKey(Kind::rsa)), padding);
 }
 
 } // namespace
@@ -89,9 +84,7 @@ void expectDelegated(int version, const char *ciphers, Kind kind, bool viaProvid
   if (viaProvider) {
     handshake.delegateTo(provider);
   }
-  krEngineSetRSAPrivateKeyOpCallback(viaProvider ? nullptr : elsewhere<RSA_private_encrypt>, 1);
-  krEngineSetRSAPrivateKeyOpCallback(viaProvider ? nullptr : elsewhere<RSA_private_decrypt>, 0);
-  callbacks = 0;
+  delegateToCallbacks(!viaProvider);
   EXPECT_EQ(handshake.run(), 2);
   EXPECT_EQ(provider.requests.size(), viaProvider ? 1U : 0U);
   EXPECT_EQ(callbacks, viaProvider ? 0 : 1);

@@ -1,3 +1,4 @@
+// Making, copying and using the tests' keys.
 #include "support/Keys.h"
 
 #include <krOpenSSL/krDelegation.h>
@@ -102,6 +103,18 @@ Bytes signDigest(EVP_PKEY *key, const Bytes &digest, int padding) {
   const bool made = EVP_PKEY_sign(context.get(), signature.data(), &length, digest.data(), digest.size()) > 0;
   signature.resize(made ? length : 0);
   return signature;
+}
+
+Bytes derSignature(std::size_t rBytes, std::size_t sBytes) {
+  const auto ones = [](std::size_t length) {
+    return BN_bin2bn(Bytes(length, 0xff).data(), static_cast<int>(length), nullptr);
+  };
+  const krOpenSSL::ECDSASigPtr signature(ECDSA_SIG_new());
+  ECDSA_SIG_set0(signature.get(), ones(rBytes), ones(sBytes));
+  Bytes der(static_cast<std::size_t>(i2d_ECDSA_SIG(signature.get(), nullptr)));
+  unsigned char *end = der.data();
+  i2d_ECDSA_SIG(signature.get(), &end);
+  return der;
 }
 
 bool verifies(EVP_PKEY *key, const Bytes &digest, const Bytes &signature, int padding) {

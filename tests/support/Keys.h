@@ -35,6 +35,16 @@ void attach(EVP_PKEY *key, SSL *ssl);
 /// DER signature, whatever the padding. Empty on failure.
 Bytes signDigest(EVP_PKEY *key, const Bytes &digest, int padding = RSA_PKCS1_PADDING);
 
+/// A DSA or ECDSA signature in DER whose numbers have so many bytes, of ones alone: the longest for as many.
+Bytes derSignature(std::size_t rBytes, std::size_t sBytes);
+
+/// A new object of what a callback answers: decoded(d2i_ECDSA_SIG, der).
+template <class Signature>
+Signature *decoded(Signature *(*decode)(Signature **, const unsigned char **, long), const Bytes &der) {
+  const unsigned char *cursor = der.data();
+  return decode(nullptr, &cursor, static_cast<long>(der.size()));
+}
+
 /// Whether @p signature is what signDigest could have made.
 bool verifies(EVP_PKEY *key, const Bytes &digest, const Bytes &signature, int padding = RSA_PKCS1_PADDING);
 

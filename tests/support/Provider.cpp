@@ -1,3 +1,4 @@
+// What providers answer.
 #include "support/Provider.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// The module's entries, each over a call of OpenSSL's; its lies; and the record of its calls.
 #include "support/ReferenceModule.h"
 
 #include "support/Allocations.h"
@@ -14,6 +15,7 @@
 #include <array>
 #include <atomic>
 #include <cstring>
+#include <limits>
 #include <mutex>
 
 namespace krTest::referenceModule {
@@ -73,7 +75,8 @@ template <Name kName, auto kWork, class... Arguments> int entry(Arguments... arg
 
 int rngInstantiate(void *context, void *generator, Length bytes, Bytes, Length, Length one) {
   expectUsual(context, bytes, 208);
-  EXPECT_TRUE(generator == krOpenSSL::fipsGeneratorState && one == 1);
+  EXPECT_EQ(generator, krOpenSSL::fipsGeneratorState);
+  EXPECT_EQ(one, 1);
   return 0;
 }
 int rngReseed(void *generator, Bytes, Length length) {
@@ -103,14 +106,14 @@ template <Length kAreaBytes> int shaInit(void *context, void *area, Length bytes
 }
 int shaUpdate(void *area, Bytes data, Length length) {
   const auto count = static_cast<std::size_t>(length);
-  return done((sizeIn(area) == 20   ? SHA1_Update(sha1(area), data, count)
-               : sizeIn(area) <= 32 ? SHA256_Update(sha256(area), data, count)
-                                    : SHA512_Update(sha512(area), data, count)) == 1);
+  return done(sizeIn(area) != 0 && (sizeIn(area) == 20   ? SHA1_Update(sha1(area), data, count)
+                                    : sizeIn(area) <= 32 ? SHA256_Update(sha256(area), data, count)
+                                                         : SHA512_Update(sha512(area), data, count)) == 1);
 }
 int shaFinal(void *area, Buffer out) {
-  return done((sizeIn(area) == 20   ? SHA1_Final(out, sha1(area))
-               : sizeIn(area) <= 32 ? SHA256_Final(out, sha256(area))
-                                    : SHA512_Final(out, sha512(area))) == 1);
+  return done(sizeIn(area) != 0 && (sizeIn(area) == 20   ? SHA1_Final(out, sha1(area))
+                                    : sizeIn(area) <= 32 ? SHA256_Final(out, sha256(area))
+                                                         : SHA512_Final(out, sha512(area))) == 1);
 }
 
 // What it takes for a MAC: the digest of key and data. It wants an area of zeros, or one that it has begun in.
@@ -154,11 +157,14 @@ int aesCbc(void *area, Bytes in, Buffer out, Length length, Bytes iv, Buffer ivO
   return done(iv == ivOut);
 }
 
+// A wrap or an unwrap may come before any key, over an area of zeros.
+bool hasKey(void *area) { return aesKey(area)->rounds != 0; }
+
 int aesKeyWrap(void *area, Buffer out, Bytes in, Length inLength, Bytes iv) {
-  return done(AES_wrap_key(aesKey(area), iv, out, in, static_cast<unsigned>(inLength)) > 0);
+  return done(hasKey(area) && AES_wrap_key(aesKey(area), iv, out, in, static_cast<unsigned>(inLength)) > 0);
 }
 int aesKeyUnwrap(void *area, Buffer out, Length outLength, Bytes in, Bytes iv) {
-  return done(AES_unwrap_key(aesKey(area), iv, out, in, static_cast<unsigned>(outLength + 8)) > 0);
+  return done(hasKey(area) && AES_unwrap_key(aesKey(area), iv, out, in, static_cast<unsigned>(outLength + 8)) > 0);
 }
 
 // Keys: the handle is a key object of an engine with OpenSSL's own methods.
@@ -210,6 +216,12 @@ template <class... Rest> std::vector<BIGNUM *> numbers(Bytes bytes, Length lengt
   return all;
 }
 
+/// The length that an entry claims to have written.
+Length claimed(Length room, Length written) {
+  constexpr Length kNegative = std::numeric_limits<Length>::min() + 16; // as an int it is 16
+  return fault == Fault::overstates ? room + 1 : fault == Fault::negates ? kNegative : written;
+}
+
 /// Writes the first number to the first pair of buffer and length, and so on; no buffer: not wanted.
 template <class... Rest> bool write(const BIGNUM *const *from, Buffer out, Capacity length, Rest... rest) {
   if (out != nullptr && (*from == nullptr || BN_num_bytes(*from) > *length)) {
@@ -217,7 +229,7 @@ template <class... Rest> bool write(const BIGNUM *const *from, Buffer out, Capac
   }
   if (out != nullptr) {
     BN_bn2bin(*from, out);
-    *length = fault == Fault::overstates ? *length + 1 : BN_num_bytes(*from);
+    *length = claimed(*length, BN_num_bytes(*from));
   }
   if constexpr (sizeof...(rest) > 0) {
     return write(from + 1, rest...);
@@ -252,7 +264,7 @@ int rsaStep(Cell cell, Bytes in, Length length, Length padding, Buffer out, Capa
   constexpr std::array kPaddings{RSA_NO_PADDING, RSA_PKCS1_PADDING, RSA_SSLV23_PADDING, RSA_PKCS1_OAEP_PADDING};
   RSA *rsa = keyIn<RSA>(cell);
   const int result = Operation(narrow(length), in, out, rsa, kPaddings.at(static_cast<std::size_t>(padding)));
-  *written = fault == Fault::overstates ? RSA_size(rsa) + 1 : result;
+  *written = claimed(RSA_size(rsa), result);
   return done(result >= 0);
 }
 
@@ -282,10 +294,18 @@ constexpr auto dsaExportKey = [](Cell cell, auto... pairs) {
 };
 int dsaSign(Cell cell, Bytes digest, Length length, Buffer der, Capacity derLength, void *null, Length zero) {
   unsigned written = 0;
-  EXPECT_TRUE(*derLength == DSA_size(keyIn<DSA>(cell)) && null == nullptr && zero == 0);
+  EXPECT_EQ(*derLength, DSA_size(keyIn<DSA>(cell)));
+  EXPECT_EQ(null, nullptr);
+  EXPECT_EQ(zero, 0);
   const int made = DSA_sign(0, digest, narrow(length), der, &written, keyIn<DSA>(cell));
   der[0] = fault == Fault::garbles ? 0 : der[0];
-  *derLength = fault == Fault::overstates ? *derLength + 1 : static_cast<Length>(written);
+  if (fault == Fault::unpads) {
+    std::fill_n(der, 48, 0xff);
+    std::copy_n("\x30\x2e\x02\x15", 4, der);
+    std::copy_n("\x02\x15", 2, der + 25);
+    return done(true);
+  }
+  *derLength = claimed(*derLength, static_cast<Length>(written));
   return done(made == 1);
 }
 int dsaVerify(Cell cell, Bytes digest, Length length, Bytes der, Length derLength) {
@@ -315,7 +335,7 @@ int dhGenerateKey(Cell cell, Buffer publicOut, Capacity publicLength, Length, By
 int dhComputeKey(Cell cell, Buffer secretOut, Capacity secretLength, Length capacity, Bytes peer, Length peerLength) {
   const BIGNUMPtr peerKey(number(peer, peerLength));
   const int made = keyIn<DH>(cell) != nullptr ? DH_compute_key(secretOut, peerKey.get(), keyIn<DH>(cell)) : -1;
-  *secretLength = fault == Fault::overstates ? capacity + 1 : made;
+  *secretLength = claimed(capacity, made);
   return done(made > 0);
 }
 

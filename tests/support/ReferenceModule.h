@@ -2,7 +2,7 @@
 // same in every call, and fails on demand.
 #pragma once
 
-#include "fipsbridge/FipsModule.h"
+#include "state/FipsModule.h"
 
 #include <string>
 
@@ -23,8 +23,9 @@ inline int moduleState = 1;
 /// The entry that fails now, by its name.
 inline std::string failing;
 
-/// What entries do wrong while they succeed: claim to have written more than fits, or write no DER signature.
-enum class Fault { none, overstates, garbles };
+/// What entries do wrong while they succeed: claim to have written more than fits, or fewer bytes than none, write no
+/// DER signature, or one that fits only because its numbers are written as negative ones.
+enum class Fault { none, overstates, negates, garbles, unpads };
 inline Fault fault = Fault::none;
 
 /// The keys that the module holds.

@@ -1,3 +1,4 @@
+// Capturing the standard output, and taking it apart.
 #include "support/Trace.h"
 
 #include <gtest/gtest.h>

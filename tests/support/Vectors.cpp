@@ -1,3 +1,4 @@
+// Reading the files of tests/vectors.
 #include "support/Vectors.h"
 
 #include <charconv>

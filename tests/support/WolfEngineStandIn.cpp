@@ -113,6 +113,17 @@ int signEc(EVP_PKEY_CTX *context, unsigned char *out, std::size_t *outLength, co
   return made;
 }
 
+int (*openSSLsEcControl)(EVP_PKEY_CTX *context, int type, int number, void *pointer) = nullptr;
+
+int controlEc(EVP_PKEY_CTX *context, int type, int number, void *pointer) {
+  if (type == EVP_PKEY_CTRL_GET_MD) {
+    ++standInRecord.digestsAsked;
+    log("wolfEngine Error: unknown control");
+    return 0;
+  }
+  return openSSLsEcControl(context, type, number, pointer);
+}
+
 int pkeyMethods(ENGINE * /*engine*/, EVP_PKEY_METHOD **method, const int **types, int type) {
   static const int kTypes[]{EVP_PKEY_RSA, EVP_PKEY_EC};
   if (method == nullptr) {
@@ -161,6 +172,8 @@ bool makeMethods() {
   if (!rsa || !ec || !rsaPkey || !ecPkey) {
     return false;
   }
+  EVP_PKEY_meth_get_ctrl(ecPkey.get(), &openSSLsEcControl, nullptr);
+  EVP_PKEY_meth_set_ctrl(ecPkey.get(), controlEc, nullptr);
   RSA_meth_set_pub_enc(rsa.get(), rsaOperation<RSA_meth_get_pub_enc>);
   RSA_meth_set_pub_dec(rsa.get(), rsaOperation<RSA_meth_get_pub_dec>);
   RSA_meth_set_priv_enc(rsa.get(), rsaOperation<RSA_meth_get_priv_enc>);
@@ -229,7 +242,7 @@ int bind(ENGINE *engine) {
   if (fails("bind") || !makeMethods()) {
     return 0;
   }
-  bool bound = ENGINE_set_id(engine, fails("id") ? "another" : "wolfEngine") != 0 &&
+  bool bound = (fails("no id") || ENGINE_set_id(engine, fails("id") ? "libwolfengine" : "wolfEngine") != 0) &&
                ENGINE_set_name(engine, "stand-in for wolfEngine") != 0 &&
                ENGINE_set_init_function(engine, initialise) != 0 && ENGINE_set_finish_function(engine, finish) != 0 &&
                ENGINE_set_ctrl_function(engine, control) != 0 && ENGINE_set_cmd_defns(engine, kCommands) != 0;

@@ -11,6 +11,7 @@ struct WolfEngineRecord {
   std::atomic<int> initialisations{0};
   std::atomic<int> finishes{0};
   std::atomic<int> ownSignatures{0}; ///< by its EVP_PKEY methods, with the key itself
+  std::atomic<int> digestsAsked{0};  ///< of its EVP_PKEY method for EC, which does not tell
   const void *rsaSign = nullptr;     ///< the sign of its EVP_PKEY method for RSA
   std::atomic<int> randomRequests{0};
   std::vector<std::string> commands; ///< "name number", and " function" when one came along

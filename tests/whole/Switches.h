@@ -14,7 +14,8 @@ namespace krTest {
 
 // Whether a set-up served fully, and looked for no module in place of its engine.
 inline bool setUp() {
-  EXPECT_EQ(krOSSLSetup(), 0);
+  const int result = krOSSLSetup();
+  EXPECT_TRUE(result == 0 || (result == 1 && allocations::failed()));
   while (const unsigned long code = ERR_get_error()) {
     EXPECT_FALSE(ERR_GET_LIB(code) == ERR_LIB_ENGINE && ERR_GET_REASON(code) == ENGINE_R_NO_SUCH_ENGINE);
   }

@@ -3,10 +3,15 @@
 
 #include "Failure.h"
 
+#include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <system_error>
 #include <thread>
@@ -53,6 +58,31 @@ void setTimeout(const Descriptor &socket, std::chrono::seconds timeout) {
   setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time);
 }
 
+void setNonBlocking(const Descriptor &socket) {
+  fcntl(socket.get(), F_SETFL, fcntl(socket.get(), F_GETFL) | O_NONBLOCK);
+}
+
+bool waitFor(const Descriptor &socket, Wanted wanted, Deadline deadline) {
+  using std::chrono::milliseconds;
+  for (;;) {
+    const auto left = std::chrono::ceil<milliseconds>(deadline - std::chrono::steady_clock::now());
+    if (left <= milliseconds::zero()) {
+      return false;
+    }
+    pollfd waiting{socket.get(), static_cast<short>(wanted == Wanted::toRead ? POLLIN : POLLOUT), 0};
+    if (poll(&waiting, 1, static_cast<int>(left.count())) > 0) {
+      return true;
+    }
+  }
+}
+
+void finish(const Descriptor &socket, Deadline deadline) {
+  shutdown(socket.get(), SHUT_WR);
+  std::array<char, 4096> unread;
+  while (waitFor(socket, Wanted::toRead, deadline) && recv(socket.get(), unread.data(), unread.size(), 0) > 0) {
+  }
+}
+
 Descriptor listenOnLoopback(std::uint16_t port) {
   Descriptor socket = tcpSocket();
   const int on = 1;
@@ -70,6 +100,17 @@ std::uint16_t portOf(const Descriptor &socket) {
   socklen_t length = sizeof address;
   getsockname(socket.get(), reinterpret_cast<sockaddr *>(&address), &length);
   return ntohs(address.sin_port);
+}
+
+std::string peerOf(const Descriptor &socket) {
+  sockaddr_in address{};
+  socklen_t length = sizeof address;
+  std::array<char, INET_ADDRSTRLEN> text{};
+  if (getpeername(socket.get(), reinterpret_cast<sockaddr *>(&address), &length) != 0) {
+    return "gone already";
+  }
+  inet_ntop(AF_INET, &address.sin_addr, text.data(), text.size());
+  return std::string(text.data()) + ':' + std::to_string(ntohs(address.sin_port));
 }
 
 Descriptor acceptConnection(const Descriptor &listener) {

@@ -14,6 +14,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <csignal>
@@ -27,8 +29,7 @@ using namespace std::chrono_literals;
 
 constexpr auto kStartTimeout = 60s; // keys may have to be generated
 constexpr auto kAnswerTimeout = 5s;
-constexpr int kEndChecks = 100;
-constexpr auto kEndPause = 10ms;
+constexpr auto kEndTimeout = 1s;
 
 [[noreturn]] void runHolder(Descriptor socket, const KeyMaker &makeKeys) noexcept {
   // The terminal's interrupt is for the server: the holder ends with it.
@@ -68,26 +69,53 @@ constexpr auto kEndPause = 10ms;
   _exit(0);
 }
 
-/// The holder's process. It ends by itself once its socket is closed; one that stands still is killed.
+std::string fateOf(const siginfo_t &end) {
+  return (end.si_code == CLD_EXITED ? "ended with status " : "was killed by signal ") + std::to_string(end.si_status);
+}
+
+/// The holder's process, reaped when it ends. It ends by itself once its socket is closed; one that stands still is
+/// killed.
 class Child {
 public:
-  explicit Child(pid_t process) : process_(process) {}
+  explicit Child(pid_t process) : process_(process), watch_([this] { watch(); }) {}
   ~Child() {
-    for (int i = 0; i < kEndChecks; ++i) {
-      if (waitpid(process_, nullptr, WNOHANG) != 0) {
-        return;
-      }
-      std::this_thread::sleep_for(kEndPause);
+    std::unique_lock lock(mutex_);
+    if (!waitForEnd(lock)) {
+      kill(process_, SIGKILL);
     }
-    kill(process_, SIGKILL);
-    waitpid(process_, nullptr, 0);
   }
   Child(const Child &) = delete;
   Child &operator=(const Child &) = delete;
   pid_t process() const { return process_; }
 
+  /// How it ended, or just ends; empty when it goes on.
+  std::string fate() const {
+    std::unique_lock lock(mutex_);
+    waitForEnd(lock);
+    return fate_;
+  }
+
 private:
+  bool waitForEnd(std::unique_lock<std::mutex> &lock) const {
+    return ended_.wait_for(lock, kEndTimeout, [this] { return !fate_.empty(); });
+  }
+
+  // Until it is noted that the process has ended, its number stays taken: nobody else is killed.
+  void watch() {
+    siginfo_t end{};
+    while (waitid(P_PID, static_cast<id_t>(process_), &end, WEXITED | WNOWAIT) != 0 && errno == EINTR) {
+    }
+    const std::scoped_lock lock(mutex_);
+    waitpid(process_, nullptr, 0);
+    fate_ = fateOf(end);
+    ended_.notify_all();
+  }
+
   pid_t process_;
+  mutable std::mutex mutex_;
+  mutable std::condition_variable ended_;
+  std::string fate_;
+  std::jthread watch_; // uses all of the above
 };
 
 class ProcessHolder final : public KeyHolder {
@@ -103,11 +131,22 @@ public:
 
   std::optional<Bytes> perform(std::size_t key, Operation operation, int padding, const Bytes &data) override {
     const Turn turn(*this);
-    return turn.taken() ? request(key, operation, padding, data) : std::nullopt;
+    const std::uint32_t id = ++lastId_;
+    std::optional<PacketReader> answer =
+        turn.taken() && request(id, key, operation, padding, data) ? receiveAnswer(id) : std::nullopt;
+    isSilent_ = !answer;
+    return answer && answer->number() == 1 ? std::optional(answer->bytes()) : std::nullopt;
   }
 
   const std::vector<Bytes> &publicHalves() const override { return publicHalves_; }
   std::string name() const override { return "process " + std::to_string(child_.process()); }
+  std::string trouble() const override {
+    if (!isSilent_) {
+      return KeyHolder::trouble();
+    }
+    const std::string fate = child_.fate();
+    return "the key holder, " + name() + ", " + (fate.empty() ? "does not answer" : fate);
+  }
 
 private:
   // One request at a time. A holder that hangs must not hang the server: who waits for it gives up in time.
@@ -134,15 +173,14 @@ private:
     bool taken_;
   };
 
-  std::optional<Bytes> request(std::size_t key, Operation operation, int padding, const Bytes &data) {
-    const std::uint32_t id = ++lastId_;
+  bool request(std::uint32_t id, std::size_t key, Operation operation, int padding, const Bytes &data) {
     PacketWriter packet;
     packet.number(id);
     packet.number(static_cast<std::uint32_t>(operation));
     packet.number(static_cast<std::uint32_t>(key));
     packet.number(static_cast<std::uint32_t>(padding));
     packet.bytes(data);
-    return packet.send(socket_) ? receiveAnswer(id) : std::nullopt;
+    return packet.send(socket_);
   }
 
   void receiveHello() {
@@ -159,13 +197,12 @@ private:
   }
 
   // Answers to requests that were given up may still arrive before ours.
-  std::optional<Bytes> receiveAnswer(std::uint32_t id) {
-    while (std::optional<PacketReader> answer = PacketReader::receive(socket_)) {
-      if (answer->number() == id) {
-        return answer->number() == 1 ? std::optional(answer->bytes()) : std::nullopt;
-      }
+  std::optional<PacketReader> receiveAnswer(std::uint32_t id) {
+    std::optional<PacketReader> answer = PacketReader::receive(socket_);
+    while (answer && answer->number() != id) {
+      answer = PacketReader::receive(socket_);
     }
-    return std::nullopt;
+    return answer;
   }
 
   Child child_; // outlives the socket, whose end tells the process to end
@@ -174,7 +211,8 @@ private:
   std::mutex mutex_;
   std::condition_variable free_;
   bool busy_ = false;
-  std::uint32_t lastId_ = 0;
+  std::atomic<std::uint32_t> lastId_{0};
+  std::atomic<bool> isSilent_{false};
 };
 
 } // namespace

@@ -1,3 +1,4 @@
+// SIGINT and SIGTERM as a request to stop.
 #include "StopSignals.h"
 
 #include <csignal>

@@ -6,6 +6,7 @@
 #include <winsock2.h>
 #include <ws2tcpip.h>
 
+#include <array>
 #include <atomic>
 #include <system_error>
 
@@ -71,6 +72,30 @@ void setTimeout(const Descriptor &socket, std::chrono::seconds timeout) {
   setsockopt(handle(socket), SOL_SOCKET, SO_SNDTIMEO, value, sizeof milliseconds);
 }
 
+void setNonBlocking(const Descriptor &socket) { setBlocking(socket, false); }
+
+bool waitFor(const Descriptor &socket, Wanted wanted, Deadline deadline) {
+  using std::chrono::milliseconds;
+  for (;;) {
+    const auto left = std::chrono::ceil<milliseconds>(deadline - std::chrono::steady_clock::now());
+    if (left <= milliseconds::zero()) {
+      return false;
+    }
+    WSAPOLLFD waiting{handle(socket), static_cast<SHORT>(wanted == Wanted::toRead ? POLLRDNORM : POLLWRNORM), 0};
+    if (WSAPoll(&waiting, 1, static_cast<int>(left.count())) > 0) {
+      return true;
+    }
+  }
+}
+
+void finish(const Descriptor &socket, Deadline deadline) {
+  shutdown(handle(socket), SD_SEND);
+  std::array<char, 4096> unread;
+  while (waitFor(socket, Wanted::toRead, deadline) &&
+         recv(handle(socket), unread.data(), static_cast<int>(unread.size()), 0) > 0) {
+  }
+}
+
 Descriptor listenOnLoopback(std::uint16_t port) {
   Descriptor socket = tcpSocket();
   const sockaddr_in address = loopback(port);
@@ -88,6 +113,17 @@ std::uint16_t portOf(const Descriptor &socket) {
   socklen_t length = sizeof address;
   getsockname(handle(socket), reinterpret_cast<sockaddr *>(&address), &length);
   return ntohs(address.sin_port);
+}
+
+std::string peerOf(const Descriptor &socket) {
+  sockaddr_in address{};
+  socklen_t length = sizeof address;
+  std::array<char, INET_ADDRSTRLEN> text{};
+  if (getpeername(handle(socket), reinterpret_cast<sockaddr *>(&address), &length) != 0) {
+    return "gone already";
+  }
+  inet_ntop(AF_INET, &address.sin_addr, text.data(), text.size());
+  return std::string(text.data()) + ':' + std::to_string(ntohs(address.sin_port));
 }
 
 Descriptor acceptConnection(const Descriptor &listener) {

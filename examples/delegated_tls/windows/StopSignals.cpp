@@ -1,3 +1,4 @@
+// Console events as a request to stop.
 #include "StopSignals.h"
 
 #include <windows.h>

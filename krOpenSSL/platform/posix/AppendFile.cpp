@@ -36,6 +36,13 @@ std::optional<Outcome> judge(const Place &place, const struct stat &opened) noex
   return opened.st_nlink == 1 && place.holdsAlone(opened) ? std::optional(Outcome::opened) : std::nullopt;
 }
 
+struct stat whichIs(const Entry &entry) noexcept {
+  struct stat found {};
+  found.st_dev = entry.device;
+  found.st_ino = entry.number;
+  return found;
+}
+
 // Opens the entry that passed the check; none when another one has taken its place.
 std::optional<Outcome> openChecked(const char *path, const Entry &checked, Descriptor &file) noexcept {
   const Place place(path);
@@ -53,34 +60,63 @@ std::optional<Outcome> openChecked(const char *path, const Entry &checked, Descr
   if (checked.links != 1) {
     return std::nullopt;
   }
-  struct stat opened {};
-  opened.st_dev = checked.device;
-  opened.st_ino = checked.number;
+  struct stat opened = whichIs(checked);
   file = place.open(O_WRONLY | O_APPEND, opened);
   return file ? judge(place, opened) : outcomeOf(errno);
 }
 
 // A file of one name in a folder that is no link, before the opening and after it: that is what a check asks, in
 // fewer calls. None when anything is otherwise.
-Descriptor openPlainFile(const char *path) noexcept {
-  const Place place(path);
-  struct stat found {};
-  if (!place || !place.look(found) || !isPlainFile(found)) {
+Descriptor openPlainFile(const Place &place, const Entry &seen) noexcept {
+  if (seen.links != 1) {
     return Descriptor{};
   }
+  struct stat found = whichIs(seen);
   Descriptor file = place.open(O_WRONLY | O_APPEND, found);
   return file && isPlainFile(found) && place.holdsAlone(found) ? std::move(file) : Descriptor{};
 }
 
 } // namespace
 
-AppendFile::~AppendFile() { const Descriptor closes(static_cast<int>(file_)); }
+// The two mostly are neighbours, of which the system closes a row in one call.
+AppendFile::~AppendFile() {
+  Descriptor folder(static_cast<int>(folder_));
+  Descriptor file(static_cast<int>(file_));
+  if (folder && file.get() == folder.get() + 1 &&
+      ::close_range(static_cast<unsigned>(folder.get()), static_cast<unsigned>(file.get()), 0) == 0) {
+    (void)folder.release();
+    (void)file.release();
+  }
+}
+
+std::optional<std::uint64_t> AppendFile::size(const char *path) noexcept {
+  const Descriptor before(static_cast<int>(std::exchange(folder_, -1)));
+  Place place(path);
+  struct stat found {};
+  if (!place || !place.look(found) || !S_ISREG(found.st_mode)) {
+    return std::nullopt;
+  }
+  seen_ = {.target = EntryKind::file,
+           .kind = EntryKind::file,
+           .links = found.st_nlink,
+           .device = found.st_dev,
+           .number = found.st_ino};
+  folder_ = place.releaseFolder();
+  return static_cast<std::uint64_t>(found.st_size);
+}
 
 // A link that the check has replaced is not the file that stands there now: the next attempt finds that.
 AppendFile::Outcome AppendFile::open(const char *path, bool (*isSafe)(Entry &checked)) {
-  if (Descriptor file = openPlainFile(path)) {
-    file_ = file.release();
-    return Outcome::opened;
+  if (folder_ < 0) {
+    (void)size(path);
+  }
+  if (folder_ >= 0) {
+    Place place(path, static_cast<int>(std::exchange(folder_, -1)));
+    if (Descriptor file = openPlainFile(place, seen_)) {
+      folder_ = place.releaseFolder();
+      file_ = file.release();
+      return Outcome::opened;
+    }
   }
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     Entry checked;

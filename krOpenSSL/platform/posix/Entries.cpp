@@ -4,13 +4,14 @@
 
 #include <sys/file.h>
 
+#include <array>
 #include <cerrno>
+#include <climits>
+#include <cstdio>
 #include <filesystem>
 
 namespace krOpenSSL::platform {
 namespace {
-
-constexpr mode_t kEveryoneMode = S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
 
 EntryKind kindOf(const struct stat &found) noexcept {
   switch (found.st_mode & S_IFMT) {
@@ -46,10 +47,37 @@ EntryKind targetOf(const char *path, const char *operation) {
   return kindFrom(::stat(path, &found), found, operation, path);
 }
 
+// What the move has put there, or that of another process since: it may have lines of others already.
+bool isForEveryone(const struct stat &found) noexcept {
+  return isPlainFile(found) && (found.st_mode & ALLPERMS) == kEveryoneMode;
+}
+
 // What another process of this user has started since, at whatever point of it: its owner and mode give nobody
 // anything that the fresh file would not.
 bool isJustStarted(const struct stat &found) noexcept {
   return isPlainFile(found) && found.st_uid == ::geteuid() && (found.st_mode & ALLPERMS & ~kEveryoneMode) == 0;
+}
+
+// Puts a fresh file in the place of the source, which moves to the target, so that at every moment a file stands there
+// that everyone may write to. In between it stands under a name of its own: one that is there already was left behind
+// by a process which ended in between.
+bool moveBehindFresh(const char *from, const Place &source, const Place &target) noexcept {
+  std::array<char, PATH_MAX> name;
+  const int length = std::snprintf(name.data(), name.size(), "%s.new", from);
+  const Place fresh(static_cast<std::size_t>(length) < name.size() ? name.data() : "");
+  struct stat found {};
+  if (!fresh || (target.look(found) && S_ISDIR(found.st_mode))) {
+    return false;
+  }
+  (void)fresh.remove();
+  if (!fresh.create(kEveryoneMode)) {
+    return false;
+  }
+  if (source.exchangeWith(fresh) && (fresh.moveTo(target) || !source.exchangeWith(fresh))) {
+    return true;
+  }
+  (void)fresh.remove();
+  return false;
 }
 
 } // namespace
@@ -69,14 +97,6 @@ EntryKind status(const char *path) { return targetOf(path, "status"); }
 EntryKind linkStatus(const char *path) {
   struct stat found {};
   return kindFrom(::lstat(path, &found), found, "symlink_status", path);
-}
-
-std::optional<std::uint64_t> fileSize(const char *path) noexcept {
-  struct stat found {};
-  if (::lstat(path, &found) != 0 || !S_ISREG(found.st_mode)) {
-    return std::nullopt;
-  }
-  return static_cast<std::uint64_t>(found.st_size);
 }
 
 bool removeEntry(const char *path) noexcept {
@@ -102,6 +122,10 @@ bool moveOver(const char *from, const char *to, std::uint64_t atLeast) noexcept 
   if (!source || !target || !source.look(found) || !isPlainFile(found)) {
     return false;
   }
+  // Or the lock that it takes keeps those from moving who may.
+  if (!source.mayReplace() || !target.mayReplace()) {
+    return false;
+  }
   const Descriptor held = source.open(O_RDONLY, found);
   if (!held) {
     return false;
@@ -113,7 +137,16 @@ bool moveOver(const char *from, const char *to, std::uint64_t atLeast) noexcept 
     return false;
   }
   const auto size = static_cast<std::uint64_t>(now.st_size);
-  return size >= atLeast && (isOurs || size / 2 >= atLeast) && source.moveTo(target);
+  if (size < atLeast || (!isOurs && size / 2 < atLeast)) {
+    return false;
+  }
+  return (isOurs && moveBehindFresh(from, source, target)) || source.moveTo(target);
+}
+
+void syncFolder(const char *file) noexcept {
+  if (const Place place(file); place) {
+    place.sync();
+  }
 }
 
 bool startFileForEveryone(const char *path) noexcept {
@@ -122,6 +155,9 @@ bool startFileForEveryone(const char *path) noexcept {
   for (int attempt = 0; place && attempt < kAttempts; ++attempt) {
     struct stat found {};
     if (place.look(found)) {
+      if (isForEveryone(found)) {
+        return true;
+      }
       // What another process has started since the move stays, with its lines.
       const Descriptor started = isJustStarted(found) ? place.open(O_WRONLY, found) : Descriptor{};
       if (started && isJustStarted(found)) {

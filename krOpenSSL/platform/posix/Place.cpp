@@ -1,7 +1,9 @@
 // Names in folders that are held open.
 #include "platform/posix/Place.h"
 
+#include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 
@@ -14,20 +16,25 @@ constexpr int kFileFlags = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 } // namespace
 
 int Place::openFolder(const char *path) noexcept {
-  const std::size_t length = ::strnlen(path, path_.size());
-  if (length == path_.size()) {
-    errno = ENAMETOOLONG;
-    return -1;
-  }
-  std::memcpy(path_.data(), path, length + 1);
-  char *separator = std::strrchr(path_.data(), '/');
+  const char *separator = std::strrchr(path, '/');
   if (separator == nullptr) {
     errno = EINVAL;
     return -1;
   }
-  *separator = '\0';
-  name_ = separator + 1;
-  return ::open(separator == path_.data() ? "/" : path_.data(), kFolderFlags);
+  std::array<char, PATH_MAX> folder;
+  const auto length = static_cast<std::size_t>(separator - path);
+  if (length >= folder.size()) {
+    errno = ENAMETOOLONG;
+    return -1;
+  }
+  std::memcpy(folder.data(), path, length);
+  folder.at(length) = '\0';
+  return ::open(length == 0 ? "/" : folder.data(), kFolderFlags);
+}
+
+Place::Place(const char *path, int folder) noexcept : folder_(folder) {
+  const char *separator = std::strrchr(path, '/');
+  name_ = separator == nullptr ? path : separator + 1;
 }
 
 bool Place::look(struct stat &found) const noexcept {
@@ -56,24 +63,39 @@ bool Place::holdsAlone(const struct stat &opened) const noexcept {
   return look(now) && isSameEntry(now, opened) && isPlainFile(now);
 }
 
+bool Place::mayReplace() const noexcept {
+  struct stat folder {};
+  if (::faccessat(folder_.get(), ".", W_OK, AT_EACCESS) != 0 || ::fstat(folder_.get(), &folder) != 0) {
+    return false;
+  }
+  const uid_t user = ::geteuid();
+  struct stat found {};
+  return (folder.st_mode & S_ISVTX) == 0 || user == 0 || user == folder.st_uid || !look(found) || user == found.st_uid;
+}
+
 Descriptor Place::create(mode_t mode) const noexcept {
   Descriptor made(::openat(folder_.get(), name_, O_WRONLY | O_APPEND | O_CREAT | O_EXCL | kFileFlags, mode));
   struct stat now {};
-  if (made && ::fstat(made.get(), &now) == 0 && (now.st_mode & ALLPERMS) != mode) {
-    (void)::fchmod(made.get(), mode); // the umask has cut it
+  // Only what the umask has cut is put back: another process may have opened the file to everyone meanwhile.
+  if (made && ::fstat(made.get(), &now) == 0 && (now.st_mode & mode) != mode) {
+    (void)::fchmod(made.get(), mode);
   }
   return made;
 }
 
 bool Place::moveTo(const Place &other) const noexcept {
-  if (::renameat(folder_.get(), name_, other.folder_.get(), other.name_) != 0) {
-    return false;
-  }
-  const Descriptor folder(::openat(other.folder_.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return ::renameat(folder_.get(), name_, other.folder_.get(), other.name_) == 0;
+}
+
+bool Place::exchangeWith(const Place &other) const noexcept {
+  return ::renameat2(folder_.get(), name_, other.folder_.get(), other.name_, RENAME_EXCHANGE) == 0;
+}
+
+void Place::sync() const noexcept {
+  const Descriptor folder(::openat(folder_.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (folder) {
     (void)::fsync(folder.get());
   }
-  return true;
 }
 
 } // namespace krOpenSSL::platform

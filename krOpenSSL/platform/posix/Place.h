@@ -5,14 +5,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
-#include <climits>
 #include <utility>
 
 namespace krOpenSSL::platform {
 
 /// The mode of a file that an append had to make.
 inline constexpr mode_t kStartedFileMode = S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH;
+/// The mode of a file that everyone may write to.
+inline constexpr mode_t kEveryoneMode = kStartedFileMode | S_IWGRP | S_IWOTH;
 
 /// Owns a file descriptor.
 class Descriptor {
@@ -37,10 +37,12 @@ private:
   int number_;
 };
 
-/// A name in its folder. The folder may not be a link itself, and no call here follows the name.
+/// A name in its folder. The folder may not be a link itself, and no call here follows the name. The path outlives it.
 class Place {
 public:
-  explicit Place(const char *path) noexcept : folder_(openFolder(path)) {}
+  explicit Place(const char *path) noexcept : Place(path, openFolder(path)) {}
+  /// The place that releaseFolder gave up, of the same path.
+  Place(const char *path, int folder) noexcept;
 
   /// False when there is no such folder, or a link stands for it.
   explicit operator bool() const noexcept { return static_cast<bool>(folder_); }
@@ -55,18 +57,27 @@ public:
   /// Whether what was opened still stands there with one name, now that whoever was changing the folder is done.
   bool holdsAlone(const struct stat &opened) const noexcept;
 
-  /// Makes a new file with just this mode and opens it for appending; none when something stands there.
+  /// Whether this user may move what stands there, or put something in its place.
+  bool mayReplace() const noexcept;
+
+  /// Makes a new file with this mode, whatever the umask, and opens it for appending; none when something stands there.
   Descriptor create(mode_t mode) const noexcept;
 
   bool makeFolder(mode_t mode) const noexcept { return ::mkdirat(folder_.get(), name_, mode) == 0; }
   bool remove() const noexcept { return ::unlinkat(folder_.get(), name_, 0) == 0; }
   bool moveTo(const Place &other) const noexcept;
+  /// Exchanges what the two names stand for in one step; false also where the file system cannot.
+  bool exchangeWith(const Place &other) const noexcept;
+
+  /// Has the disk carry out what was done in the folder.
+  void sync() const noexcept;
+
+  [[nodiscard]] int releaseFolder() noexcept { return folder_.release(); }
 
 private:
-  int openFolder(const char *path) noexcept;
+  static int openFolder(const char *path) noexcept;
 
-  std::array<char, PATH_MAX> path_;
-  const char *name_ = "";
+  const char *name_;
   Descriptor folder_;
 };
 

@@ -6,11 +6,10 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
+#include <cerrno>
 #include <cstdlib>
-#include <cstring>
-#include <memory>
 #include <string_view>
+#include <utility>
 
 namespace krOpenSSL::platform {
 namespace {
@@ -18,47 +17,65 @@ namespace {
 constexpr std::string_view kRoot = R"(HKEY_LOCAL_MACHINE\)";
 constexpr std::string_view kBlanks = " \t\r\n";
 constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
-constexpr std::size_t kLineBytes = 4096;
+constexpr std::size_t kLineBytes = 4094;
 
-struct CloseFile {
-  void operator()(std::FILE *file) const noexcept { (void)std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, CloseFile>;
-
-File openRegistry() noexcept {
+Descriptor openRegistry() noexcept {
   const char *chosen = ::secure_getenv("KR_REGISTRY_FILE");
   const char *path = chosen == nullptr || *chosen == '\0' ? "/etc/krOpenSSL.reg" : chosen;
   Descriptor opened(::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   struct stat found {};
-  if (!opened || ::fstat(opened.get(), &found) != 0 || !S_ISREG(found.st_mode)) {
-    return nullptr;
-  }
-  File file(::fdopen(opened.get(), "r"));
-  if (file) {
-    (void)opened.release();
-  }
-  return file;
+  return opened && ::fstat(opened.get(), &found) == 0 && S_ISREG(found.st_mode) ? std::move(opened) : Descriptor{};
 }
 
-// The next line, without the blanks around it; false at the end. Of a line that is too long nothing is kept.
-bool nextLine(std::FILE *file, std::array<char, kLineBytes> &buffer, std::string_view &line) noexcept {
-  // Only a line that fills the buffer puts something else here, whatever NULs it has.
-  char &last = buffer[buffer.size() - 2];
-  last = '\n';
-  if (std::fgets(buffer.data(), static_cast<int>(buffer.size()), file) == nullptr) {
-    return false;
-  }
-  line = buffer.data();
-  if (last != '\n') {
-    for (int next = std::fgetc(file); next != EOF && next != '\n';) {
-      next = std::fgetc(file);
+// The lines of a file. Not by the C library's streams, which take locks and memory: the log reads its limit in the
+// middle of a line, where a fork may leave both in the hands of a thread that is not there.
+class Lines {
+public:
+  explicit Lines(int file) noexcept : file_(file) {}
+
+  /// The next line up to its first NUL, without the blanks around it; false at the end. Of a line that is too long
+  /// nothing is kept.
+  bool next(std::string_view &line) noexcept {
+    std::size_t length = 0;
+    int byte = nextByte();
+    if (byte == kEnd) {
+      return false;
     }
-    line = {};
+    for (; byte != kEnd && byte != '\n'; byte = nextByte(), ++length) {
+      if (length < line_.size()) {
+        line_[length] = static_cast<char>(byte);
+      }
+    }
+    line = {line_.data(), length <= line_.size() ? length : 0};
+    line = line.substr(0, line.find('\0'));
+    line.remove_prefix(std::min(line.find_first_not_of(kBlanks), line.size()));
+    line.remove_suffix(line.size() - (line.find_last_not_of(kBlanks) + 1));
+    return true;
   }
-  line.remove_prefix(std::min(line.find_first_not_of(kBlanks), line.size()));
-  line.remove_suffix(line.size() - (line.find_last_not_of(kBlanks) + 1));
-  return true;
-}
+
+private:
+  static constexpr int kEnd = -1;
+
+  int nextByte() noexcept {
+    if (at_ == read_) {
+      do {
+        read_ = ::read(file_, bytes_.data(), bytes_.size());
+      } while (read_ < 0 && errno == EINTR);
+      at_ = 0;
+    }
+    if (read_ <= 0) {
+      read_ = 0;
+      return kEnd;
+    }
+    return static_cast<unsigned char>(bytes_[static_cast<std::size_t>(at_++)]);
+  }
+
+  int file_;
+  ssize_t at_ = 0;
+  ssize_t read_ = 0;
+  std::array<char, 1024> bytes_;
+  std::array<char, kLineBytes> line_;
+};
 
 bool isSameName(std::string_view one, std::string_view other) noexcept {
   return one.size() == other.size() && ::strncasecmp(one.data(), other.data(), one.size()) == 0;
@@ -97,13 +114,13 @@ std::optional<std::string_view> takeQuoted(std::string_view &line, char *text, s
 
 // As when the file is merged into a registry, the last of several values of one name holds.
 bool registryText(const char *key, const char *name, char *text, std::size_t size) noexcept {
-  const File file = openRegistry();
-  std::array<char, kLineBytes> buffer;
+  const Descriptor file = openRegistry();
+  Lines lines(file.get());
   std::array<char, kLineBytes> valueName;
   std::string_view line;
   bool inKey = false;
   bool found = false;
-  for (bool first = true; file && nextLine(file.get(), buffer, line); first = false) {
+  for (bool first = true; file && lines.next(line); first = false) {
     if (first && line.starts_with(kByteOrderMark)) {
       line.remove_prefix(kByteOrderMark.size());
     }

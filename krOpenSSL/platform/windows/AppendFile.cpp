@@ -40,6 +40,15 @@ std::optional<Outcome> judge(const char *path, const Handle &file) noexcept {
 
 AppendFile::~AppendFile() { const Handle closes(asHandle(file_)); }
 
+std::optional<std::uint64_t> AppendFile::size(const char *path) noexcept {
+  const Handle file = openExisting(path, GENERIC_READ, kShareAll, kEntryItself);
+  Found found;
+  if (!file || !found.look(file) || found.isLink() || found.isFolder()) {
+    return std::nullopt;
+  }
+  return found.size();
+}
+
 AppendFile::Outcome AppendFile::open(const char *path, bool (*isSafe)(Entry &checked)) {
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     Handle file = openToAppend(path);

@@ -55,15 +55,6 @@ EntryKind status(const char *path) { return kindAt(path, FILE_FLAG_BACKUP_SEMANT
 
 EntryKind linkStatus(const char *path) { return kindAt(path, kEntryItself, "symlink_status"); }
 
-std::optional<std::uint64_t> fileSize(const char *path) noexcept {
-  const Handle file = openExisting(path, GENERIC_READ, kShareAll, kEntryItself);
-  Found found;
-  if (!file || !found.look(file) || kindOf(found) != EntryKind::file) {
-    return std::nullopt;
-  }
-  return found.size();
-}
-
 // By its handle, so that what was looked at is what goes.
 bool removeEntry(const char *path) noexcept {
   const Handle entry = openExisting(path, DELETE | FILE_READ_ATTRIBUTES, kShareAll, kEntryItself);
@@ -82,9 +73,11 @@ void createFile(const char *path) noexcept {
 }
 
 bool moveOver(const char *from, const char *to, std::uint64_t atLeast) noexcept {
-  const auto size = fileSize(from);
+  const auto size = AppendFile().size(from);
   return size && *size >= atLeast && MoveFileExA(from, to, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
 }
+
+void syncFolder(const char * /*file*/) noexcept {}
 
 bool startFileForEveryone(const char *path) noexcept {
   const Sid everyone = Sid::everyone();

@@ -10,11 +10,13 @@
 namespace krOpenSSL::platform {
 namespace {
 
-// A folder whose name the calls that take narrow paths could not express counts as not known.
+// A folder whose name the calls that take narrow paths could not express counts as not known. UTF-8 expresses all but
+// broken surrogates, and takes neither the flag nor the question that find out for other code pages.
 bool narrow(const wchar_t *wide, char *text, std::size_t size) noexcept {
+  const bool isUtf8 = GetACP() == CP_UTF8;
   BOOL replaced = FALSE;
-  return WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, wide, -1, text, static_cast<int>(size), nullptr,
-                             &replaced) != 0 &&
+  return WideCharToMultiByte(isUtf8 ? CP_UTF8 : CP_ACP, isUtf8 ? WC_ERR_INVALID_CHARS : WC_NO_BEST_FIT_CHARS, wide, -1,
+                             text, static_cast<int>(size), nullptr, isUtf8 ? nullptr : &replaced) != 0 &&
          replaced == FALSE;
 }
 

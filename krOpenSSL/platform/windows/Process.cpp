@@ -4,13 +4,11 @@
 
 namespace krOpenSSL::platform {
 
-bool watchForks(void (* /*inChild*/)()) noexcept { return true; }
-
-bool firstInForkedChild() noexcept { return false; }
-
 bool holdAcrossForks(void (* /*before*/)(), void (* /*after*/)()) noexcept { return true; }
 
 std::int64_t processId() noexcept { return GetCurrentProcessId(); }
+
+void forgetNumbers() noexcept {}
 
 std::uint32_t threadId() noexcept { return GetCurrentThreadId(); }
 

@@ -61,16 +61,17 @@ struct Found {
     if (GetFileInformationByHandle(entry.get(), &information) == 0) {
       return false;
     }
-    if ((information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
-        GetFileInformationByHandleEx(entry.get(), FileAttributeTagInfo, &tag, sizeof tag) != 0) {
-      reparseTag = tag.ReparseTag;
+    if ((information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+      const bool known = GetFileInformationByHandleEx(entry.get(), FileAttributeTagInfo, &tag, sizeof tag) != 0;
+      reparseTag = known ? tag.ReparseTag : IO_REPARSE_TAG_SYMLINK; // what cannot be told could lead anywhere
     }
     return true;
   }
 
-  /// A symbolic link or a junction. Other reparse points do not lead elsewhere.
+  /// What stands for another entry: a symbolic link, a junction and others of their kind.
   [[nodiscard]] bool isLink() const noexcept {
-    return reparseTag == IO_REPARSE_TAG_SYMLINK || reparseTag == IO_REPARSE_TAG_MOUNT_POINT;
+    constexpr DWORD kNameSurrogate = 0x20000000;
+    return (reparseTag & kNameSurrogate) != 0;
   }
   [[nodiscard]] bool isFolder() const noexcept {
     return (information.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;

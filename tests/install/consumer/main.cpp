@@ -5,6 +5,7 @@
 #include <openssl/objects.h>
 
 #include <array>
+#include <span>
 #include <vector>
 
 std::size_t signInMyKeyStore(const krOpenSSL::SignRequest &request, std::span<unsigned char> out);
@@ -16,6 +17,7 @@ bool cbcExample(const unsigned char iv[16], const unsigned char key[32], const u
 bool rc4Example(const unsigned char *key, std::uint64_t keyLength, const unsigned char in[20]);
 bool wrapExample(const unsigned char kek[32], const unsigned char keyData[24]);
 bool generatorExample();
+bool layerExample(std::span<const unsigned char> data);
 
 namespace {
 
@@ -37,7 +39,7 @@ bool classExamples() {
   const std::array<unsigned char, 64> bytes{1, 2, 3};
   return digestExample(bytes.data(), bytes.size()) && hmacExample(bytes.data(), 16, bytes.data(), bytes.size()) &&
          cbcExample(bytes.data(), bytes.data(), bytes.data()) && rc4Example(bytes.data(), 16, bytes.data()) &&
-         wrapExample(bytes.data(), bytes.data()) && generatorExample();
+         wrapExample(bytes.data(), bytes.data()) && generatorExample() && layerExample(bytes);
 }
 
 } // namespace

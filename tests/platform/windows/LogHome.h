@@ -1,38 +1,20 @@
-// The log's folder on this machine, empty at the start and gone at the end.
+// A home whose names are texts, and what access lists it may have.
 #pragma once
 
 #include "platform/Platform.h"
-#include "support/Machine.h"
+#include "support/Home.h"
 
-#include <filesystem>
 #include <fstream>
+#include <functional>
 #include <sstream>
-#include <string>
 
 namespace krTest {
 
-struct LogHome {
-  LogHome() = default;
-  ~LogHome() { machine::removeProgramData(root); }
-  LogHome(const LogHome &) = delete;
-  LogHome &operator=(const LogHome &) = delete;
-
-  const std::filesystem::path root = machine::newProgramData();
-  const std::filesystem::path folder = root / "Corvane" / "Logging";
-  const std::string file = (folder / "krOpenSSL.log").string();
-  const std::string old = file + ".old";
-  const std::string other = (root / "Corvane" / "other").string(); ///< a file that no line may reach
+struct LogHome : Home {
+  const std::string file = Home::file.string();
+  const std::string old = Home::old.string();
+  const std::string other = target.string() + "-other"; ///< a file that no line may reach
 };
-
-inline void put(const std::string &file, const std::string &content) {
-  std::ofstream(file, std::ios::binary) << content;
-}
-
-inline std::string contentOf(const std::string &file) {
-  std::stringstream content;
-  content << std::ifstream(file, std::ios::binary).rdbuf();
-  return content.str();
-}
 
 /// Whether access lists that are put on files can be read back; Wine makes them of the file's mode.
 bool keepsAccessLists();

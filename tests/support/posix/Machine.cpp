@@ -1,6 +1,8 @@
+// Variables and temporary folders stand for the machine.
 #include "support/Machine.h"
 
 #include <dlfcn.h>
+#include <sys/stat.h>
 
 #include <cstdlib>
 
@@ -11,6 +13,7 @@ void setVariable(const char *name, const char *value) { ::setenv(name, value, 1)
 std::filesystem::path newProgramData() {
   std::string pattern = (std::filesystem::temp_directory_path() / "krOpenSSL-data-XXXXXX").string();
   std::filesystem::path folder = ::mkdtemp(pattern.data());
+  (void)::chmod(folder.c_str(), 0755);
   std::filesystem::create_directories(folder / "Corvane/Logging");
   setVariable("KR_PROGRAM_DATA", folder.c_str());
   return folder;

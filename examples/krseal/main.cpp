@@ -1,0 +1,129 @@
+// Seals, opens, digests and verifies files with krCrypto.hpp. A file to seal or to open has to fit in memory.
+#include "Files.h"
+#include "Trace.h"
+
+#include <krOpenSSL/krCrypto.hpp>
+
+#include <array>
+#include <cstdlib>
+#include <iostream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+using namespace krOpenSSL;
+using namespace krseal;
+
+namespace {
+
+constexpr std::string_view kUsage =
+    "usage: krseal key KEYS                   makes new keys for seal and open\n"
+    "       krseal seal KEYS IN OUT [NAME]    NAME has to be the same for open\n"
+    "       krseal open KEYS IN OUT [NAME]\n"
+    "       krseal digest ALGORITHM FILE      MD5, SHA-1, SHA-224, SHA-256, SHA-384 or SHA-512\n"
+    "       krseal mac KEY FILE               HMAC-SHA-256; KEY is a file of hexadecimal digits\n"
+    "       krseal verify KEY FILE MAC        MAC is hexadecimal\n\n"
+    "The answer is 0; 1 for what is not good or fails; 2 for a wrong command line.\n";
+
+using Arguments = std::vector<std::string>;
+
+struct Algorithm {
+  std::string_view name;
+  std::string (*digestOf)(const Path &file);
+};
+template <HashClass T> constexpr Algorithm algorithm() {
+  return {kName<T>, [](const Path &file) { return hex(digestFile<T>(file, progressOf(file))); }};
+}
+constexpr std::array kAlgorithms{algorithm<kroMD5>(),    algorithm<kroSHA1>(),   algorithm<kroSHA224>(),
+                                 algorithm<kroSHA256>(), algorithm<kroSHA384>(), algorithm<kroSHA512>()};
+
+using Keys = SealKeys<256>;
+
+Keys readKeys(const Path &file) { return Keys(FixedView<Keys::kBytes>(readKey(file))); }
+
+ByteView associated(const Arguments &arguments) { return arguments.size() > 3 ? ByteView(arguments[3]) : ByteView(); }
+
+bool makeKeys(const Arguments &arguments) {
+  const Keys keys = Keys::random();
+  writeFile(arguments[0], hex(keys.bytes()) + '\n', Access::owner);
+  return true;
+}
+
+bool sealFile(const Arguments &arguments) {
+  const Keys keys = readKeys(arguments[0]);
+  writeFile(arguments[2], seal(keys, readFile(arguments[1]), associated(arguments)));
+  return true;
+}
+
+bool openFile(const Arguments &arguments) {
+  const Keys keys = readKeys(arguments[0]);
+  const auto text = open(keys, readFile(arguments[1]), associated(arguments));
+  if (!text) {
+    std::cerr << "krseal: " << arguments[1] << " is not what was sealed with these keys and this name\n";
+    return false;
+  }
+  writeFile(arguments[2], *text, Access::owner);
+  return true;
+}
+
+bool digestOfFile(const Arguments &arguments) {
+  const auto *const found = std::ranges::find(kAlgorithms, std::string_view(arguments[0]), &Algorithm::name);
+  if (found == kAlgorithms.end()) {
+    std::cerr << "krseal: no algorithm is called " << arguments[0] << '\n';
+    return false;
+  }
+  std::cout << found->digestOf(arguments[1]) << '\n';
+  return true;
+}
+
+void feed(Mac<kroSHA256> &mac, const Path &file) {
+  readPieces(file, [&](auto piece) { mac.update(piece); });
+}
+
+bool macOfFile(const Arguments &arguments) {
+  Mac<kroSHA256> mac(readKey(arguments[0]));
+  feed(mac, arguments[1]);
+  std::cout << hex(mac.final()) << '\n';
+  return true;
+}
+
+bool verifyFile(const Arguments &arguments) {
+  Mac<kroSHA256> mac(readKey(arguments[0]));
+  feed(mac, arguments[1]);
+  const bool good = mac.verify(unhex(arguments[2]));
+  std::cout << (good ? "good" : "NOT GOOD") << '\n';
+  return good;
+}
+
+struct Verb {
+  std::string_view name;
+  std::size_t fewest, most; // arguments
+  bool (*run)(const Arguments &arguments);
+};
+constexpr std::array kVerbs{Verb{"key", 1, 1, makeKeys},  Verb{"seal", 3, 4, sealFile},
+                            Verb{"open", 3, 4, openFile}, Verb{"digest", 2, 2, digestOfFile},
+                            Verb{"mac", 2, 2, macOfFile}, Verb{"verify", 3, 3, verifyFile}};
+
+int run(const std::string &name, const Arguments &arguments) {
+  for (const Verb &verb : kVerbs) {
+    if (verb.name == name && verb.fewest <= arguments.size() && arguments.size() <= verb.most) {
+      return verb.run(arguments) ? EXIT_SUCCESS : EXIT_FAILURE;
+    }
+  }
+  const bool wanted = name == "--help" || name == "-h";
+  (wanted ? std::cout : std::cerr) << kUsage;
+  return wanted ? EXIT_SUCCESS : 2;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+  try {
+    silenceTrace();
+    const Arguments words(argv + 1, argv + argc);
+    return words.empty() ? run("", {}) : run(words.front(), Arguments(words.begin() + 1, words.end()));
+  } catch (const std::exception &failure) {
+    std::cerr << "krseal: " << failure.what() << '\n';
+    return EXIT_FAILURE;
+  }
+}

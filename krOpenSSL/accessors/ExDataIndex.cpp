@@ -1,0 +1,23 @@
+// An ex-data index of OpenSSL's.
+#include "accessors/ExDataIndex.h"
+
+#include "accessors/ErrorQueueScope.h"
+#include "accessors/ForksWait.h"
+
+namespace krOpenSSL {
+
+int ExDataIndex::create(int exClass, const char *label) noexcept {
+  return newExDataIndex(exClass, 0, const_cast<char *>(label), nullptr, nullptr, nullptr);
+}
+
+int ExDataIndex::get() noexcept {
+  int index = ifMade();
+  if (index != -1) {
+    return index;
+  }
+  const ErrorQueueScope errors;
+  const int made = create_(exClass_, label_);
+  return index_.compare_exchange_strong(index, made, std::memory_order_acq_rel) ? made : index;
+}
+
+} // namespace krOpenSSL

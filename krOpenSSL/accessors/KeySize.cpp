@@ -1,0 +1,12 @@
+// OpenSSL's sizes of keys, for keys that lack the numbers, too: there OpenSSL's own functions go through null.
+#include "accessors/KeySize.h"
+
+int krOpenSSL::sizeOf(const RSA *key) noexcept {
+  return key != nullptr && RSA_get0_n(key) != nullptr ? RSA_size(key) : 0;
+}
+
+int krOpenSSL::sizeOf(const DSA *key) noexcept {
+  return key != nullptr && DSA_get0_q(key) != nullptr ? DSA_size(key) : 0;
+}
+
+int krOpenSSL::sizeOf(const EC_KEY *key) noexcept { return ECDSA_size(key); }
