@@ -138,7 +138,7 @@ private:
       if (operation != Operation::sign) {
         throw Failure("an EC key only signs");
       }
-      const Bytes digest = leftmost(data, EVP_PKEY_get0_EC_KEY(publicKey_.get()));
+      const Bytes digest = leftmost(data, krOpenSSL::keyObject::ecKeyOf(publicKey_.get()));
       return derSignature(session.sign(CKM_ECDSA, lease.key(), digest, size));
     }
     switch (operation) {

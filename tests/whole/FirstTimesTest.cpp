@@ -11,7 +11,6 @@
 #include <krOpenSSL/krDelegation.h>
 #include <krOpenSSL/krHandles.h>
 
-#include <openssl/rand_drbg.h>
 #include <openssl/ssl.h>
 
 #include <algorithm>
@@ -53,7 +52,8 @@ void makeEngineTables() {
 void prepareOpenSSL() {
   OPENSSL_init_ssl(OPENSSL_INIT_LOAD_CRYPTO_STRINGS | OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_NO_ATEXIT, nullptr);
   OPENSSL_init_crypto(OPENSSL_INIT_ENGINE_DYNAMIC, nullptr);
-  RAND_DRBG_get0_public();
+  unsigned char byte = 0;
+  RAND_OpenSSL()->bytes(&byte, 1);
   makeEngineTables();
   for (const auto *method : {TLS_server_method(), TLS_client_method()}) {
     krOpenSSL::SSLCtxPtr(SSL_CTX_new(method)).reset();
