@@ -25,10 +25,11 @@ inline int encodedLength(const DSA_SIG *signature) noexcept { return i2d_DSA_SIG
 inline int encodedLength(const ECDSA_SIG *signature) noexcept { return i2d_ECDSA_SIG(signature, nullptr); }
 
 /// DSA_sign and ECDSA_sign encode into a buffer of the key's size, without a bound.
-/// @return the signature, or null, with the signature freed, for one that is not whole or whose encoding is longer than
-/// the size
+/// @return the signature, or null, with the signature freed, for one that is not whole, that cannot be encoded or whose
+/// encoding is longer than the size
 template <class SignaturePtr> typename SignaturePtr::pointer withinSize(SignaturePtr signature, int size) noexcept {
-  return isWhole(signature.get()) && encodedLength(signature.get()) <= size ? signature.release() : nullptr;
+  const int length = isWhole(signature.get()) ? encodedLength(signature.get()) : 0;
+  return length > 0 && length <= size ? signature.release() : nullptr;
 }
 
 } // namespace krOpenSSL
