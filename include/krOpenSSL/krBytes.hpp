@@ -45,7 +45,7 @@ concept ByteRange = std::ranges::contiguous_range<const T> && std::ranges::sized
 
 /// Bytes to be read during a call: the parameter type for data. It comes of itself from std::span, std::vector,
 /// std::array, std::string, std::string_view and arrays of unsigned char or std::byte, and from a literal, without the
-/// zero at its end. Arrays of char and bare pointers have to become a std::string_view or a std::span first.
+/// zero at its end. Other arrays of char and bare pointers have to become a std::string_view or a std::span first.
 class ByteView {
 public:
   constexpr ByteView() noexcept = default; ///< of no bytes
@@ -55,7 +55,7 @@ public:
   requires(!std::same_as<Range, ByteView>) constexpr ByteView(const Range &range) noexcept
       : data_(std::ranges::data(range)), size_(std::ranges::size(range)) {}
 
-  /// @param literal  a text in quotes; whatever else is an array of char does not compile
+  /// @param literal  a text in quotes, or a constant array that ends with a zero; other arrays of char do not compile
   template <std::size_t Size> consteval ByteView(const char (&literal)[Size]) : data_(literal), size_(Size - 1) {
     if (literal[Size - 1] != '\0') {
       throw std::invalid_argument("not a literal");
@@ -121,7 +121,8 @@ template <class T> struct WipingAllocator {
   friend bool operator==(const WipingAllocator & /*one*/, const WipingAllocator & /*other*/) { return true; }
 };
 
-/// Bytes whose memory is wiped when they go, grow or shrink. Compare secrets with CRYPTO_memcmp, not with ==.
+/// Bytes whose memory is wiped before it is given back: when they go, and when they outgrow it. What resize and clear
+/// cut off stays in it until then. Compare secrets with CRYPTO_memcmp, not with ==.
 using SecretBytes = std::vector<unsigned char, WipingAllocator<unsigned char>>;
 
 /// As many bytes as the type says: an array that is wiped when it goes, and whose == takes the same time for all

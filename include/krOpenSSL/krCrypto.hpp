@@ -20,14 +20,16 @@
 /// another value, and when that stays, too, it has failed: a failure is never missed, and none is seen where there
 /// was none. Two kinds of work cannot be done twice, and throw for a result that is what was there before: Digest and
 /// Mac, and encryption, which takes the place of its text. No failure is missed there either; one is seen where there
-/// was none with a probability of 2^-128 (of MD5, AES; less for the longer digests), whatever the data are.
+/// was none with a probability of 2^-128 (of MD5, AES; less for the longer digests), unless somebody who chooses both
+/// text and initial value aims at it with what was encrypted under that key before.
 ///
 /// **Threads.** Functions are safe from any thread, objects serve one thread at a time.
 ///
 /// **Modes.** A function works in the mode in which it is called, for which calls and switches are to be kept apart, as
 /// krFips.h says. A Digest or a Mac belongs to the mode, the provider, and the state of the external FIPS module, that
 /// it was made in: after a change of them its next call throws, and so do all that follow, since the class behind it
-/// may have left out what was fed meanwhile.
+/// may have left out what was fed meanwhile. A change that was taken back before the next call is not noticed: nothing
+/// was fed in between.
 ///
 /// **Lengths.** Any length that memory holds: what the classes take below 2^31 bytes only is fed to them in pieces. A
 /// MAC's key has from 1 to 2^31 - 1 bytes, key data to wrap from 8 to 2^31 - 8, a multiple of 8. Empty data are data;
@@ -90,11 +92,18 @@ private:
   T hash_;
 };
 
-/// Hears how many bytes of how many have been read; of 0 where nobody knows how many. What it throws ends the reading.
+/// Hears how many bytes of how many have been read: of 0 where nobody knows how many, of fewer where the file grew.
+/// What it throws ends the reading.
 using Progress = std::function<void(std::uintmax_t done, std::uintmax_t all)>;
 
-/// The digest of a file's content, which is read in pieces of 256 KiB.
-/// @throws CryptoError also for what cannot be opened, and for what cannot be read to its end
+/// Hands a file's content on in pieces of 256 KiB, the last one shorter, from memory that is wiped.
+/// @param take  gets a piece, which is there during the call; what it throws ends the reading
+/// @throws CryptoError for what cannot be opened, and for what cannot be read to its end
+inline void readInPieces(const std::filesystem::path &file, const std::function<void(ByteView piece)> &take,
+                         const Progress &progress = {});
+
+/// The digest of a file's content.
+/// @throws CryptoError as readInPieces does, too
 template <HashClass T>
 [[nodiscard]] std::array<unsigned char, kDigestBytes<T>> digestFile(const std::filesystem::path &file,
                                                                     const Progress &progress = {});
@@ -215,8 +224,9 @@ template <unsigned Bits>
 ///@{
 
 /// An initial value, named. Where keys have 16 bytes, too, it has to be, so that the two are not exchanged.
-struct CbcIv : FixedView<kAesBlockBytes> {
-  explicit CbcIv(FixedView<kAesBlockBytes> iv) noexcept : FixedView<kAesBlockBytes>(iv) {} ///< @p iv as one
+struct CbcIv : std::array<unsigned char, kAesBlockBytes> {
+  /// @param iv  is copied
+  explicit CbcIv(FixedView<kAesBlockBytes> iv) noexcept { std::ranges::copy(iv, begin()); }
 };
 
 /// What an initial value is given as: CbcIv beside keys of 128 bits, 16 bytes or CbcIv beside others.

@@ -10,10 +10,12 @@
 #include <openssl/rand.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstring>
 #include <fstream>
-#include <limits>
+#include <new>
 #include <system_error>
+#include <utility>
 
 namespace krOpenSSL {
 
@@ -85,8 +87,8 @@ template <HashClass T> std::array<unsigned char, kDigestBytes<T>> Digest<T>::fin
   return out;
 }
 
-template <HashClass T>
-std::array<unsigned char, kDigestBytes<T>> digestFile(const std::filesystem::path &file, const Progress &progress) {
+inline void readInPieces(const std::filesystem::path &file, const std::function<void(ByteView piece)> &take,
+                         const Progress &progress) {
   constexpr std::size_t kReadBytes = std::size_t{256} << 10U;
   std::ifstream in;
   in.rdbuf()->pubsetbuf(nullptr, 0); // the content is in no other buffer than the one that is wiped
@@ -96,24 +98,29 @@ std::array<unsigned char, kDigestBytes<T>> digestFile(const std::filesystem::pat
   const std::uintmax_t size = std::filesystem::file_size(file, unknown);
   std::uintmax_t done = 0;
   SecretBytes buffer(kReadBytes);
-  Digest<T> digest;
   while (in.read(reinterpret_cast<char *>(buffer.data()), kReadBytes), in.gcount() > 0) {
     const auto count = static_cast<std::size_t>(in.gcount());
-    digest.update(std::span(buffer).first(count));
+    take(std::span(buffer).first(count));
     done += count;
     if (progress) {
       progress(done, unknown ? 0 : size);
     }
   }
   detail::check(in.eof() && !in.bad(), "the file cannot be read");
+}
+
+template <HashClass T>
+std::array<unsigned char, kDigestBytes<T>> digestFile(const std::filesystem::path &file, const Progress &progress) {
+  Digest<T> digest;
+  readInPieces(
+      file, [&](ByteView piece) { digest.update(piece); }, progress);
   return digest.final();
 }
 
 // MACs.
 
 template <HashClass T> Mac<T>::Mac(ByteView key) {
-  constexpr std::size_t kLongest = std::numeric_limits<int>::max();
-  detail::check(!key.empty() && key.size() <= kLongest, "this cannot be the key of a MAC");
+  detail::check(!key.empty() && key.size() <= INT_MAX, "this cannot be the key of a MAC");
   hmac_.Init(); // for the external FIPS module
   hmac_.SetKey(key.data(), key.size());
 }
@@ -169,7 +176,11 @@ inline void fillRandom(std::span<unsigned char> out) {
 } // namespace detail
 
 inline SecretBytes randomBytes(std::size_t count) {
-  SecretBytes bytes(count);
+  SecretBytes bytes;
+  if (count > bytes.max_size()) {
+    throw std::bad_alloc();
+  }
+  bytes.resize(count);
   detail::fillRandom(bytes);
   return bytes;
 }
@@ -338,8 +349,7 @@ namespace detail {
 inline constexpr std::size_t kSemiblockBytes = 8;
 
 inline bool canBeWrapped(std::size_t keyBytes) noexcept {
-  return keyBytes >= kSemiblockBytes && keyBytes % kSemiblockBytes == 0 &&
-         keyBytes <= std::numeric_limits<int>::max() - kSemiblockBytes;
+  return keyBytes >= kSemiblockBytes && keyBytes % kSemiblockBytes == 0 && keyBytes <= INT_MAX - kSemiblockBytes;
 }
 
 inline bool wrap(ByteView kek, ByteView key, std::span<unsigned char> out) {
@@ -373,12 +383,13 @@ std::optional<SecretBytes> unwrapKey(const KeyEncryptionKey auto &kek, ByteView 
   SecretBytes key(wrapped.size() - detail::kSemiblockBytes);
   kroAESWrap unwrap;
   unwrap.SetDecryptKey(kekBytes.data(), kekBytes.size());
-  if (unwrap.Decrypt(key.data(), key.size(), wrapped.data(), nullptr)) {
+  const auto unwraps = [&] { return unwrap.Decrypt(key.data(), key.size(), wrapped.data(), nullptr); };
+  if (unwraps()) {
     return key;
   }
-  // The class answers false for damage, and for what it cannot do.
+  // The class answers false for damage, and for what it cannot do. What it could not do then it may do now.
   detail::check(detail::canUnwrap(unwrap, kekBytes), detail::kNotDone);
-  return std::nullopt;
+  return unwraps() ? std::optional(std::move(key)) : std::nullopt;
 }
 
 } // namespace krOpenSSL
