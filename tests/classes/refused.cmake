@@ -18,13 +18,16 @@ set(rows
   "kroMD5 a@ a = kroMD5()|kroMD5 a@ kroHashBase &base = a@ base = kroSHA256()")
 list(TRANSFORM INCLUDES PREPEND -I)
 file(MAKE_DIRECTORY ${WORK})
-set(number 0)
+set(options -std=c++20 -Werror=unused-result ${INCLUDES})
+file(WRITE ${WORK}/headers.h "#include <krOpenSSL/krCrypto.hpp>\n#include <krOpenSSL/krOpenSSL.h>\n")
+execute_process(COMMAND ${COMPILER} ${options} -x c++-header ${WORK}/headers.h -o ${WORK}/headers.h.gch
+  COMMAND_ERROR_IS_FATAL ANY) # once for all rows
 function(compile code result)
   string(REPLACE "@" ";" code "${code}") # a list has no semicolons within
-  file(WRITE ${WORK}/row.cpp "#include <krOpenSSL/krCrypto.hpp>\n#include <krOpenSSL/krOpenSSL.h>\nusing namespace krOpenSSL;
+  file(WRITE ${WORK}/row.cpp "#include \"headers.h\"\nusing namespace krOpenSSL;
 void row(std::array<unsigned char, 16> key16, std::array<unsigned char, 24> key24, std::array<unsigned char, 32> key32,
          std::array<unsigned char, 16> bytes16, std::string text, unsigned char *pointer) { ${code} }\n")
-  execute_process(COMMAND ${COMPILER} -std=c++20 -fsyntax-only -Werror=unused-result ${INCLUDES} ${WORK}/row.cpp
+  execute_process(COMMAND ${COMPILER} ${options} -fsyntax-only ${WORK}/row.cpp
     RESULT_VARIABLE failed ERROR_VARIABLE errors)
   set(${result} ${failed} PARENT_SCOPE)
   set(errors "${errors}" PARENT_SCOPE)
