@@ -46,6 +46,10 @@ TEST(Qvlib, ReplacesThePrivateOperationsAndNothingElse) {
   EC_KEY_METHOD_get_sign(ENGINE_get_EC(engine.get()), nullptr, &setup[0], nullptr);
   EC_KEY_METHOD_get_sign(EC_KEY_get_default_method(), nullptr, &setup[1], nullptr);
   EXPECT_EQ(setup[0], setup[1]);
+  int (*generate[2])(EC_KEY *){};
+  EC_KEY_METHOD_get_keygen(ENGINE_get_EC(engine.get()), &generate[0]);
+  EC_KEY_METHOD_get_keygen(EC_KEY_get_default_method(), &generate[1]);
+  EXPECT_EQ(generate[0], generate[1]);
 }
 
 TEST(Qvlib, HasNoRandomMethodInFipsMode) {

@@ -5,7 +5,6 @@
 #include "support/Engines.h"
 #include "support/FipsHome.h"
 #include "support/Machine.h"
-#include "support/Trace.h"
 
 #include "platform/Platform.h"
 #include "state/FipsModule.h"
@@ -48,7 +47,6 @@ unsigned int reload() {
 
 TEST(FipsSwitch, FollowsTheStateTable) {
   const FipsHome home;
-  const Trace quiet;
   krOSSLSetup();
   const std::tuple<unsigned int (*)(), int, unsigned int, const char *> steps[]{
       {krFipsModeOn, 0, 0xE0050005, kOrdinary}, // refused with nothing touched
@@ -84,7 +82,6 @@ TEST(FipsSwitch, FollowsTheStateTable) {
 
 TEST(FipsSwitch, AFailedLoadLeavesOrdinaryMode) {
   const FipsHome home("init");
-  const Trace quiet;
   krOSSLSetup();
   krFipsUseOpenSSLFIPS(1);
   EXPECT_EQ(krFipsModeOn(), 0xE0050005);
@@ -94,7 +91,6 @@ TEST(FipsSwitch, AFailedLoadLeavesOrdinaryMode) {
 
 TEST(FipsSwitch, NeedsNoSetupAndOutlivesCleanup) {
   const FipsHome home;
-  const Trace quiet;
   krFipsUseOpenSSLFIPS(1);
   EXPECT_EQ(krFipsModeOn(), 0U);
   EXPECT_EQ(engines(), kFips);
@@ -111,7 +107,6 @@ TEST(FipsSwitch, NeedsNoSetupAndOutlivesCleanup) {
 
 TEST(FipsSwitch, TheThousandthLeavesNoMoreThanTheTenth) {
   const FipsHome home;
-  const Trace quiet;
   krLogThreshold = 0;
   krFipsUseOpenSSLFIPS(1);
   krOSSLSetup();
@@ -129,7 +124,6 @@ TEST(FipsSwitch, TheThousandthLeavesNoMoreThanTheTenth) {
 
 TEST(FipsSwitch, TakesTheRandomMethodAlongButNotTheHostsOwn) {
   const FipsHome home;
-  const Trace quiet;
   krOSSLSetup();
   krFipsUseOpenSSLFIPS(1);
   unsigned char byte = 0;
@@ -161,7 +155,6 @@ TEST(FipsSwitch, TakesTheRandomMethodAlongButNotTheHostsOwn) {
 
 TEST(FipsSwitch, LeavesTheLibrarysRandomMethodWhereNothingWasSetUp) {
   const FipsHome home("init");
-  const Trace quiet;
   krFipsUseOpenSSLFIPS(1);
   EXPECT_EQ(krFipsModeOn(), 0xE0050005);
   EXPECT_NE(RAND_get_rand_method(), RAND_OpenSSL());
@@ -189,7 +182,6 @@ const RAND_METHOD kHostsOwn{noteSeed, noteDraw, nullptr, nullptr, nullptr, nullp
 
 TEST(FipsSwitch, CarriesRandomBytesBackWhenTheyWereDrawn) {
   const FipsHome home;
-  const Trace quiet;
   krOSSLSetup();
   krFipsUseOpenSSLFIPS(1);
   RAND_set_rand_method(&kHostsOwn);
@@ -217,7 +209,6 @@ TEST(FipsModulePath, IsKeptUpTo259Characters) {
 
 TEST(FipsModuleState, IsTheModulesOwnUntilClose) {
   const FipsHome home;
-  const Trace quiet;
   static int moduleState = 0;
   FipsModule module{};
   module.GetState = [] { return moduleState; };

@@ -2,7 +2,6 @@
 #include "support/Callbacks.h"
 #include "support/FipsHome.h"
 #include "support/Handshake.h"
-#include "support/Trace.h"
 
 #include "fips/DelegatedSign.h"
 
@@ -26,7 +25,6 @@ const Bytes kDigest(32, 0x5a);
 // FIPS mode, with the keys made before.
 struct Fips {
   FipsHome home;
-  Trace quiet;
   Library library;
 
   Fips() {

@@ -231,22 +231,6 @@ Row signing(Kind kind, int padding, Way way) {
   return {testing::PrintToString(std::tuple(static_cast<int>(kind), padding, static_cast<int>(way))), run};
 }
 
-Row decrypting(Way way) {
-  const std::shared_ptr<EVP_PKEY> key(wholeCopy(softwareKey(Kind::rsa)).release(), EVP_PKEY_free);
-  leaveUnblinded(key.get());
-  RSA *rsa = EVP_PKEY_get0_RSA(key.get());
-  std::array<unsigned char, 256> input{};
-  EXPECT_EQ(RSA_public_encrypt(16, kData.data(), input.data(), rsa, RSA_PKCS1_OAEP_PADDING), 256);
-  const auto run = [=, held = key] {
-    delegateToCallbacks(way == Way::callback);
-    std::array<unsigned char, 256> out{};
-    const int length = RSA_private_decrypt(256, input.data(), out.data(), rsa, RSA_PKCS1_OAEP_PADDING);
-    EXPECT_TRUE(length == -1 || (length == 16 && std::equal(out.begin(), out.begin() + 16, kData.begin())));
-    return length == 16;
-  };
-  return {"decryption", run};
-}
-
 } // namespace
 
 TEST(Allocation, ClassesWriteAllOrNothing) {
@@ -278,7 +262,7 @@ struct Delegating {
 
 TEST(Allocation, KeysSignOrFailWholeOnEveryWay) {
   const Delegating scene;
-  std::vector<Row> rows{decrypting(Way::callback), decrypting(Way::software)};
+  std::vector<Row> rows;
   for (const auto &[kind, padding] :
        {std::pair(Kind::rsa, RSA_PKCS1_PADDING), std::pair(Kind::dsa, 0), std::pair(Kind::p256, 0)}) {
     for (const Way way : {Way::provider, Way::callback, Way::software}) {
