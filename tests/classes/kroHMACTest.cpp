@@ -82,13 +82,19 @@ TEST(HMAC, CopiesGoOnFromTheSamePointOnTheirOwn) {
 
 TEST(HMAC, WhatCannotBeCarriedOutWritesNothing) {
   const Bytes some(1, 'x');
-  const std::tuple<const char *, std::function<void(kroHMAC<kroSHA1> &)>, bool> rows[] = {
-      {"a null key", [](auto &hmac) { hmac.SetKey(nullptr, 5); }, false},
-      {"a key too long", [&](auto &hmac) { hmac.SetKey(some.data(), kTooLong); }, false},
-      {"data too long", [&](auto &hmac) { hmac.Update(some.data(), kTooLong); }, true},
-      {"null data", [](auto &hmac) { hmac.Update(nullptr, 5); }, true},
-      {"a second Final", [](auto &hmac) { finish(hmac); }, true},
-      {"a null output", [](auto &hmac) { hmac.Final(nullptr); }, true},
+  const struct {
+    const char *what;
+    std::function<void(kroHMAC<kroSHA1> &)> calls;
+    bool isStillKeyed = true;
+  } rows[]{
+      {.what = "a null key", .calls = [](auto &hmac) { hmac.SetKey(nullptr, 5); }, .isStillKeyed = false},
+      {.what = "a key too long",
+       .calls = [&](auto &hmac) { hmac.SetKey(some.data(), kTooLong); },
+       .isStillKeyed = false},
+      {.what = "data too long", .calls = [&](auto &hmac) { hmac.Update(some.data(), kTooLong); }},
+      {.what = "null data", .calls = [](auto &hmac) { hmac.Update(nullptr, 5); }},
+      {.what = "a second Final", .calls = [](auto &hmac) { finish(hmac); }},
+      {.what = "a null output", .calls = [](auto &hmac) { hmac.Final(nullptr); }},
   };
   const Bytes expected = mac<kroSHA1>(kKey, kData);
   for (const auto &[what, calls, isStillKeyed] : rows) {

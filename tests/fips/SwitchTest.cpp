@@ -48,26 +48,32 @@ unsigned int reload() {
 TEST(FipsSwitch, FollowsTheStateTable) {
   const FipsHome home;
   krOSSLSetup();
-  const std::tuple<unsigned int (*)(), int, unsigned int, const char *> steps[]{
-      {krFipsModeOn, 0, 0xE0050005, kOrdinary}, // refused with nothing touched
-      {krFipsModeOff, 0, 0, kOrdinary},
-      {krFipsModeOn, 5, 0, kFips},
-      {krFipsModeOn, 1, 0, kFips},
-      {krFipsModeOn, 0, 0xE0050005, kFips},
-      {krFipsModeOff, 1, 0, kOrdinary},
-      {[] { return krFipsModeOnEx(7); }, 1, 0, kFips},
-      {reload, 0, 0, kBridge}, // wolfEngine is not chosen any more
-      {registerAll, 0, 0, nullptr},
-      {reload, 0, 0, kBridge},
-      {close, 1, 0, kOrdinary},
-      {registerAll, 1, 0, nullptr},
-      {krFipsModeOff, 1, 0, kOrdinary},
-      {registerAll, 1, 0, nullptr},
-      {krFipsModeOn, 1, 0, kFips},
-      {close, 0, 0, kOrdinary},
+  const struct {
+    unsigned int (*operation)();
+    int use;
+    const char *engines;
+    unsigned int result = kFipsOk;
+  } steps[]{
+      // Refused with nothing touched.
+      {.operation = krFipsModeOn, .use = 0, .engines = kOrdinary, .result = kFipsNotAvailable},
+      {.operation = krFipsModeOff, .use = 0, .engines = kOrdinary},
+      {.operation = krFipsModeOn, .use = 5, .engines = kFips},
+      {.operation = krFipsModeOn, .use = 1, .engines = kFips},
+      {.operation = krFipsModeOn, .use = 0, .engines = kFips, .result = kFipsNotAvailable},
+      {.operation = krFipsModeOff, .use = 1, .engines = kOrdinary},
+      {.operation = [] { return krFipsModeOnEx(7); }, .use = 1, .engines = kFips},
+      {.operation = reload, .use = 0, .engines = kBridge}, // wolfEngine is not chosen any more
+      {.operation = registerAll, .use = 0, .engines = nullptr},
+      {.operation = reload, .use = 0, .engines = kBridge},
+      {.operation = close, .use = 1, .engines = kOrdinary},
+      {.operation = registerAll, .use = 1, .engines = nullptr},
+      {.operation = krFipsModeOff, .use = 1, .engines = kOrdinary},
+      {.operation = registerAll, .use = 1, .engines = nullptr},
+      {.operation = krFipsModeOn, .use = 1, .engines = kFips},
+      {.operation = close, .use = 0, .engines = kOrdinary},
   };
   int number = 0;
-  for (const auto &[operation, use, result, after] : steps) {
+  for (const auto &[operation, use, after, result] : steps) {
     SCOPED_TRACE(++number);
     EXPECT_EQ(krFipsUseOpenSSLFIPS(use), use != 0 ? 1 : 0);
     EXPECT_EQ(krFipsUsingOpenSSLFIPS(), use != 0 ? 1 : 0);

@@ -44,14 +44,20 @@ TEST(FipsKeys, DelegatedOnesSignThroughTheCaller) {
   krFipsModeOn();
   const EVPPKeyPtr fresh[]{publicHalf(softwareKey(Kind::rsa)), publicHalf(softwareKey(Kind::p256))};
   for (const auto &keys : {ordinary, fresh}) {
-    const std::tuple<EVP_PKEY *, EVP_PKEY *, int, bool> rows[]{
-        {keys[0].get(), softwareKey(Kind::rsa), RSA_PKCS1_PADDING, true},
-        {keys[0].get(), softwareKey(Kind::rsa), RSA_PKCS1_PADDING, false},
-        {keys[0].get(), softwareKey(Kind::rsa), RSA_PKCS1_PSS_PADDING, false},
-        {keys[1].get(), softwareKey(Kind::p256), 0, true},
-        {keys[1].get(), softwareKey(Kind::p256), 0, false},
+    const struct {
+      EVP_PKEY *key;
+      Kind kind;
+      int padding;
+      bool viaProvider = false;
+    } rows[]{
+        {.key = keys[0].get(), .kind = Kind::rsa, .padding = RSA_PKCS1_PADDING, .viaProvider = true},
+        {.key = keys[0].get(), .kind = Kind::rsa, .padding = RSA_PKCS1_PADDING},
+        {.key = keys[0].get(), .kind = Kind::rsa, .padding = RSA_PKCS1_PSS_PADDING},
+        {.key = keys[1].get(), .kind = Kind::p256, .padding = 0, .viaProvider = true},
+        {.key = keys[1].get(), .kind = Kind::p256, .padding = 0},
     };
-    for (const auto &[key, owner, padding, viaProvider] : rows) {
+    for (const auto &[key, kind, padding, viaProvider] : rows) {
+      EVP_PKEY *owner = softwareKey(kind);
       SCOPED_TRACE(testing::Message() << EVP_PKEY_id(key) << ' ' << padding << ' ' << viaProvider);
       Connection connection(signsWith(owner));
       attach(key, viaProvider ? connection.ssl.get() : nullptr);
