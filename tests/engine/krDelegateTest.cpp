@@ -146,12 +146,14 @@ TEST_F(Delegate, AContextKeepsTheSignerUntilItsLastConnectionIsGone) {
 
 TEST_F(Delegate, APreparedContextShakesHandsWhateverTheClientOffers) {
   const krOpenSSL::Library library;
-  const std::tuple<Kind, int, int> rows[]{// the client's highest version, and what is agreed on
-                                          {Kind::rsa, TLS1_3_VERSION, TLS1_2_VERSION},
-                                          {Kind::rsa, TLS1_1_VERSION, 0},
-                                          {Kind::dsa, TLS1_3_VERSION, TLS1_2_VERSION},
-                                          {Kind::p256, TLS1_3_VERSION, TLS1_3_VERSION},
-                                          {Kind::p521, TLS1_2_VERSION, TLS1_2_VERSION}};
+  const struct {
+    Kind kind;
+    int offered, agreed; // the highest versions; 0: no handshake
+  } rows[]{{.kind = Kind::rsa, .offered = TLS1_3_VERSION, .agreed = TLS1_2_VERSION},
+           {.kind = Kind::rsa, .offered = TLS1_1_VERSION, .agreed = 0},
+           {.kind = Kind::dsa, .offered = TLS1_3_VERSION, .agreed = TLS1_2_VERSION},
+           {.kind = Kind::p256, .offered = TLS1_3_VERSION, .agreed = TLS1_3_VERSION},
+           {.kind = Kind::p521, .offered = TLS1_2_VERSION, .agreed = TLS1_2_VERSION}};
   for (const auto &[kind, offered, agreed] : rows) {
     Handshake handshake(TLS1_2_VERSION, "ALL", softwareKey(kind));
     SSL_CTX_set_max_proto_version(handshake.clientContext.get(), offered);

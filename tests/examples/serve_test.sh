@@ -10,11 +10,6 @@ expect_curl() {
 }
 
 make_keys
-openssl11 genpkey -genparam -algorithm DSA -pkeyopt dsa_paramgen_bits:2048 -pkeyopt dsa_paramgen_q_bits:256 \
-  -out dsa.params 2>/dev/null
-openssl11 genpkey -paramfile dsa.params -out dsa.key
-certify dsa
-
 start_server rsa
 [ "$(holder)" != "$server" ] || fail "the key is held by the server itself"
 [ -n "$(holder)" ] || fail "no holder process"
@@ -58,15 +53,6 @@ expect_curl ec TLSv1.3 ecdsa_sha256
 kill "$slow_sender"
 for client in "${slow[@]}"; do exec {client}>&-; done
 grep -Eq 'handshake failed: not done within 10 s \(client 127\.0\.0\.1:[0-9]+\)' server.log || fail "no word of the slow clients"
-stop_server
-
-start_server dsa
-expect_handshake TLSv1.2 DSA SHA256 openssl11 dsa -cipher DHE-DSS-AES256-GCM-SHA384 -sigalgs DSA+SHA256
-stop_server
-
-start_server ec --holder memory
-expect_handshake TLSv1.3 ECDSA SHA256 openssl11 ec
-expect 'by this process' curl -sS --cacert ec.pem --resolve "localhost:$port:127.0.0.1" "https://localhost:$port/"
 stop_server
 
 # Many at once, each with its own key object.

@@ -2,7 +2,6 @@
 #include "support/Callbacks.h"
 #include "support/FipsHome.h"
 #include "support/Handshake.h"
-#include "support/Trace.h"
 
 #include "fips/DelegatedSign.h"
 
@@ -26,7 +25,6 @@ const Bytes kDigest(32, 0x5a);
 // FIPS mode, with the keys made before.
 struct Fips {
   FipsHome home;
-  Trace quiet;
   Library library;
 
   Fips() {
@@ -46,14 +44,20 @@ TEST(FipsKeys, DelegatedOnesSignThroughTheCaller) {
   krFipsModeOn();
   const EVPPKeyPtr fresh[]{publicHalf(softwareKey(Kind::rsa)), publicHalf(softwareKey(Kind::p256))};
   for (const auto &keys : {ordinary, fresh}) {
-    const std::tuple<EVP_PKEY *, EVP_PKEY *, int, bool> rows[]{
-        {keys[0].get(), softwareKey(Kind::rsa), RSA_PKCS1_PADDING, true},
-        {keys[0].get(), softwareKey(Kind::rsa), RSA_PKCS1_PADDING, false},
-        {keys[0].get(), softwareKey(Kind::rsa), RSA_PKCS1_PSS_PADDING, false},
-        {keys[1].get(), softwareKey(Kind::p256), 0, true},
-        {keys[1].get(), softwareKey(Kind::p256), 0, false},
+    const struct {
+      EVP_PKEY *key;
+      Kind kind;
+      int padding;
+      bool viaProvider = false;
+    } rows[]{
+        {.key = keys[0].get(), .kind = Kind::rsa, .padding = RSA_PKCS1_PADDING, .viaProvider = true},
+        {.key = keys[0].get(), .kind = Kind::rsa, .padding = RSA_PKCS1_PADDING},
+        {.key = keys[0].get(), .kind = Kind::rsa, .padding = RSA_PKCS1_PSS_PADDING},
+        {.key = keys[1].get(), .kind = Kind::p256, .padding = 0, .viaProvider = true},
+        {.key = keys[1].get(), .kind = Kind::p256, .padding = 0},
     };
-    for (const auto &[key, owner, padding, viaProvider] : rows) {
+    for (const auto &[key, kind, padding, viaProvider] : rows) {
+      EVP_PKEY *owner = softwareKey(kind);
       SCOPED_TRACE(testing::Message() << EVP_PKEY_id(key) << ' ' << padding << ' ' << viaProvider);
       Connection connection(signsWith(owner));
       attach(key, viaProvider ? connection.ssl.get() : nullptr);
