@@ -27,8 +27,8 @@ x86_64-w64-mingw32-nm "$1" | grep ' T __stack_chk_fail$' >/dev/null || {
 library=$(mktemp)
 trap 'rm "$library"' EXIT
 llvm-lib-19 /machine:x64 "/def:$2" "/out:$library"
-diff <(echo "$exported") <(llvm-nm-19 "$library" 2>/dev/null | sed -n 's/^0* T //p' | LC_ALL=C sort -u) &&
-  [ "$(llvm-readobj-19 --coff-imports "$library" 2>/dev/null | sed -nE 's/^ *(DLL|File|Name type): //p;' | sort -u)" = x ] || {
-  echo "the import library is another one" >&2
+diff <(sed "s/^/$(basename "$1") name /" <<<"$exported") <(llvm-readobj-19 "$library" |
+  awk '/^File: /{dll = $2} /^Name type: /{by = $3} /^Export name: /{print dll, by, $3}' | LC_ALL=C sort) || {
+  echo "the import library (right) is for others than the DLL's names (left)" >&2
   exit 1
 }
