@@ -138,7 +138,8 @@ public:
   ~DelegatedKey() = default;
 
   /// Readies a context of a server or a client for connections with this key, before it has any: stores the record on
-  /// it, and takes away what the key would be asked for and cannot do. What the caller allowed is never widened:
+  /// it, and takes away what the key would be asked for and cannot do. What the caller allowed is never widened, so
+  /// DSA needs a list of ciphers that has DHE-DSS, which OpenSSL's own has not:
   ///
   /// - the highest version is TLS 1.2 for DSA, and for RSA without KeyOperations::signPss;
   /// - signatures of one's own with keys of this type are made with SHA-256, SHA-384 or SHA-512 (DSA: SHA-256), and

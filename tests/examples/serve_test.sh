@@ -19,10 +19,11 @@ start_server rsa
 [ "$(holder)" != "$server" ] || fail "the key is held by the server itself"
 [ -n "$(holder)" ] || fail "no holder process"
 for client in openssl11 openssl; do
-  expect_handshake TLSv1.2 RSA SHA256 "$client" rsa -sigalgs RSA+SHA256
+  expect_handshake TLSv1.3 RSA-PSS SHA256 "$client" rsa
+  expect_handshake TLSv1.2 RSA SHA256 "$client" rsa -tls1_2 -sigalgs RSA+SHA256
   expect_handshake TLSv1.2 RSA SHA512 "$client" rsa -tls1_2 -sigalgs RSA+SHA512
 done
-expect_curl rsa TLSv1.2 'rsa_pkcs1_sha[0-9]+'
+expect_curl rsa TLSv1.3 rsa_pss_sha256
 expect 'alert handshake failure' s_client openssl11 rsa -tls1_2 -cipher AES256-GCM-SHA384
 stop_server
 
