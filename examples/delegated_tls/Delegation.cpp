@@ -58,10 +58,18 @@ int decryptByHolder(int flen, const unsigned char *from, unsigned char *to, RSA 
 } // namespace
 
 DelegatedKey delegated(const Library &library, HeldKey &key) {
-  return {library, publicKeyFrom(key.publicHalf()).get(),
-          [&key](const SignRequest &request, std::span<unsigned char> out) {
-            return deliver(key, Operation::sign, 0, Bytes(request.digest.begin(), request.digest.end()), out);
-          }};
+  const EVPPKeyPtr publicKey = publicKeyFrom(key.publicHalf());
+  KeyOperations operations;
+  operations.sign = [&key](const SignRequest &request, std::span<unsigned char> out) {
+    return deliver(key, Operation::sign, 0, Bytes(request.digest.begin(), request.digest.end()), out);
+  };
+  if (EVP_PKEY_base_id(publicKey.get()) == EVP_PKEY_RSA) {
+    operations.signPss = [&key](const PssRequest &request, std::span<unsigned char> out) {
+      const Bytes block(request.block.begin(), request.block.end());
+      return deliver(key, Operation::rsaPrivateEncrypt, RSA_NO_PADDING, block, out);
+    };
+  }
+  return {library, publicKey.get(), std::move(operations)};
 }
 
 void useCallbackKey(SSL *ssl, HeldKey &held) {
