@@ -28,6 +28,9 @@ void limitWaiting(const Descriptor &socket, Clock::duration left) {
   setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
 }
 
+// A refusal of whatever comes over this connection.
+bool isOfConnection(const Answer &answer) { return answer.id == 0 && answer.status != Status::ok; }
+
 const char *textOf(Outcome outcome) {
   switch (outcome) {
   case Outcome::timedOut:
@@ -94,6 +97,9 @@ Client::Attempt Client::attempt(Descriptor connection, const Request &request, C
 Client::Attempt Client::exchange(Descriptor connection, View frames, int answers, std::uint64_t id,
                                  Clock::time_point deadline) {
   Attempt made{send(connection, frames, deadline)};
+  if (made.outcome == Outcome::closed) {
+    made.outcome = Outcome::done; // an answer may have come before
+  }
   while (made.outcome == Outcome::done && answers-- > 0) {
     Bytes payload;
     made.outcome = receive(connection, payload, deadline);
@@ -101,11 +107,12 @@ Client::Attempt Client::exchange(Descriptor connection, View frames, int answers
       return made;
     }
     auto answer = decodeAnswer(payload);
-    if (!answer || answer->id != id) {
+    if (!answer || (answer->id != id && !isOfConnection(*answer))) {
       return {Outcome::malformed};
     }
+    const bool last = isOfConnection(*answer) || (answers > 0 && answer->status != Status::ok);
     made.answer = std::move(*answer);
-    if (answers > 0 && made.answer.status != Status::ok) {
+    if (last) {
       return made;
     }
   }
