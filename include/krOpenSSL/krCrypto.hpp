@@ -97,7 +97,9 @@ private:
 using Progress = std::function<void(std::uintmax_t done, std::uintmax_t all)>;
 
 /// Hands a file's content on in pieces of 256 KiB, the last one shorter, from memory that is wiped.
-/// @param take  gets a piece, which is there during the call; what it throws ends the reading
+/// @param file      what to read
+/// @param take      gets a piece, which is there during the call; what it throws ends the reading
+/// @param progress  hears of it after each piece
 /// @throws CryptoError for what cannot be opened, and for what cannot be read to its end
 inline void readInPieces(const std::filesystem::path &file, const std::function<void(ByteView piece)> &take,
                          const Progress &progress = {});

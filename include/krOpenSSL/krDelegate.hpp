@@ -71,7 +71,7 @@ using Signer = std::function<std::size_t(const SignRequest &request, std::span<u
 /// A block of RSA_size bytes that is padded already, and to which RSA's private operation is to be applied: in TLS
 /// always RSA-PSS.
 struct PssRequest {
-  static constexpr int kUnknownSalt = -1;
+  static constexpr int kUnknownSalt = -1; ///< where the block does not tell
 
   std::span<const unsigned char> block; ///< there during the call only
   int hash;                             ///< as the block tells: NID_undef where it does not
@@ -128,8 +128,7 @@ public:
   DelegatedKey(const Library &&, EVP_PKEY *, Signer) = delete; ///< the library has to outlive this call
 
   /// The same with all operations.
-  /// @throws DelegateError for keys other than RSA, DSA and EC, and where neither signatures that the type has are
-  /// there
+  /// @throws DelegateError for keys other than RSA, DSA and EC, and where there is no function that signs with the type
   DelegatedKey(const Library &library, EVP_PKEY *publicKey, KeyOperations operations);
   DelegatedKey(const Library &&, EVP_PKEY *, KeyOperations) = delete; ///< as above
 

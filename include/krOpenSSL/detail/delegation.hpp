@@ -33,6 +33,13 @@ constexpr int hashOfLength(std::size_t digestBytes) noexcept {
 
 namespace detail {
 
+static_assert(PssRequest::kUnknownSalt == kUnknownSaltLength);
+
+inline PssRequest pssRequest(std::span<const unsigned char> block, int keyBits) {
+  const PssPadding padding = pssPadding(block, keyBits);
+  return {block, padding.hash, padding.hash, padding.saltLength};
+}
+
 inline std::mutex &setUpMutex() {
   static std::mutex only;
   return only;
@@ -366,6 +373,7 @@ inline void DelegatedKey::prepare(SSL_CTX *context) const {
     const int highest = allowed == 0 ? key.highestVersion() : std::min(allowed, key.highestVersion());
     detail::require(lowest <= highest, "no version of TLS is left for the key");
     detail::Prospect prospect(context, highest);
+    detail::require(prospect.isThere(), "the context makes no connections");
     detail::require(prospect.hasSuite(key), "no cipher suite is left for the key");
     detail::require(prospect.hasScheme(key, lowest, highest), "no signature algorithm is left for the key");
     detail::require(SSL_CTX_set_max_proto_version(context, highest) == 1, "the context cannot be limited");

@@ -6,8 +6,8 @@
 /// suites that it may choose, not those that it takes from its peer.
 #pragma once
 
-#include <krOpenSSL/krDelegate.hpp>
 #include <krOpenSSL/krFips.h>
+#include <krOpenSSL/krHandles.h>
 
 #include <openssl/objects.h>
 
@@ -84,10 +84,14 @@ public:
   /// @param highestVersion  as the context is going to have it
   Prospect(SSL_CTX *context, int highestVersion) : probe_(SSL_new(context)) {
     if (probe_ == nullptr || SSL_set_max_proto_version(probe_.get(), highestVersion) != 1) {
-      throw DelegateError("the context makes no connections");
+      probe_.reset();
+      return;
     }
     isServer_ = SSL_is_server(probe_.get()) != 0;
   }
+
+  /// Whether the context makes connections: nothing else is to be asked before.
+  bool isThere() const noexcept { return probe_ != nullptr; }
 
   /// Whether a suite is left with which the key is used, in any version. Asked as a client, OpenSSL looks at the
   /// algorithms that a server signs with.
