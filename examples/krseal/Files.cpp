@@ -36,7 +36,14 @@ krOpenSSL::SecretBytes readFile(const Path &file) {
 }
 
 krOpenSSL::SecretBytes readKey(const Path &file) {
-  const krOpenSSL::SecretBytes text = readFile(file);
+  constexpr std::size_t kLongestBytes = 4096;
+  krOpenSSL::SecretBytes text;
+  readPieces(file, [&](auto piece) {
+    if (text.size() + piece.size() > kLongestBytes) {
+      fail(file, "is too long for a key");
+    }
+    text.insert(text.end(), piece.begin(), piece.end());
+  });
   const std::string_view digits(reinterpret_cast<const char *>(text.data()), text.size());
   const std::size_t end = digits.find_last_not_of("\r\n") + 1; // 0 when there is nothing else
   return about(file, [&] { return krOpenSSL::unhex(digits.substr(0, end)); });

@@ -23,6 +23,7 @@ constexpr std::string_view kUsage =
     "       krseal digest ALGORITHM FILE      MD5, SHA-1, SHA-224, SHA-256, SHA-384 or SHA-512\n"
     "       krseal mac KEY FILE               HMAC-SHA-256; KEY is a file of hexadecimal digits\n"
     "       krseal verify KEY FILE MAC        MAC is hexadecimal\n\n"
+    "OUT and KEYS must not be there yet. One that is ended in the middle leaves a part of OUT.\n"
     "The answer is 0; 1 for what is not good or fails; 2 for a wrong command line.\n";
 
 constexpr int kWrongCommandLine = 2;
@@ -47,14 +48,16 @@ Keys readKeys(const Path &file) {
   if (bytes.size() != Keys::kBytes) {
     fail(file, "does not hold keys for seal and open");
   }
-  return Keys(FixedView<Keys::kBytes>(bytes));
+  return Keys(SecretArray<Keys::kBytes>(bytes));
 }
 
 ByteView associated(const Arguments &arguments) { return arguments.size() > 3 ? ByteView(arguments[3]) : ByteView(); }
 
 int makeKeys(const Arguments &arguments) {
   const Keys keys = Keys::random();
-  writeFile(arguments[0], hex(keys.bytes()) + '\n', Access::owner);
+  SecretBytes text = secretHex(keys.bytes());
+  text.push_back('\n');
+  writeFile(arguments[0], text, Access::owner);
   return EXIT_SUCCESS;
 }
 
@@ -85,21 +88,29 @@ int digestOfFile(const Arguments &arguments) {
   return EXIT_SUCCESS;
 }
 
+SecretBytes readMacKey(const Path &file) {
+  SecretBytes key = readKey(file);
+  if (key.empty()) {
+    fail(file, "holds no key");
+  }
+  return key;
+}
+
 void feed(Mac<kroSHA256> &mac, const Path &file) {
   readPieces(file, [&](auto piece) { mac.update(piece); });
 }
 
 int macOfFile(const Arguments &arguments) {
-  Mac<kroSHA256> mac(readKey(arguments[0]));
+  Mac<kroSHA256> mac(readMacKey(arguments[0]));
   feed(mac, arguments[1]);
   std::cout << hex(mac.final()) << '\n';
   return EXIT_SUCCESS;
 }
 
 int verifyFile(const Arguments &arguments) {
-  Mac<kroSHA256> mac(readKey(arguments[0]));
+  Mac<kroSHA256> mac(readMacKey(arguments[0]));
   feed(mac, arguments[1]);
-  const bool good = mac.verify(unhex(arguments[2]));
+  const bool good = mac.verify(about("MAC", [&] { return unhex(arguments[2]); }));
   std::cout << (good ? "good" : "NOT GOOD") << '\n';
   return good ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -32,12 +32,17 @@
 /// was fed in between.
 ///
 /// **Lengths.** Any length that memory holds: what the classes take below 2^31 bytes only is fed to them in pieces. A
-/// MAC's key has from 1 to 2^31 - 1 bytes, key data to wrap from 8 to 2^31 - 8, a multiple of 8. Empty data are data;
-/// an empty key is refused, since everybody has it.
+/// MAC's key has from 1 to 2^31 - 1 bytes, in FIPS mode from 14 (SP 800-131A); key data to wrap have from 8 to 2^31 -
+/// 16, a multiple of 8, and a FIPS module may want 16. Empty data are data; an empty key is refused, since everybody
+/// has it.
 ///
 /// A key before what it works on, always: the type tells the two apart for AES, and for key wrap unless the key to wrap
-/// has a fixed size too; it cannot for a MAC, whose key is any bytes. What an external FIPS module answers to a key
-/// that it refuses is not heard by the classes: a module that goes on without it is not noticed here either.
+/// has a fixed size too; it cannot for a MAC, whose key is any bytes. What an external FIPS module answers when it is
+/// given a MAC's key and data is not heard by the classes: one that goes on without what it refused is not noticed here
+/// either, and its MAC is another's.
+///
+/// **Trace.** HMAC, AES and key wrap write lines to the program's standard output, as the classes do, unless
+/// KR_TRACE=off stands in the environment.
 ///
 /// Results are new memory, so nothing overlaps. MD4, triple DES and RC4 are not here; MD5 and SHA-1 are for formats
 /// that prescribe them.
@@ -98,7 +103,7 @@ using Progress = std::function<void(std::uintmax_t done, std::uintmax_t all)>;
 
 /// Hands a file's content on in pieces of 256 KiB, the last one shorter, from memory that is wiped.
 /// @param file      what to read
-/// @param take      gets a piece, which is there during the call; what it throws ends the reading
+/// @param take      gets a piece, which is there during the call; not empty. What it throws ends the reading
 /// @param progress  hears of it after each piece
 /// @throws CryptoError for what cannot be opened, and for what cannot be read to its end
 inline void readInPieces(const std::filesystem::path &file, const std::function<void(ByteView piece)> &take,
@@ -180,11 +185,11 @@ inline constexpr std::size_t kAesBlockBytes = 16;
 /// | 1        | the bytes of the AES key: 16, 24 or 32                                                        |
 /// | 16       | a random initial value                                                                        |
 /// | 16n      | the text with 1 to 16 bytes of PKCS#7 padding, by AES-CBC (SP 800-38A) under the first key    |
-/// | 32       | HMAC-SHA-256 under the second key, over the first 18 bytes, the number of bytes of associated data as 8
-/// bytes (the most significant first), the associated data, and the encrypted text |
+/// | 32       | the tag: HMAC-SHA-256 under the second key                                                    |
 ///
-/// That is 51 to 66 bytes more than the text, whose length is not hidden. That a sealed text comes twice, late, or
-/// never is not noticed, unless the associated data number them.
+/// The tag is over the first 18 bytes, the number of bytes of associated data as 8 bytes (the most significant first),
+/// the associated data, and the encrypted text. All that is 51 to 66 bytes more than the text, whose length is not
+/// hidden. That a sealed text comes twice, late, or never is not noticed, unless the associated data number them.
 ///@{
 
 /// The two keys of a sealed text, as one: first of encryption, then the 32 bytes of authentication. Wiped when it goes.
@@ -195,7 +200,7 @@ public:
   static constexpr std::size_t kBytes = Bits / 8 + 32; ///< 48, 56 or 64
 
   /// @param bytes  secret and random, of these keys alone
-  explicit SealKeys(FixedView<kBytes> bytes) noexcept { std::ranges::copy(bytes, bytes_.begin()); }
+  explicit SealKeys(const SecretArray<kBytes> &bytes) noexcept : bytes_(bytes) {}
 
   /// New keys.
   [[nodiscard]] static SealKeys random() { return SealKeys(randomBytes<kBytes>()); }
@@ -226,13 +231,20 @@ template <unsigned Bits>
 ///@{
 
 /// An initial value, named. Where keys have 16 bytes, too, it has to be, so that the two are not exchanged.
-struct CbcIv : std::array<unsigned char, kAesBlockBytes> {
-  /// @param iv  is copied
-  explicit CbcIv(FixedView<kAesBlockBytes> iv) noexcept { std::ranges::copy(iv, begin()); }
+struct CbcIv {
+  explicit CbcIv(const SecretArray<kAesBlockBytes> &iv) noexcept : bytes(iv) {} ///< @p iv as one
+
+  SecretArray<kAesBlockBytes> bytes; ///< its bytes
 };
 
 /// What an initial value is given as: CbcIv beside keys of 128 bits, 16 bytes or CbcIv beside others.
-template <unsigned Bits> using CbcIvOf = std::conditional_t<Bits == 128, CbcIv, FixedView<kAesBlockBytes>>;
+template <unsigned Bits> struct CbcIvOf {
+  CbcIvOf(const CbcIv &iv) noexcept : bytes(iv.bytes) {} ///< from one that is named
+  /// From 16 bytes.
+  CbcIvOf(const std::convertible_to<SecretArray<kAesBlockBytes>> auto &iv) noexcept requires(Bits != 128) : bytes(iv) {}
+
+  SecretArray<kAesBlockBytes> bytes; ///< its bytes
+};
 
 /// Encrypts @p data with padding.
 /// @param key   Bits / 8 bytes
@@ -241,13 +253,15 @@ template <unsigned Bits> using CbcIvOf = std::conditional_t<Bits == 128, CbcIv, 
 /// @return 1 to 16 bytes more than @p data, whole blocks
 template <unsigned Bits>
 requires AesBits<Bits>
-[[nodiscard]] std::vector<unsigned char> encryptCbc(FixedView<Bits / 8> key, CbcIvOf<Bits> iv, ByteView data);
+[[nodiscard]] std::vector<unsigned char> encryptCbc(const SecretArray<Bits / 8> &key, const CbcIvOf<Bits> &iv,
+                                                    ByteView data);
 
 /// The inverse of encryptCbc.
 /// @return nothing for data that are not whole blocks, one at least, and for a padding that is none
 template <unsigned Bits>
 requires AesBits<Bits>
-[[nodiscard]] std::optional<SecretBytes> decryptCbc(FixedView<Bits / 8> key, CbcIvOf<Bits> iv, ByteView data);
+[[nodiscard]] std::optional<SecretBytes> decryptCbc(const SecretArray<Bits / 8> &key, const CbcIvOf<Bits> &iv,
+                                                    ByteView data);
 ///@}
 
 /// @name AES key wrap (RFC 3394)
@@ -255,8 +269,8 @@ requires AesBits<Bits>
 
 /// A key-encryption key: 16, 24 or 32 bytes, as the type says.
 template <class T>
-concept KeyEncryptionKey = std::convertible_to<const T &, FixedView<16>> ||
-    std::convertible_to<const T &, FixedView<24>> || std::convertible_to<const T &, FixedView<32>>;
+concept KeyEncryptionKey = std::convertible_to<const T &, SecretArray<16>> ||
+    std::convertible_to<const T &, SecretArray<24>> || std::convertible_to<const T &, SecretArray<32>>;
 
 /// Wraps key data under the default initial value.
 /// @return 8 bytes more than @p key

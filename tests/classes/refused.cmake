@@ -3,6 +3,7 @@
 set(rows
   "auto a = encryptCbc<256>(key32, bytes16, \"\")|auto a = encryptCbc<256>(bytes16, key32, \"\")"
   "auto a = encryptCbc<128>(key16, CbcIv(bytes16), \"\")|auto a = encryptCbc<128>(bytes16, key16, \"\")"
+  "auto a = encryptCbc<192>(key24, CbcIv(bytes16), \"\")|auto a = encryptCbc<128>(CbcIv(bytes16), CbcIv(key16), \"\")"
   "auto a = decryptCbc<256>(key32, bytes16, \"\")|auto a = decryptCbc<192>(key32, bytes16, \"\")"
   "std::array<unsigned char, 32> a = digest<kroSHA256>(\"\")|std::array<unsigned char, 16> a = digest<kroSHA256>(\"\")"
   "auto a = digest<kroMD5>(\"\")|auto a = digest<kroMD4>(\"\")"
@@ -11,7 +12,7 @@ set(rows
   "(void)verifyMac<kroSHA256>(key16, text, text)|verifyMac<kroSHA256>(key16, text, text)"
   "(void)kroAESWrap().Decrypt(pointer, 8, pointer, nullptr)|kroAESWrap().Decrypt(pointer, 8, pointer, nullptr)"
   "auto a = wrapKey(key24, text)|auto a = wrapKey(text, key24)"
-  "auto a = SealKeys<128>(FixedView<48>(text))|auto a = SealKeys<128>(key32)"
+  "auto a = SealKeys<128>(SecretArray<48>(text))|auto a = SealKeys<128>(key32)"
   "ByteView a(\"ab\")|char chars[2]{}@ ByteView a(chars)"
   "ByteView a(text)|ByteView a(std::vector<int>{1})"
   "Mac<kroSHA256> a(key16)|Mac<kroSHA256> a(key16)@ Mac<kroSHA256> b(a)"

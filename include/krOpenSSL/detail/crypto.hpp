@@ -90,16 +90,27 @@ template <HashClass T> std::array<unsigned char, kDigestBytes<T>> Digest<T>::fin
 inline void readInPieces(const std::filesystem::path &file, const std::function<void(ByteView piece)> &take,
                          const Progress &progress) {
   constexpr std::size_t kReadBytes = std::size_t{256} << 10U;
+  SecretBytes room(kReadBytes); // outlives the stream, and is wiped, unlike a buffer of the stream's own
+  const auto useRoom = [&](std::ifstream &stream) {
+    stream.rdbuf()->pubsetbuf(reinterpret_cast<char *>(room.data()), kReadBytes);
+  };
   std::ifstream in;
-  in.rdbuf()->pubsetbuf(nullptr, 0); // the content is in no other buffer than the one that is wiped
-  in.open(file, std::ios::binary);
+  useRoom(in); // some libraries take it before the file is open, some afterwards
+  const auto &name = file.native();
+  if (std::ranges::find(name, std::filesystem::path::value_type()) == name.end()) { // the system would read less of it
+    in.open(file, std::ios::binary);
+  }
   detail::check(in.is_open(), "the file cannot be opened");
+  useRoom(in);
   std::error_code unknown;
   const std::uintmax_t size = std::filesystem::file_size(file, unknown);
   std::uintmax_t done = 0;
   SecretBytes buffer(kReadBytes);
-  while (in.read(reinterpret_cast<char *>(buffer.data()), kReadBytes), in.gcount() > 0) {
-    const auto count = static_cast<std::size_t>(in.gcount());
+  const auto next = [&] {
+    in.read(reinterpret_cast<char *>(buffer.data()), kReadBytes);
+    return static_cast<std::size_t>(in.gcount());
+  };
+  while (const std::size_t count = next()) {
     take(std::span(buffer).first(count));
     done += count;
     if (progress) {
@@ -120,7 +131,9 @@ std::array<unsigned char, kDigestBytes<T>> digestFile(const std::filesystem::pat
 // MACs.
 
 template <HashClass T> Mac<T>::Mac(ByteView key) {
-  detail::check(!key.empty() && key.size() <= INT_MAX, "this cannot be the key of a MAC");
+  constexpr std::size_t kLeastInFipsMode = 14; // modules refuse shorter ones without being heard: see above
+  detail::check(key.size() >= (krFipsMode() != 0 ? kLeastInFipsMode : 1) && key.size() <= INT_MAX,
+                "this cannot be the key of a MAC");
   hmac_.Init(); // for the external FIPS module
   hmac_.SetKey(key.data(), key.size());
 }
@@ -198,8 +211,8 @@ namespace detail {
 /// Encrypts whole blocks in their place.
 /// @return false when the class wrote nothing: what is left is plain text
 template <unsigned Bits>
-bool encryptInPlace(FixedView<Bits / 8> key, FixedView<kAesBlockBytes> iv, std::span<unsigned char> text,
-                    std::size_t pieceBytes) {
+bool encryptInPlace(const SecretArray<Bits / 8> &key, const SecretArray<kAesBlockBytes> &iv,
+                    std::span<unsigned char> text, std::size_t pieceBytes) {
   bool done = true;
   const unsigned char *chain = iv.data();
   const auto encrypt = [&](std::span<unsigned char> piece) {
@@ -216,8 +229,8 @@ bool encryptInPlace(FixedView<Bits / 8> key, FixedView<kAesBlockBytes> iv, std::
 
 /// Appends the data, padded and encrypted.
 template <unsigned Bits>
-void appendEncrypted(std::vector<unsigned char> &out, FixedView<Bits / 8> key, FixedView<kAesBlockBytes> iv,
-                     ByteView data, std::size_t pieceBytes = kPieceBytes) {
+void appendEncrypted(std::vector<unsigned char> &out, const SecretArray<Bits / 8> &key,
+                     const SecretArray<kAesBlockBytes> &iv, ByteView data, std::size_t pieceBytes = kPieceBytes) {
   const std::size_t at = out.size();
   const std::size_t padding = kAesBlockBytes - data.size() % kAesBlockBytes;
   out.reserve(at + data.size() + padding); // or plain text would be left where it was before
@@ -232,8 +245,8 @@ void appendEncrypted(std::vector<unsigned char> &out, FixedView<Bits / 8> key, F
 
 /// Decrypts whole blocks. They are written from the first to the last, so the last tells of all.
 template <unsigned Bits>
-void decryptBlocks(FixedView<Bits / 8> key, FixedView<kAesBlockBytes> iv, ByteView in, SecretBytes &out,
-                   std::size_t pieceBytes) {
+void decryptBlocks(const SecretArray<Bits / 8> &key, const SecretArray<kAesBlockBytes> &iv, ByteView in,
+                   SecretBytes &out, std::size_t pieceBytes) {
   unsigned char *to = out.data();
   const unsigned char *chain = iv.data();
   const auto decrypt = [&](std::span<const unsigned char> piece) {
@@ -256,8 +269,8 @@ inline std::size_t paddingOf(std::span<const unsigned char, kAesBlockBytes> bloc
 }
 
 template <unsigned Bits>
-std::optional<SecretBytes> decrypt(FixedView<Bits / 8> key, FixedView<kAesBlockBytes> iv, ByteView data,
-                                   std::size_t pieceBytes = kPieceBytes) {
+std::optional<SecretBytes> decrypt(const SecretArray<Bits / 8> &key, const SecretArray<kAesBlockBytes> &iv,
+                                   ByteView data, std::size_t pieceBytes = kPieceBytes) {
   if (data.empty() || data.size() % kAesBlockBytes != 0) {
     return std::nullopt;
   }
@@ -274,15 +287,17 @@ std::optional<SecretBytes> decrypt(FixedView<Bits / 8> key, FixedView<kAesBlockB
 } // namespace detail
 
 template <unsigned Bits>
-requires AesBits<Bits> std::vector<unsigned char> encryptCbc(FixedView<Bits / 8> key, CbcIvOf<Bits> iv, ByteView data) {
+requires AesBits<Bits> std::vector<unsigned char> encryptCbc(const SecretArray<Bits / 8> &key, const CbcIvOf<Bits> &iv,
+                                                             ByteView data) {
   std::vector<unsigned char> out;
-  detail::appendEncrypted<Bits>(out, key, iv, data);
+  detail::appendEncrypted<Bits>(out, key, iv.bytes, data);
   return out;
 }
 
 template <unsigned Bits>
-requires AesBits<Bits> std::optional<SecretBytes> decryptCbc(FixedView<Bits / 8> key, CbcIvOf<Bits> iv, ByteView data) {
-  return detail::decrypt<Bits>(key, iv, data);
+requires AesBits<Bits> std::optional<SecretBytes> decryptCbc(const SecretArray<Bits / 8> &key, const CbcIvOf<Bits> &iv,
+                                                             ByteView data) {
+  return detail::decrypt<Bits>(key, iv.bytes, data);
 }
 
 // Sealing.
@@ -293,7 +308,7 @@ inline constexpr unsigned char kSealVersion = 1;
 inline constexpr std::size_t kSealHeadBytes = 2 + kAesBlockBytes; // version, key bytes, initial value
 inline constexpr std::size_t kSealTagBytes = kDigestBytes<kroSHA256>;
 
-template <unsigned Bits> FixedView<Bits / 8> encryptionKey(const SealKeys<Bits> &keys) {
+template <unsigned Bits> SecretArray<Bits / 8> encryptionKey(const SealKeys<Bits> &keys) {
   return std::span(keys.bytes()).template first<Bits / 8>();
 }
 
@@ -360,9 +375,9 @@ inline bool wrap(ByteView kek, ByteView key, std::span<unsigned char> out) {
 
 /// Whether an object that says no is able to say yes: it is given what is wrapped for the purpose.
 inline bool canUnwrap(kroAESWrap &unwrap, ByteView kek) {
-  const SecretArray<kSemiblockBytes> any;
-  std::array<unsigned char, 2 * kSemiblockBytes> wrapped{};
-  SecretArray<kSemiblockBytes> out;
+  const SecretArray<2 * kSemiblockBytes> any; // RFC 3394 has no less
+  std::array<unsigned char, 3 * kSemiblockBytes> wrapped{};
+  SecretArray<2 * kSemiblockBytes> out;
   return wrap(kek, any, wrapped) && unwrap.Decrypt(out.data(), out.size(), wrapped.data(), nullptr);
 }
 
