@@ -106,9 +106,11 @@ TEST(Rc4, WithoutAProperKeyItWritesNothing) {
        {std::pair<const unsigned char *, std::uint64_t>(nullptr, 5), {kRc4Key.data(), 0}, {kRc4Key.data(), kTooLong}}) {
     rc4.SetKey(kRc4Key.data(), kRc4Key.size());
     rc4.SetKey(key, length);
-    EXPECT_EQ(keyStream(rc4, 16), Bytes(16, 0));
     kroRC4 keyed(key, length);
-    EXPECT_EQ(keyStream(keyed, 16), Bytes(16, 0));
+    Bytes untouched(16, 0xEE); // a state of zeros would copy its input
+    keyed.Transform(untouched.data(), Bytes(16).data(), 16);
+    rc4.Transform(untouched.data(), Bytes(16).data(), 16);
+    EXPECT_EQ(untouched, Bytes(16, 0xEE));
   }
   Bytes out(1, 0xEE);
   rc4.SetKey(kRc4Key.data(), kRc4Key.size());
