@@ -45,7 +45,7 @@ void writeLines() {
 void beOther(HANDLE go, HANDLE done) {
   krLogLine(1, 2, "first");
   release(done);
-  for (int round = 0; round < kRounds && WaitForSingleObject(go, 10'000) == WAIT_OBJECT_0; ++round) {
+  for (int round = 0; round < kRounds && WaitForSingleObject(go, 60'000) == WAIT_OBJECT_0; ++round) {
     writeLines();
     release(done);
   }
@@ -76,14 +76,14 @@ TEST(Log, LosesNoLineWhenTwoProcessesRotateIt) {
   const LogHome home;
   const SmallLimit limit;
   startOther("Log.LosesNoLineWhenTwoProcessesRotateIt");
-  ASSERT_EQ(WaitForSingleObject(done, 10'000), WAIT_OBJECT_0);
+  ASSERT_EQ(WaitForSingleObject(done, 60'000), WAIT_OBJECT_0);
   krLogLine(1, 2, "first");
   for (int round = 0; round < kRounds; ++round) {
     std::filesystem::remove(home.old);
     put(home.file, std::string(kMiB, 'x') + "\n");
     release(go);
     writeLines();
-    ASSERT_EQ(WaitForSingleObject(done, 10'000), WAIT_OBJECT_0);
+    ASSERT_EQ(WaitForSingleObject(done, 60'000), WAIT_OBJECT_0);
     EXPECT_EQ(linesOf(home.old).size() + linesOf(home.file).size(), 1U + 2 * kLines);
   }
 }
