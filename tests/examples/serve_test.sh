@@ -36,11 +36,13 @@ for end in '\r\n' '\n'; do
     < <(printf "GET / HTTP/1.0$end$end")
 done
 
-# As many slow clients as it has threads do not keep the server from others.
+# A thousand silent clients, and some slow ones, do not keep the server from others.
+ulimit -n "$(ulimit -Hn)"
 slow=()
-for _ in $(seq 16); do
+silent=()
+for i in $(seq 1016); do
   exec {client}<>"/dev/tcp/127.0.0.1/$port"
-  slow+=("$client")
+  [ "$i" -gt 16 ] && silent+=("$client") || slow+=("$client")
 done
 (
   trap '' PIPE
@@ -50,10 +52,26 @@ done
   done
 ) 2>/dev/null &
 slow_sender=$!
+start=$SECONDS
 expect_curl ec TLSv1.3 ecdsa_sha256
+[ $((SECONDS - start)) -le 3 ] || fail "silent clients hung the server"
+[ "$(ls "/proc/$server/task" | wc -l)" -le 3 ] || fail "the server has more than its threads"
+for _ in $(seq 110); do
+  ! grep -q 'not done within' server.log || break
+  sleep 0.1
+done
 kill "$slow_sender"
-for client in "${slow[@]}"; do exec {client}>&-; done
+for client in "${slow[@]}" "${silent[@]}"; do exec {client}>&-; done
 grep -Eq 'handshake failed: not done within 10 s \(client 127\.0\.0\.1:[0-9]+\)' server.log || fail "no word of the slow clients"
+stop_server
+
+# Mutual TLS, on two threads; clients without a certificate are refused.
+start_server ec --client-ca rsa.pem --threads 2
+for protocol in tls1_2 tls1_3; do
+  expect_handshake 'TLSv1.[23]' ECDSA SHA256 openssl11 ec -$protocol -cert rsa.pem -key rsa.key
+  s_client openssl11 ec -$protocol >/dev/null 2>&1 || true
+done
+[ "$(grep -c 'peer did not return a certificate' server.log)" -eq 2 ] || fail "clients without a certificate are served"
 stop_server
 
 # Many at once, each with its own key object.
