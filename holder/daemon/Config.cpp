@@ -5,13 +5,12 @@
 
 #include <toml++/toml.h>
 
+#include <algorithm>
 #include <array>
-#include <functional>
 #include <grp.h>
 #include <limits>
 #include <pwd.h>
 #include <sstream>
-#include <vector>
 
 namespace krHolder {
 
@@ -21,11 +20,15 @@ template <class Value> struct Word {
   std::string_view word;
   Value value;
 };
-constexpr std::array kSchemes{Word{"pkcs1", Scheme::pkcs1}, Word{"pss", Scheme::pss}, Word{"ecdsa", Scheme::ecdsa}};
-constexpr std::array kDigests{Word{"md5-sha1", Digest::md5Sha1}, Word{"sha1", Digest::sha1},
-                              Word{"sha224", Digest::sha224},    Word{"sha256", Digest::sha256},
-                              Word{"sha384", Digest::sha384},    Word{"sha512", Digest::sha512}};
-constexpr std::array kUses{Word{"tls", Use::tls}, Word{"everything", Use::everything}};
+constexpr std::array<Word<Scheme>, 3> kSchemes{
+    {{"pkcs1", Scheme::pkcs1}, {"pss", Scheme::pss}, {"ecdsa", Scheme::ecdsa}}};
+constexpr std::array<Word<Digest>, 6> kDigests{{{"md5-sha1", Digest::md5Sha1},
+                                                {"sha1", Digest::sha1},
+                                                {"sha224", Digest::sha224},
+                                                {"sha256", Digest::sha256},
+                                                {"sha384", Digest::sha384},
+                                                {"sha512", Digest::sha512}}};
+constexpr std::array<Word<Use>, 2> kUses{{{"tls", Use::tls}, {"everything", Use::everything}}};
 
 // An error at a place of the file.
 [[noreturn]] void fail(const toml::source_region &place, std::string_view what) {
@@ -111,19 +114,23 @@ template <class Value, class Words> std::set<Value> wordsOf(const Words &words, 
 }
 
 // What a table may have, and what is done with it.
-template <class Target> using Setters = std::map<std::string_view, void (*)(Target &, const toml::node &)>;
+template <class Target> struct Setter {
+  std::string_view word;
+  void (*set)(Target &, const toml::node &);
+};
 
-template <class Target> void read(const toml::table &table, const Setters<Target> &setters, Target &target) {
+template <class Target, std::size_t Count>
+void read(const toml::table &table, const std::array<Setter<Target>, Count> &setters, Target &target) {
   for (const auto &[key, node] : table) {
-    const auto setter = setters.find(key.str());
+    const auto setter = std::ranges::find(setters, key.str(), &Setter<Target>::word);
     if (setter == setters.end()) {
       fail(key.source(), "\"" + std::string(key.str()) + "\" is not known here");
     }
-    setter->second(target, node);
+    setter->set(target, node);
   }
 }
 
-const Setters<KeyConfig> kKeySetters{
+constexpr std::array<Setter<KeyConfig>, 10> kKeySetters{{
     {"file", [](auto &key, const auto &node) { key.file = textOf(node); }},
     {"passphrase_file", [](auto &key, const auto &node) { key.passphraseFile = textOf(node); }},
     {"users", [](auto &key, const auto &node) { key.policy.users = idsOf<uid_t>(node, "user", getpwnam); }},
@@ -135,7 +142,7 @@ const Setters<KeyConfig> kKeySetters{
     {"raw", [](auto &key, const auto &node) { key.policy.raw = truthOf(node); }},
     {"per_second",
      [](auto &key, const auto &node) { key.perSecond = static_cast<double>(numberOf(node, 1, 1'000'000)); }},
-};
+}};
 
 KeyConfig readKey(const toml::node &node) {
   const auto *const table = node.as_table();
@@ -166,13 +173,13 @@ void readKeys(Config &config, const toml::node &node) {
   }
 }
 
-const Setters<Config> kSetters{
+constexpr std::array<Setter<Config>, 4> kSetters{{
     {"socket", [](auto &config, const auto &node) { config.socket = textOf(node); }},
     {"metrics", [](auto &config, const auto &node) { config.metrics = textOf(node); }},
     {"connections",
      [](auto &config, const auto &node) { config.connections = static_cast<std::size_t>(numberOf(node, 1, 10'000)); }},
     {"keys", readKeys},
-};
+}};
 
 } // namespace
 

@@ -26,7 +26,7 @@ constexpr std::size_t kLongestFileBytes = 65536;
 // A secret file's content, in memory that is wiped.
 Bytes contentOf(const std::string &file) {
   struct Close {
-    void operator()(std::FILE *in) const { std::fclose(in); }
+    void operator()(std::FILE *in) const { static_cast<void>(std::fclose(in)); } // nothing was written
   };
   const std::unique_ptr<std::FILE, Close> in(std::fopen(file.c_str(), "rbe"));
   struct stat status {};
@@ -36,7 +36,9 @@ Bytes contentOf(const std::string &file) {
   if ((status.st_mode & S_IRWXO) != 0) {
     fail(file, "others than its owner and group may use it");
   }
-  std::setvbuf(in.get(), nullptr, _IONBF, 0); // no copy in a buffer of stdio's
+  if (std::setvbuf(in.get(), nullptr, _IONBF, 0) != 0) { // no copy in a buffer of stdio's
+    failOn(file);
+  }
   Bytes content(kLongestFileBytes);
   content.resize(std::fread(content.data(), 1, content.size(), in.get()));
   if (std::ferror(in.get()) != 0) {

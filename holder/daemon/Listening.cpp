@@ -24,8 +24,8 @@ constexpr int kBacklog = 1024;   // handshakes that wait while the holder starts
 }
 
 bool isPassed() {
-  const char *const process = std::getenv("LISTEN_PID");
-  const char *const count = std::getenv("LISTEN_FDS");
+  const char *const process = std::getenv("LISTEN_PID"); // NOLINT(concurrency-mt-unsafe): there is one thread so far
+  const char *const count = std::getenv("LISTEN_FDS");   // NOLINT(concurrency-mt-unsafe): the same
   return process != nullptr && count != nullptr && std::to_string(getpid()) == process && std::strcmp(count, "1") == 0;
 }
 

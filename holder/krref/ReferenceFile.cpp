@@ -23,7 +23,9 @@ template <class Byte> using Block = std::unique_ptr<Byte, FreeBlock>;
 }
 
 struct Close {
-  void operator()(std::FILE *stream) const { std::fclose(stream); }
+  void operator()(std::FILE *stream) const {
+    static_cast<void>(std::fclose(stream));
+  } // what is written is closed below
 };
 using Stream = std::unique_ptr<std::FILE, Close>;
 

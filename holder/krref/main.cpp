@@ -26,7 +26,7 @@ constexpr int kWrongCommandLine = 2;
 using Words = std::vector<std::string>;
 
 ClientOptions optionsFor(const std::string &socket) {
-  const char *const fromEnvironment = std::getenv("KRHOLDER_SOCKET");
+  const char *const fromEnvironment = std::getenv("KRHOLDER_SOCKET"); // NOLINT(concurrency-mt-unsafe): one thread
   ClientOptions options;
   if (!socket.empty()) {
     options.socket = socket;
