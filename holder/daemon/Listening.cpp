@@ -56,7 +56,12 @@ void removeStale(const std::string &path, const sockaddr_un &address) {
 
 Descriptor listeningSocket(const std::string &path) {
   if (isPassed()) {
-    fcntl(kPassedSocket, F_SETFD, FD_CLOEXEC);
+    int listens = 0;
+    socklen_t bytes = sizeof listens;
+    if (getsockopt(kPassedSocket, SOL_SOCKET, SO_ACCEPTCONN, &listens, &bytes) != 0 || listens == 0 ||
+        fcntl(kPassedSocket, F_SETFD, FD_CLOEXEC) != 0) {
+      throw Unusable("the service manager passed no socket that listens");
+    }
     return Descriptor(kPassedSocket);
   }
   const sockaddr_un address = addressOf(path);

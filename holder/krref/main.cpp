@@ -17,9 +17,9 @@ namespace {
 constexpr std::string_view kUsage =
     "usage: krref make [--socket PATH] NAME FILE   writes a reference to the holder's key NAME\n"
     "       krref show FILE                        what stands in a reference\n"
-    "       krref check FILE                       asks the holder, compares the key, has it sign\n\n"
+    "       krref check [--socket PATH] FILE       asks the holder, compares the key, has it sign\n\n"
     "The socket is --socket's, else the reference's, else KRHOLDER_SOCKET's, else /run/krholder/socket.\n"
-    "With --socket the reference names the socket. The answer is 0; 1 for what is not good; 2 for a wrong command "
+    "A reference that is made with --socket names it. The answer is 0; 1 for what is not good; 2 for a wrong command "
     "line.\n";
 constexpr int kWrongCommandLine = 2;
 
@@ -63,8 +63,8 @@ int show(const std::string & /*socket*/, const Words &words) {
 int check(const std::string &socket, const Words &words) {
   const Reference reference = readReferenceFile(words[0]);
   Client holder(optionsFor(socket.empty() ? reference.socket : socket));
-  std::cout << words[0] << ": good: " << holder.options().socket << " signed " << testSignature(holder, reference)
-            << '\n';
+  const std::string what = testSignature(holder, reference);
+  std::cout << words[0] << ": good: " << holder.options().socket << " signed " << what << '\n';
   return EXIT_SUCCESS;
 }
 
@@ -80,7 +80,7 @@ int run(Words words) {
   const std::string name = words.empty() ? "" : words[0];
   words.erase(words.begin(), words.begin() + (words.empty() ? 0 : 1));
   std::string socket;
-  if (words.size() > 2 && words[0] == "--socket") {
+  if (words.size() > 2 && words[0] == "--socket" && name != "show") {
     socket = words[1];
     words.erase(words.begin(), words.begin() + 2);
   }

@@ -2,7 +2,7 @@
 # krholder and krref: keys of each kind are found, shown and sign; what a policy, a reload, a death or a bad line does.
 # usage: holder_test.sh KRHOLDER KRREF OPENSSL
 set -euo pipefail
-krholder=$1 krref=$2 openssl=$3
+krholder=$1 krref=$2 openssl=$3 here=$(cd "$(dirname "$0")" && pwd)
 work=$(mktemp -d)
 trap 'kill $(jobs -p) 2>/dev/null || true; rm -rf "$work"' EXIT
 cd "$work"
@@ -104,3 +104,14 @@ kill -TERM $holder
 wait $holder || fail "ends with $?"
 grep -q 'krholder_operations_total{key="rsa",operation="sign",outcome="ok"} 1' metrics || fail "$(cat metrics)"
 grep -q "event=sign key=rsa uid=$(id -u) pid=[0-9]* outcome=ok" log || fail "the log"
+
+# Killed again and again on a socket that stays: nobody notices.
+"$here/kept_socket.py" "$work/kept" "$krholder" config >kills 2>>log &
+keeper=$!
+until [ -S kept ]; do sleep 0.05; done
+for _ in $(seq 300); do
+  says 0 good "$krref" check --socket "$work/kept" rsa.ref
+done
+touch done
+wait $keeper
+[ "$(cat kills)" -ge 3 ] || fail "killed $(cat kills) times"
