@@ -120,7 +120,8 @@ void explain(const Provider &provider) noexcept {
   } catch (const Failure &failure) {
     provider.raise(failure.reason(), failure.what());
   } catch (const krHolder::Unreachable &unreachable) {
-    provider.raise(reasonOf(unreachable.error()), unreachable.what());
+    provider.raise(reasonOf(unreachable.error()),
+                   unreachable.what() + krHolder::kUnreachable.size()); // the reason says it
   } catch (const Raised &) {
     return;
   } catch (const std::bad_alloc &) {

@@ -37,12 +37,29 @@ krHolder::Reference readReference(krHolder::View der) {
   }
 }
 
+// Whether the next block of a PEM file has our label, the rest of it being damaged.
+bool isOursDamaged(BIO *input) noexcept {
+  constexpr std::string_view kBegin = "-----BEGIN ";
+  char line[256];
+  while (BIO_gets(input, line, sizeof line) > 0) {
+    const std::string_view text = line;
+    if (text.starts_with(kBegin)) {
+      return text.substr(kBegin.size()).starts_with(krHolder::kReferenceLabel);
+    }
+  }
+  return false;
+}
+
 // One block of a PEM file; wiped, for it may be anybody's private key.
 class Block {
 public:
-  explicit Block(BIO *input) noexcept {
+  explicit Block(BIO *input) {
     const ErrorMark mark;
-    PEM_read_bio(input, &label_, &header_, &data_, &length_);
+    const auto start = BIO_tell(input);
+    if (PEM_read_bio(input, &label_, &header_, &data_, &length_) != 1 && BIO_seek(input, start) >= 0 &&
+        isOursDamaged(input)) {
+      throw Failure(Reason::reference, "its base64 is damaged");
+    }
   }
   ~Block() {
     OPENSSL_free(label_);

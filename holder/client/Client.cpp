@@ -16,7 +16,7 @@ namespace {
 constexpr std::chrono::milliseconds kRest{250};
 
 [[noreturn]] void fail(const std::string &socket, const std::string &why, int error) {
-  throw Unreachable("key holder unreachable: " + socket + ": " + why, error);
+  throw Unreachable(std::string(kUnreachable) + socket + ": " + why, error);
 }
 
 // Connecting waits as long as sending may: a holder that starts anew finds its callers in the queue.

@@ -7,8 +7,12 @@
 #include <atomic>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace krHolder {
+
+/// How the texts of Unreachable begin.
+inline constexpr std::string_view kUnreachable = "key holder unreachable: ";
 
 /// No answer came. Its text says why, for people: "key holder unreachable: /run/krholder/socket: No such file or
 /// directory"; its error is errno, ETIMEDOUT when the answer did not come in time, ECONNRESET when the holder closed
