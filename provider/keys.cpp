@@ -4,9 +4,14 @@
 #include <openssl/core_names.h>
 #include <openssl/params.h>
 
+#include <new>
+
 namespace krProvider {
 
 namespace {
+
+// Stays empty, without an import; without it libcrypto would say "malloc failure" where it compares keys by trying one.
+void *newKey(void * /*provider*/) noexcept { return new (std::nothrow) Share(); }
 
 // The decoders' reference is the place of a share, which is taken out.
 void *load(const void *reference, std::size_t size) noexcept {
@@ -24,7 +29,7 @@ void *duplicate(const void *keyData, int /*selection*/) noexcept {
 }
 
 // As if the private key were here: it can be used.
-int has(const void * /*keyData*/, int /*selection*/) noexcept { return 1; }
+int has(const void *keyData, int /*selection*/) noexcept { return shareOf(keyData) != nullptr; }
 
 int match(const void *one, const void *other, int selection) noexcept {
   const EVP_PKEY *first = shareOf(one)->publicKey();
@@ -75,10 +80,11 @@ const OSSL_PARAM *ecExportTypes(int /*selection*/) noexcept {
 }
 
 // No import: another provider's key stays where it is.
-using Table = std::array<OSSL_DISPATCH, 11>;
+using Table = std::array<OSSL_DISPATCH, 12>;
 Table table(OSSL_FUNC_keymgmt_export_types_fn *exportTypes,
             OSSL_FUNC_keymgmt_query_operation_name_fn *operationName) noexcept {
-  return {row<OSSL_FUNC_keymgmt_load_fn>(OSSL_FUNC_KEYMGMT_LOAD, load),
+  return {row<OSSL_FUNC_keymgmt_new_fn>(OSSL_FUNC_KEYMGMT_NEW, newKey),
+          row<OSSL_FUNC_keymgmt_load_fn>(OSSL_FUNC_KEYMGMT_LOAD, load),
           row<OSSL_FUNC_keymgmt_free_fn>(OSSL_FUNC_KEYMGMT_FREE, release),
           row<OSSL_FUNC_keymgmt_dup_fn>(OSSL_FUNC_KEYMGMT_DUP, duplicate),
           row<OSSL_FUNC_keymgmt_has_fn>(OSSL_FUNC_KEYMGMT_HAS, has),
