@@ -1,6 +1,8 @@
 // The public side of an operation, and the digests.
 #include "Shadow.h"
 
+#include <strings.h>
+
 namespace krProvider {
 
 Shadow::Shadow(const Key &key, const char *properties, Start *start, const OSSL_PARAM params[])
@@ -17,20 +19,22 @@ Shadow::Shadow(const Shadow &other) : context_(EVP_PKEY_CTX_dup(other.get())) {
   }
 }
 
-NamedDigest digestNamed(const Key &key, const char *name, const char *properties) {
-  static constexpr struct {
-    const char *name;
-    krHolder::Digest code;
-  } kDigests[] = {
-      {"SHA256", krHolder::Digest::sha256},    {"SHA384", krHolder::Digest::sha384},
-      {"SHA512", krHolder::Digest::sha512},    {"SHA1", krHolder::Digest::sha1},
-      {"MD5-SHA1", krHolder::Digest::md5Sha1}, {"SHA224", krHolder::Digest::sha224},
+const Digest &digestNamed(const Key &key, const char *name, const char *properties) {
+  static constexpr Digest kDigests[] = {
+      {"SHA256", krHolder::Digest::sha256, 32},    {"SHA384", krHolder::Digest::sha384, 48},
+      {"SHA512", krHolder::Digest::sha512, 64},    {"SHA1", krHolder::Digest::sha1, 20},
+      {"MD5-SHA1", krHolder::Digest::md5Sha1, 36}, {"SHA224", krHolder::Digest::sha224, 28},
   };
-  DigestPtr digest(*name != '\0' ? EVP_MD_fetch(key.provider().library(), name, properties) : nullptr);
-  for (const auto &known : kDigests) {
+  for (const Digest &known : kDigests) {
+    if (strcasecmp(name, known.name) == 0) {
+      return known;
+    }
+  }
+  // By another of its names: the providers know them all.
+  const DigestPtr digest(*name != '\0' ? EVP_MD_fetch(key.provider().library(), name, properties) : nullptr);
+  for (const Digest &known : kDigests) {
     if (EVP_MD_is_a(digest.get(), known.name) == 1) {
-      const auto bytes = static_cast<std::size_t>(EVP_MD_get_size(digest.get()));
-      return {known.code, bytes, std::move(digest)};
+      return known;
     }
   }
   throw Failure(Reason::unsupportedDigest, *name != '\0' ? name : "none is set");

@@ -28,14 +28,14 @@ private:
   KeyContextPtr context_;
 };
 
-/// A digest as the program names it.
-struct NamedDigest {
+struct Digest {
+  const char *name;
   krHolder::Digest code;
   std::size_t bytes;
-  DigestPtr digest;
 };
 
-/// @throws Failure when no holder signs it, or the program's providers do not have it
-NamedDigest digestNamed(const Key &key, const char *name, const char *properties);
+/// A digest that the program names, among those that holders sign.
+/// @throws Failure when it is none of them, or the program's providers do not have it
+const Digest &digestNamed(const Key &key, const char *name, const char *properties);
 
 } // namespace krProvider

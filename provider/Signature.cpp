@@ -117,9 +117,9 @@ void Signature::update(krHolder::View data) {
 }
 
 void Signature::startHash() {
-  const NamedDigest named = digestNamed(*key_, Wishes(*shadow_).digest, properties());
+  const DigestPtr digest(EVP_MD_fetch(provider_.library(), Wishes(*shadow_).digest, properties()));
   DigestContextPtr hash(EVP_MD_CTX_new());
-  done(EVP_DigestInit_ex2(hash.get(), named.digest.get(), nullptr));
+  done(EVP_DigestInit_ex2(hash.get(), digest.get(), nullptr));
   done(EVP_DigestUpdate(hash.get(), message_.data(), message_.size()));
   hash_ = std::move(hash);
   message_.clear();
@@ -146,19 +146,23 @@ krHolder::Bytes Signature::signDigest(krHolder::View digest, std::size_t room) c
 krHolder::Bytes Signature::ask(krHolder::Form form, krHolder::Bytes data, std::size_t room) const {
   const Wishes wishes(*shadow_);
   const bool byLength = key_->kind() == Kind::ec && form == krHolder::Form::digest && *wishes.digest == '\0';
-  const NamedDigest named = digestNamed(*key_, byLength ? nameByLength(data.size()) : wishes.digest, properties());
-  if (form == krHolder::Form::digest && data.size() != named.bytes) {
+  const Digest &digest = digestNamed(*key_, byLength ? nameByLength(data.size()) : wishes.digest, properties());
+  if (form == krHolder::Form::digest && data.size() != digest.bytes) {
     throw Failure(Reason::digestLength);
   }
-  krHolder::Sign sign{krHolder::Scheme::pkcs1, named.code, krHolder::Digest::none, 0, form, std::move(data)};
+  krHolder::Sign sign{krHolder::Scheme::pkcs1, digest.code, krHolder::Digest::none, 0, form, std::move(data)};
   if (key_->kind() == Kind::ec) {
     sign.scheme = krHolder::Scheme::ecdsa;
   } else if (wishes.padding == RSA_PKCS1_PSS_PADDING) {
-    describePss(sign, named.bytes, *wishes.mask != '\0' ? wishes.mask : wishes.digest, wishes.salt);
+    describePss(sign, digest.bytes, *wishes.mask != '\0' ? wishes.mask : wishes.digest, wishes.salt);
   } else if (wishes.padding != RSA_PKCS1_PADDING) {
     throw Failure(Reason::unsupportedPadding);
   }
-  return key_->ask(krHolder::Operation::sign, std::move(sign), room);
+  krHolder::Bytes signature = key_->ask(krHolder::Operation::sign, std::move(sign), room);
+  if (signature.empty() || (key_->kind() != Kind::ec && signature.size() != key_->maxBytes())) {
+    throw Failure(Reason::answer);
+  }
+  return signature;
 }
 
 void Signature::describePss(krHolder::Sign &sign, std::size_t digestBytes, const char *maskDigest, int saltRule) const {
