@@ -61,7 +61,11 @@ Provider::Provider(const OSSL_CORE_HANDLE *handle, const OSSL_DISPATCH *in) noex
 }
 
 void Provider::start(const OSSL_DISPATCH *in) {
-  readSettings();
+  try {
+    readSettings();
+  } catch (const Failure &bad) {
+    badSetting_ = bad.what();
+  }
   library_.reset(OSSL_LIB_CTX_new_child(handle_, in));
   if (!library_) {
     throw Raised();
@@ -91,6 +95,9 @@ void Provider::readSettings() {
 }
 
 std::shared_ptr<krHolder::Client> Provider::client(const std::string &socket) {
+  if (!badSetting_.empty()) {
+    throw Failure(Reason::setting, badSetting_);
+  }
   const std::string &path = socket.empty() ? settings_.socket : socket;
   const std::lock_guard lock(mutex_);
   auto &client = clients_[path];

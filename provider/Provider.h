@@ -24,7 +24,8 @@ public:
   /// Takes what libcrypto gives; nothing of it can fail.
   Provider(const OSSL_CORE_HANDLE *handle, const OSSL_DISPATCH *in) noexcept;
 
-  /// @throws Failure for a bad setting, Raised, std::bad_alloc
+  /// A bad setting is told where a key is read: that the provider is not loaded no program would tell.
+  /// @throws Raised, std::bad_alloc
   void start(const OSSL_DISPATCH *in);
 
   const Settings &settings() const noexcept { return settings_; }
@@ -34,6 +35,7 @@ public:
 
   /// The keys of one holder share their connections.
   /// @param socket  empty: as the settings have it
+  /// @throws Failure for a bad setting, std::bad_alloc
   std::shared_ptr<krHolder::Client> client(const std::string &socket);
 
   /// Adds an error to libcrypto's queue.
@@ -48,6 +50,7 @@ private:
   OSSL_FUNC_core_new_error_fn *newError_ = nullptr;
   OSSL_FUNC_core_vset_error_fn *vsetError_ = nullptr;
   Settings settings_;
+  std::string badSetting_; // what is wrong, or empty
   LibraryPtr library_;
   std::mutex mutex_;
   std::map<std::string, std::shared_ptr<krHolder::Client>> clients_;

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# krprovider.so: the system's OpenSSL 3, nginx and curl use keys that a holder has; what is wrong stands in their errors.
+# krprovider.so: the system's OpenSSL 3, nginx and curl use keys that a holder has; their errors say what is wrong.
 # usage: provider_test.sh KRHOLDER KRREF KRPROVIDER
 set -euo pipefail
 krholder=$1 krref=$2 module=$3
@@ -30,10 +30,11 @@ printf '%s\n' 'openssl_conf = init' '[init]' 'providers = providers' '[providers
 echo "socket = \"$work/socket\"" >config
 for row in 'rsa RSA rsa_keygen_bits:2048' 'pss RSA-PSS rsa_keygen_bits:2048' 'ec EC ec_paramgen_curve:P-256'; do
   read -r key algorithm option <<<"$row"
-  openssl genpkey -quiet -algorithm "$algorithm" -pkeyopt "$option" -out $key.pem
-  openssl pkey -in $key.pem -pubout -out $key.pub
-  openssl req -x509 -key $key.pem -subj /CN=localhost -addext subjectAltName=DNS:$key -out $key.crt
-  printf '[keys.%s]\nfile = "%s.pem"\nusers = [%s]\nuse = "everything"\ndecrypt = true\n' $key $key "$(id -u)" >>config
+  openssl genpkey -quiet -algorithm "$algorithm" -pkeyopt "$option" -out "$key.pem"
+  openssl pkey -in "$key.pem" -pubout -out "$key.pub"
+  openssl req -x509 -key "$key.pem" -subj /CN=localhost -addext "subjectAltName=DNS:$key" -out "$key.crt"
+  printf '[keys.%s]\nfile = "%s.pem"\nusers = [%s]\nuse = "everything"\ndecrypt = true\n' \
+    "$key" "$key" "$(id -u)" >>config
 done
 cat ./*.crt >all.crt
 start
@@ -62,6 +63,7 @@ rsa|ok|openssl pkeyutl -decrypt -inkey rsa.ref -in oaep -pkeyopt rsa_padding_mod
 rsa|a digest that no key holder signs|openssl pkeyutl -sign -inkey rsa.ref -in digest
 rsa pss ec|key holder refused|openssl dgst -sha224 -sign KEY.ref small
 torn|bad key reference::-1:its base64 is damaged|openssl pkey -in KEY.ref -pubout
+ec|bad setting of the key holder's provider::-1:the socket|KRHOLDER_SOCKET=x openssl pkey -in KEY.ref -pubout
 off-curve|bad key reference::-1:its public key is damaged|openssl pkey -in KEY.ref -pubout
 ROWS
 
