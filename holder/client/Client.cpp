@@ -15,8 +15,8 @@ namespace {
 // How long a holder that did not answer is left alone.
 constexpr std::chrono::milliseconds kRest{250};
 
-[[noreturn]] void fail(const std::string &socket, const std::string &why) {
-  throw Unreachable("key holder unreachable: " + socket + ": " + why);
+[[noreturn]] void fail(const std::string &socket, const std::string &why, int error) {
+  throw Unreachable(std::string(kUnreachable) + socket + ": " + why, error);
 }
 
 // Connecting waits as long as sending may: a holder that starts anew finds its callers in the queue.
@@ -31,16 +31,16 @@ void limitWaiting(const Descriptor &socket, Clock::duration left) {
 // A refusal of whatever comes over this connection.
 bool isOfConnection(const Answer &answer) { return answer.id == 0 && answer.status != Status::ok; }
 
-const char *textOf(Outcome outcome) {
+[[noreturn]] void fail(const std::string &socket, Outcome outcome, int error) {
   switch (outcome) {
   case Outcome::timedOut:
-    return "no answer in time";
+    fail(socket, "no answer in time", ETIMEDOUT);
   case Outcome::malformed:
-    return "the answer is none of a key holder's";
+    fail(socket, "the answer is none of a key holder's", EPROTO);
   case Outcome::closed:
-    return "it closed the connection";
+    fail(socket, "it closed the connection", ECONNRESET);
   default:
-    return "the connection failed";
+    fail(socket, error != 0 ? std::generic_category().message(error) : "the connection failed", error);
   }
 }
 
@@ -62,7 +62,7 @@ Answer Client::ask(Request request) {
   const bool hangs = made.outcome == Outcome::timedOut;
   hungUntil_ = hangs ? (Clock::now() + kRest).time_since_epoch().count() : 0;
   if (made.outcome != Outcome::done) {
-    fail(options_.socket, made.error != 0 ? std::generic_category().message(made.error) : textOf(made.outcome));
+    fail(options_.socket, made.outcome, made.error);
   }
   return std::move(made.answer);
 }
@@ -75,7 +75,7 @@ void Client::awaitTurn(Clock::time_point now) {
   }
   const Clock::rep next = (now + options_.patience).time_since_epoch().count();
   if (now.time_since_epoch().count() < until || !hungUntil_.compare_exchange_strong(until, next)) {
-    fail(options_.socket, "it did not answer others in time");
+    fail(options_.socket, "it did not answer others in time", ETIMEDOUT);
   }
 }
 

@@ -7,14 +7,23 @@
 #include <atomic>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace krHolder {
 
+/// How the texts of Unreachable begin.
+inline constexpr std::string_view kUnreachable = "key holder unreachable: ";
+
 /// No answer came. Its text says why, for people: "key holder unreachable: /run/krholder/socket: No such file or
-/// directory".
+/// directory"; its error is errno, ETIMEDOUT when the answer did not come in time, ECONNRESET when the holder closed
+/// the connection, EPROTO when the answer was none of a holder's.
 class Unreachable : public std::runtime_error {
 public:
-  using std::runtime_error::runtime_error;
+  Unreachable(const std::string &text, int error) : std::runtime_error(text), error_(error) {}
+  int error() const noexcept { return error_; }
+
+private:
+  int error_;
 };
 
 struct ClientOptions {

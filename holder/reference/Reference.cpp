@@ -5,7 +5,6 @@
 #include "wire/Message.h"
 
 #include <algorithm>
-#include <string_view>
 
 namespace krHolder {
 
@@ -82,11 +81,6 @@ private:
   View rest_;
 };
 
-bool isSocket(std::string_view path) {
-  const auto control = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; };
-  return path.starts_with('/') && path.size() <= kMaxSocketBytes && std::ranges::none_of(path, control);
-}
-
 void check(const Reference &reference) {
   if (!reference.name.empty() && !isName(reference.name)) {
     throw BadReference("its name is none that a key can have");
@@ -97,6 +91,11 @@ void check(const Reference &reference) {
 }
 
 } // namespace
+
+bool isSocket(std::string_view path) {
+  const auto control = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; };
+  return path.starts_with('/') && path.size() <= kMaxSocketBytes && std::ranges::none_of(path, control);
+}
 
 Bytes encode(const Reference &reference) {
   check(reference);

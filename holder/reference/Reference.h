@@ -6,6 +6,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace krHolder {
 
@@ -31,5 +32,8 @@ Bytes encode(const Reference &reference);
 /// The public key is looked at no further than that it is a SEQUENCE.
 /// @throws BadReference
 Reference decodeReference(View der);
+
+/// Whether a path is one that a holder's socket can have: absolute, at most 107 bytes, no control characters.
+bool isSocket(std::string_view path);
 
 } // namespace krHolder
