@@ -5,6 +5,7 @@
 
 #include "fips/DelegatedSign.h"
 
+#include <krOpenSSL/krDelegate.hpp>
 #include <krOpenSSL/krFips.h>
 #include <krOpenSSL/krLifecycle.h>
 
@@ -123,6 +124,37 @@ TEST(FipsKeys, TlsHandshakesSucceedWithThePublicHalfOnly) {
   expectDelegated(TLS1_3_VERSION, "ALL", Kind::p256, true);
   expectDelegated(TLS1_VERSION, "ECDHE-RSA-AES128-SHA", Kind::rsa, true); // MD5 and SHA-1
   expectDelegated(TLS1_3_VERSION, "ALL", Kind::rsa, false);               // PSS
+}
+
+TEST(FipsKeys, OfRsaSignWithPssOverMutualTlsBesideSoftwareKeys) {
+  const Fips fips;
+  const krOpenSSL::Library library;
+  const krOpenSSL::DelegatedKey key(
+      library, softwareKey(Kind::rsa),
+      {nullptr,
+       [](const krOpenSSL::PssRequest &request, std::span<unsigned char> out) {
+         const auto length = static_cast<int>(request.block.size());
+         RSA *rsa = EVP_PKEY_get0_RSA(softwareKey(Kind::rsa));
+         return static_cast<std::size_t>(
+             std::max(0, RSA_private_encrypt(length, request.block.data(), out.data(), rsa, RSA_NO_PADDING)));
+       },
+       nullptr});
+  Handshake handshake(TLS1_3_VERSION, "ALL", softwareKey(Kind::rsa));
+  X509 *certificate = SSL_CTX_get0_certificate(handshake.serverContext.get());
+  X509_STORE_add_cert(SSL_CTX_get_cert_store(handshake.serverContext.get()), certificate);
+  SSL_CTX_use_certificate(handshake.clientContext.get(), certificate);
+  SSL_CTX_set_verify(handshake.serverContext.get(), SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
+  for (SSL_CTX *context : {handshake.serverContext.get(), handshake.clientContext.get()}) {
+    key.prepare(context);
+  }
+  handshake.reconnect();
+  key.bindTo(handshake.server.get());
+  key.bindTo(handshake.client.get());
+  EXPECT_EQ(ownSignatures(), 1); // the certificate's
+  EXPECT_EQ(handshake.run(), 2);
+  EXPECT_EQ(ownSignatures(), 0);
+  EXPECT_FALSE(signDigest(wholeCopy(softwareKey(Kind::rsa)).get(), kDigest).empty());
+  EXPECT_EQ(ownSignatures(), 1);
 }
 
 TEST(FipsKeys, AreSplicedOnceAndAreOrdinaryAgainAfterwards) {

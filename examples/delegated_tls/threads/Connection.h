@@ -13,7 +13,7 @@ namespace delegated_tls {
 class Connection {
 public:
   /// The socket has to outlive it.
-  Connection(SSL_CTX *context, const Descriptor &socket);
+  Connection(krOpenSSL::SSLPtr ssl, const Descriptor &socket);
 
   /// Waits a moment for the client to take what was sent.
   ~Connection();

@@ -1,8 +1,8 @@
 // A connection that does not block: each step is tried again once the socket is ready, until the deadline.
-#include "Connection.h"
+#include "threads/Connection.h"
 
 #include "Failure.h"
-#include "Tls.h"
+#include "Service.h"
 
 #include <openssl/err.h>
 
@@ -14,10 +14,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::seconds kTime{10};
-constexpr std::chrono::seconds kFinishTime{2};
-constexpr std::size_t kMaxRequestBytes = 8192;
-
 bool isWaiting(int error) { return error == SSL_ERROR_WANT_READ || error == SSL_ERROR_WANT_WRITE; }
 
 void requireDone(const std::string &what, int error) {
@@ -25,7 +21,7 @@ void requireDone(const std::string &what, int error) {
     return;
   }
   if (isWaiting(error)) {
-    throw Failure(what + ": not done within " + std::to_string(kTime.count()) + " s");
+    throw Failure(what + ": not done within " + std::to_string(kConnectionTime.count()) + " s");
   }
   if (error == SSL_ERROR_SYSCALL && ERR_peek_error() == 0) {
     throw Failure(what + ": the client ended the connection");
@@ -33,15 +29,11 @@ void requireDone(const std::string &what, int error) {
   throw opensslFailure(what);
 }
 
-// RFC 9112, 2.2: a line may end in a line feed alone.
-bool endsInEmptyLine(const std::string &request) {
-  return request.find("\n\r\n") != std::string::npos || request.find("\n\n") != std::string::npos;
-}
-
 } // namespace
 
-Connection::Connection(SSL_CTX *context, const Descriptor &socket)
-    : socket_(socket), deadline_(Clock::now() + kTime), ssl_(makeConnection(context, socket)) {
+Connection::Connection(krOpenSSL::SSLPtr ssl, const Descriptor &socket)
+    : socket_(socket), deadline_(Clock::now() + kConnectionTime), ssl_(std::move(ssl)) {
+  checked(SSL_set_fd(ssl_.get(), socket.get()), "no TLS connection could be made");
   setNonBlocking(socket);
 }
 
@@ -66,7 +58,7 @@ void Connection::shakeHands() {
 std::string Connection::readRequest() {
   std::string request;
   std::array<char, 1024> part{};
-  while (request.size() < kMaxRequestBytes && !endsInEmptyLine(request)) {
+  while (request.size() < kMostRequestBytes && !Service::isWhole(request)) {
     std::size_t got = 0;
     const int error = complete([&] { return SSL_read_ex(ssl(), part.data(), part.size(), &got); });
     if (error == SSL_ERROR_ZERO_RETURN || isWaiting(error)) {
