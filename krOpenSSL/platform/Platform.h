@@ -13,14 +13,16 @@ bool systemRandom(unsigned char *buffer, std::uint32_t length) noexcept;
 /// Has @p before run in the thread that forks, ahead of every fork of this process from now on, and
 /// @p after once it is done, in the same thread and in the child. Call it once for a pair.
 ///
-/// @return false when the system could not arrange it; true at once where processes do not fork
+/// posix/ only, where processes fork.
+///
+/// @return false when the system could not arrange it
 bool holdAcrossForks(void (*before)(), void (*after)()) noexcept;
 
 /// The numbers of this process and of the calling thread.
 std::int64_t processId() noexcept;
 std::uint32_t threadId() noexcept;
 
-/// Has the two above ask the system again: in a child, which has other numbers than its parent.
+/// Has the two above ask the system again: in a child, which has other numbers than its parent. posix/ only.
 void forgetNumbers() noexcept;
 
 struct LocalTime {

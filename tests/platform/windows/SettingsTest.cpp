@@ -65,8 +65,8 @@ const std::string kTen("10", sizeof "10"); // with the terminator
 
 // The linker takes these for the system's.
 extern "C" {
-auto *__imp_GetACP = codePage;            // NOLINT(bugprone-reserved-identifier)
-auto *__imp_WideCharToMultiByte = narrow; // NOLINT(bugprone-reserved-identifier)
+auto *__imp_GetACP = codePage;            // NOLINT(bugprone-reserved-identifier,readability-identifier-naming)
+auto *__imp_WideCharToMultiByte = narrow; // NOLINT(bugprone-reserved-identifier,readability-identifier-naming)
 }
 
 TEST(Registry, GivesTextsOfThe32BitViewOnly) {
