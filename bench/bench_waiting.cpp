@@ -5,6 +5,7 @@
 
 #include <krOpenSSL/krAsync.hpp>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
@@ -105,6 +106,9 @@ public:
     for (std::size_t i = 0; i < count; ++i) {
       begin(i);
     }
+    for (std::size_t i = 0; i < count; ++i) { // until as many are done as began together
+      (*this)();
+    }
   }
 
   bool operator()() {
@@ -157,18 +161,23 @@ private:
   std::vector<Pair> pairs_;
 };
 
+/// Iterations are given, since in flight each trial would begin with as many handshakes more.
 void addDistance(int milliseconds) {
+  constexpr int kHandshakes = 200;
+  const int blockingHandshakes = std::clamp(kHandshakes / std::max(1, milliseconds), 5, kHandshakes / 2);
   const auto place = std::make_shared<const Place>(std::chrono::milliseconds(milliseconds));
   const std::string topic = "waiting/" + std::to_string(milliseconds) + " ms/";
   const auto blocking = [place] { return [place] { return playBlocking(*place); }; };
   const auto scene = std::make_shared<const bench::Scene>(bench::kSuites[8]);
-  bench::add(topic + "plain key", [scene] { return [scene] { return scene->play(); }; })->UseRealTime();
-  bench::add(topic + "blocking", blocking)->UseRealTime();
-  bench::add(topic + "16 threads", blocking)->Threads(16)->UseRealTime();
+  bench::add(topic + "plain key", [scene] { return [scene] { return scene->play(); }; })
+      ->Iterations(kHandshakes)
+      ->UseRealTime();
+  bench::add(topic + "blocking", blocking)->Iterations(blockingHandshakes)->UseRealTime();
+  bench::add(topic + "16 threads", blocking)->Threads(16)->Iterations(blockingHandshakes)->UseRealTime();
   for (const std::size_t count : {1U, 64U, 256U, 1000U}) {
-    bench::add(topic + std::to_string(count) + " in flight", [place, count] {
-      return Flight(place, count);
-    })->UseRealTime();
+    bench::add(topic + std::to_string(count) + " in flight", [place, count] { return Flight(place, count); })
+        ->Iterations(count == 1 ? blockingHandshakes : kHandshakes)
+        ->UseRealTime();
   }
 }
 
