@@ -161,7 +161,8 @@ private:
   std::vector<Pair> pairs_;
 };
 
-/// Iterations are given, since in flight each trial would begin with as many handshakes more.
+/// Iterations are given, since in flight each trial would begin with as many handshakes more; there they are a multiple
+/// of those, which begin and end in waves.
 void addDistance(int milliseconds) {
   constexpr int kHandshakes = 200;
   const int blockingHandshakes = std::clamp(kHandshakes / std::max(1, milliseconds), 5, kHandshakes / 2);
@@ -176,7 +177,8 @@ void addDistance(int milliseconds) {
   bench::add(topic + "16 threads", blocking)->Threads(16)->Iterations(blockingHandshakes)->UseRealTime();
   for (const std::size_t count : {1U, 64U, 256U, 1000U}) {
     bench::add(topic + std::to_string(count) + " in flight", [place, count] { return Flight(place, count); })
-        ->Iterations(count == 1 ? blockingHandshakes : kHandshakes)
+        ->Iterations(count == 1 ? blockingHandshakes
+                                : static_cast<int>(count * std::max<std::size_t>(1, kHandshakes / count)))
         ->UseRealTime();
   }
 }
