@@ -25,7 +25,7 @@ for build in "$@"; do
   builds+=("$(cd "$build" && pwd)")
 done
 cd "$root"
-mapfile -t sources < <(find include krOpenSSL holder examples tests bench fuzz \( -name '*.cpp' -o -name '*.h' -o -name '*.hpp' \) | sort)
+mapfile -t sources < <(find include krOpenSSL holder provider examples tests bench fuzz \( -name '*.cpp' -o -name '*.h' -o -name '*.hpp' \) | sort)
 
 clang-format --dry-run --Werror "${sources[@]}" || die "run clang-format -i on the files above"
 

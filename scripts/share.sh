@@ -9,7 +9,7 @@ stated=420 # per mille
 cd "$root"
 count() { find "$@" -regextype egrep -regex '.*\.(c|cpp|h|hpp|py|sh)' -exec cat {} + | grep -cvE '^[[:space:]]*(//|#|$)'; }
 tests=$(count tests fuzz)
-all=$((tests + $(count krOpenSSL include holder examples bench scripts)))
+all=$((tests + $(count krOpenSSL include holder provider examples bench scripts)))
 share=$((tests * 1000 / all))
 say "tests are $tests of $all lines: $((share / 10)).$((share % 10)) %"
 [ "$share" -le "$stated" ] || die "that is more than the $((stated / 10)).$((stated % 10)) % of $0"
