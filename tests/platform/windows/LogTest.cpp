@@ -1,11 +1,13 @@
 // The log in its real folder.
 #include "log/krCustomLogger.h"
 #include "platform/windows/LogHome.h"
+#include "platform/windows/RotationLock.h"
 
 #include <gtest/gtest.h>
 #include <windows.h>
 
 #include <functional>
+#include <thread>
 
 using namespace krTest;
 using namespace krOpenSSL::platform;
@@ -86,6 +88,20 @@ TEST(Log, LosesNoLineWhenTwoProcessesRotateIt) {
     ASSERT_EQ(WaitForSingleObject(done, 60'000), WAIT_OBJECT_0);
     EXPECT_EQ(linesOf(home.old).size() + linesOf(home.file).size(), 1U + 2 * kLines);
   }
+}
+
+TEST(Rotation, HoldsTheFolderAndItsTurn) {
+  const LogHome home;
+  const std::string folder = home.folder.string();
+  {
+    const Rotation rotation(folder.c_str());
+    EXPECT_TRUE(rotation);
+    EXPECT_FALSE(MoveFileExA(folder.c_str(), home.other.c_str(), 0));
+    std::thread([&] { EXPECT_FALSE(Rotation(folder.c_str()).isAlone()); }).join();
+  }
+  EXPECT_FALSE(Rotation(home.file.c_str()));                       // nothing stands there
+  std::thread([] { (void)takeRotationLock(0).release(); }).join(); // ends while it has the turn
+  EXPECT_TRUE(Rotation(folder.c_str()).isAlone());
 }
 
 TEST(Log, IsRotatedToAFileForEveryone) {
