@@ -13,12 +13,11 @@ namespace krProvider {
 namespace {
 
 struct Cipher {
+  explicit Cipher(const Provider &owner) : provider(owner) {}
+
   const Provider &provider;
-  std::optional<std::string> properties;
   Share key;
   std::optional<Shadow> shadow;
-
-  const char *propertyQuery() const noexcept { return properties ? properties->c_str() : nullptr; }
 };
 
 // How the program wants it deciphered, as the shadow understood the program.
@@ -50,8 +49,8 @@ void describeOaep(krHolder::Decrypt &decrypt, const Cipher &cipher, const Wishes
   const char *digest = *wishes.digest != '\0' ? wishes.digest : "SHA1"; // RFC 8017, A.2.1: the default
   const char *mask = *wishes.mask != '\0' ? wishes.mask : digest;
   decrypt.padding = krHolder::Padding::oaep;
-  decrypt.digest = digestNamed(*cipher.key, digest, cipher.propertyQuery()).code;
-  decrypt.maskDigest = digestNamed(*cipher.key, mask, cipher.propertyQuery()).code;
+  decrypt.digest = digestNamed(*cipher.key, digest, nullptr).code;
+  decrypt.maskDigest = digestNamed(*cipher.key, mask, nullptr).code;
   const krHolder::View label(static_cast<const unsigned char *>(wishes.label), wishes.labelBytes);
   if (label.size() > krHolder::kMaxMessageBytes) {
     throw Failure(Reason::unsupportedPadding, "the label is too long");
@@ -98,21 +97,21 @@ Cipher &cipherOf(void *context) noexcept { return *static_cast<Cipher *>(context
 
 void *newContext(void *provider) noexcept {
   const auto &owner = *static_cast<const Provider *>(provider);
-  return guarded(owner, [&] { return new Cipher{owner, {}, {}, {}}; });
+  return guarded(owner, [&] { return std::make_unique<Cipher>(owner).release(); });
 }
 
 void freeContext(void *context) noexcept { delete static_cast<Cipher *>(context); }
 
 void *duplicate(void *context) noexcept {
   const Cipher &original = cipherOf(context);
-  return guarded(original.provider, [&] { return new Cipher(original); });
+  return guarded(original.provider, [&] { return std::make_unique<Cipher>(original).release(); });
 }
 
 template <Shadow::Start *how> int start(void *context, void *keyData, const OSSL_PARAM params[]) noexcept {
   Cipher &cipher = cipherOf(context);
   return guarded(cipher.provider, [&] {
     cipher.key = shareOf(keyData);
-    cipher.shadow.emplace(*cipher.key, cipher.propertyQuery(), how, params);
+    cipher.shadow.emplace(*cipher.key, nullptr, how, params);
     return 1;
   });
 }

@@ -132,9 +132,10 @@ int decodeDer(Provider &provider, Kind kind, OSSL_CORE_BIO *input, OSSL_CALLBACK
   auto share = std::make_unique<Share>(std::move(key));
   Share *place = share.release();
   int type = OSSL_OBJECT_PKEY;
-  const OSSL_PARAM params[] = {
-      OSSL_PARAM_construct_int(OSSL_OBJECT_PARAM_TYPE, &type), text(OSSL_OBJECT_PARAM_DATA_TYPE, nameOf(kind)),
-      OSSL_PARAM_construct_octet_string(OSSL_OBJECT_PARAM_REFERENCE, &place, sizeof place), OSSL_PARAM_construct_end()};
+  const OSSL_PARAM params[] = {OSSL_PARAM_construct_int(OSSL_OBJECT_PARAM_TYPE, &type),
+                               text(OSSL_OBJECT_PARAM_DATA_TYPE, nameOf(kind)),
+                               OSSL_PARAM_construct_octet_string(OSSL_OBJECT_PARAM_REFERENCE, &place, sizeof(void *)),
+                               OSSL_PARAM_construct_end()};
   const int result = take(params, argument);
   delete place; // unless it was taken out
   return result;

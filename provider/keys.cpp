@@ -15,7 +15,7 @@ void *newKey(void * /*provider*/) noexcept { return new (std::nothrow) Share(); 
 
 // The decoders' reference is the place of a share, which is taken out.
 void *load(const void *reference, std::size_t size) noexcept {
-  if (size != sizeof(Share *)) {
+  if (size != sizeof(void *)) {
     return nullptr;
   }
   auto *place = static_cast<Share **>(const_cast<void *>(reference));
@@ -25,7 +25,7 @@ void *load(const void *reference, std::size_t size) noexcept {
 void release(void *keyData) noexcept { delete static_cast<Share *>(keyData); }
 
 void *duplicate(const void *keyData, int /*selection*/) noexcept {
-  return guarded(shareOf(keyData)->provider(), [&] { return new Share(shareOf(keyData)); });
+  return guarded(shareOf(keyData)->provider(), [&] { return std::make_unique<Share>(shareOf(keyData)).release(); });
 }
 
 // As if the private key were here: it can be used.

@@ -14,14 +14,14 @@ Signature &signatureOf(void *context) noexcept { return *static_cast<Signature *
 
 void *newContext(void *provider, const char *properties) noexcept {
   const auto &owner = *static_cast<const Provider *>(provider);
-  return guarded(owner, [&] { return new Signature(owner, properties); });
+  return guarded(owner, [&] { return std::make_unique<Signature>(owner, properties).release(); });
 }
 
 void freeContext(void *context) noexcept { delete static_cast<Signature *>(context); }
 
 void *duplicate(void *context) noexcept {
   const Signature &original = signatureOf(context);
-  return guarded(original.provider(), [&] { return new Signature(original); });
+  return guarded(original.provider(), [&] { return std::make_unique<Signature>(original).release(); });
 }
 
 template <Shadow::Start *how> int start(void *context, void *keyData, const OSSL_PARAM params[]) noexcept {
