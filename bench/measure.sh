@@ -8,7 +8,7 @@ set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/../scripts/common.sh"
 
 rounds=24 counts=6 handshakes=20
-programs=(handshakes:0.1 signing:0.1 random:0.03 classes:0.02 log:0.05 fips:0.05) # seconds for each benchmark
+programs=(handshakes:0.1 signing:0.1 random:0.03 classes:0.02 log:0.05 fips:0.05 waiting:0.2) # seconds for each benchmark
 if [ "$1" = --quick ]; then
   shift
   rounds=1 counts=1 handshakes=2
@@ -65,4 +65,5 @@ plot handshakes speeds "aim=0.98; height=520; title='Full TLS handshakes with a 
 plot signatures speeds "aim=0; height=360; title='A signature through the engine, relative to OpenSSL''s own method'"
 plot classes speeds "aim=0.98; height=780; title='The classes, relative to the raw OpenSSL calls: 16 KiB in one call'"
 plot generator generator ""
+plot waiting waiting ""
 say "done: $out/README.md"

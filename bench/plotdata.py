@@ -42,8 +42,18 @@ def generator(results):
                *results.speed(topic, case, "SHA-1 bound", "OpenSSL", size)]
 
 
+def waiting(results):
+    """How far the holder is, and the speeds of the lines against a plain key."""
+    for case in results.cases("waiting"):
+        speeds = [results.speed("waiting", case, *way)
+                  for way in (("64 in flight", "plain key"), ("1000 in flight", "plain key"),
+                              ("16 threads", "plain key"), ("blocking", "plain key"))]
+        yield [case.split()[0], *(speed.value for speed in speeds)]
+
+
 def write_plot_data(folder, results, counts):
     write_speeds(folder / "handshakes.dat", handshakes(results, counts))
     write_speeds(folder / "signatures.dat", signatures(results))
     write_speeds(folder / "classes.dat", classes(results))
     write(folder / "generator.dat", generator(results))
+    write(folder / "waiting.dat", waiting(results))

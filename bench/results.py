@@ -8,6 +8,7 @@ import collections
 import json
 import math
 import pathlib
+import re
 import statistics
 import sys
 
@@ -75,7 +76,8 @@ def timed(folder):
         for run in report["benchmarks"]:
             if run.get("error_occurred"):
                 sys.exit(f"{run['name']}: {run['error_message']}")
-            rates[run["run_name"].replace("/real_time", "")].append(run["items_per_second"])
+            name = re.sub(r"/real_time|/iterations:\d+", "", run["run_name"])
+            rates[name.replace("16 threads/threads:16", "16 threads")].append(run["items_per_second"])
     return Results(rates, context)
 
 

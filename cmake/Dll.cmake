@@ -8,6 +8,9 @@ target_include_directories(krOpenSSL64 PRIVATE ${PROJECT_SOURCE_DIR}/krOpenSSL)
 set_target_properties(krOpenSSL64 PROPERTIES PREFIX "")
 
 if(MINGW)
-  target_link_options(krOpenSSL64 PRIVATE LINKER:--output-def,${CMAKE_CURRENT_BINARY_DIR}/krOpenSSL64.def)
+  set(_def ${CMAKE_CURRENT_BINARY_DIR}/krOpenSSL64.def)
+  target_link_options(krOpenSSL64 PRIVATE LINKER:--output-def,${_def})
+  add_custom_command(TARGET krOpenSSL64 POST_BUILD
+    COMMAND ${CMAKE_COMMAND} -DDEF=${_def} -DDLL=$<TARGET_FILE_NAME:krOpenSSL64> -P ${CMAKE_CURRENT_LIST_DIR}/def.cmake)
   target_link_libraries(krOpenSSL64 PRIVATE krWarnings)
 endif()

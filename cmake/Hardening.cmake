@@ -1,6 +1,8 @@
 # What makes attacks on the library's code harder, and the library the same in whatever folder it is built.
 set(KR_CONTROL_FLOW_PROTECTION OFF)
 if(MSVC)
+  add_compile_options(/guard:cf)
+  add_link_options(/guard:cf)
   return()
 endif()
 

@@ -56,24 +56,6 @@ template <class Step> void takeSteps(Input &input, Step step) {
   }
 }
 
-/// Steps of two objects, with copies between them.
-template <class Twin> void playTwins(Input &input) {
-  Twin twins[2];
-  takeSteps(input, [&] {
-    Twin &twin = twins[input.ConsumeIntegralInRange(0, 1)];
-    switch (input.ConsumeIntegralInRange(0, 9)) {
-    case 1:
-      twin = twins[input.ConsumeIntegralInRange(0, 1)]; // or itself
-      break;
-    case 2:
-      twins[0] = Twin(twin);
-      break;
-    default:
-      twin.step(input);
-    }
-  });
-}
-
 inline BIGNUM *numberOf(const Bytes &bytes) { return BN_bin2bn(bytes.data(), static_cast<int>(bytes.size()), nullptr); }
 
 /// The DER encoding of an object, empty for none and for one that has none.

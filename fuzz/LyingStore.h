@@ -1,5 +1,5 @@
-// A key store that answers as the input has it: with the real key, with any bytes, numbers and lengths, with nothing,
-// by throwing, and with errors left behind. It stands behind a provider's record, the callbacks and DelegatedKey.
+// A key store that answers as the input has it: with any bytes, numbers and lengths, with nothing, by throwing, and
+// with errors left behind. It stands behind a provider's record, the callbacks and DelegatedKey.
 #pragma once
 
 #include "Fuzz.h"
@@ -21,13 +21,8 @@ enum class Way { provider, delegate, callback };
 
 constexpr int kCapacity = 16378; ///< that a provider is told
 
-/// The real keys, of which the others are the public halves. Without them every answer is a lie.
-inline krOpenSSL::EVPPKeyPtr rsaKey;
-inline krOpenSSL::EVPPKeyPtr ecKey;
-
 inline Input *input = nullptr; ///< what it takes its answers from
 inline int asked = 0;
-inline bool lied = false;      ///< an answer was not the real key's
 inline bool raised = false;    ///< it left an error behind
 inline bool answered = false;  ///< it neither threw nor refused, the last time
 inline std::int64_t claim = 0; ///< the length that it said then
@@ -38,7 +33,7 @@ inline bool isProper = false;  ///< that answer is encoded as it should be, and 
 inline void startOver(Input &from) {
   input = &from;
   asked = 0;
-  lied = raised = answered = isProper = false;
+  raised = answered = isProper = false;
   signature.clear();
 }
 
@@ -56,17 +51,10 @@ inline bool listen(const unsigned char *data, int length) {
   }
   const int kind = input->ConsumeIntegralInRange(0, 15);
   answered = kind != 1 && kind != 2;
-  lied = lied || !answered;
   if (kind == 1) {
     throw std::runtime_error("a store's");
   }
   return answered;
-}
-
-inline bool isHonest(const krOpenSSL::EVPPKeyPtr &key) {
-  const bool honest = key != nullptr && input->ConsumeIntegralInRange(0, 2) == 0;
-  lied = lied || !honest;
-  return honest;
 }
 
 inline BIGNUM *takeNumber() {
@@ -108,8 +96,8 @@ inline std::int64_t lie(unsigned char *out, int room, const Bytes &bytes) {
 }
 
 /// RSA, in either direction, into as many bytes as the key has.
-template <class Honest> std::int64_t answerRsa(unsigned char *out, int size, Honest honest) {
-  claim = isHonest(rsaKey) ? honest(EVP_PKEY_get0_RSA(rsaKey.get())) : lie(out, size, takeBytes(*input, 300));
+inline std::int64_t answerRsa(unsigned char *out, int size) {
+  claim = lie(out, size, takeBytes(*input, 300));
   if (claim > 0 && claim <= size) {
     signature.assign(out, out + claim);
     isProper = true;
@@ -118,31 +106,16 @@ template <class Honest> std::int64_t answerRsa(unsigned char *out, int size, Hon
 }
 
 /// DSA and ECDSA, encoded.
-inline std::int64_t answerDer(unsigned char *out, int room, int size, bool isEc) {
-  if (isEc && isHonest(ecKey)) {
-    unsigned int length = 0;
-    ECDSA_sign(0, digest.data(), static_cast<int>(digest.size()), out, &length, EVP_PKEY_get0_EC_KEY(ecKey.get()));
-    claim = length;
-  } else {
-    lied = true;
-    DSA_SIG *any = oneIn(*input, 4) ? nullptr : takeSignature<DSA_SIG_new, DSA_SIG_set0>();
-    const Bytes bytes = encodingOf<i2d_DSA_SIG, DSA_SIG_free>(any);
-    claim = lie(out, room, any != nullptr ? bytes : takeBytes(*input, 100));
-  }
+inline std::int64_t answerDer(unsigned char *out, int room, int size) {
+  DSA_SIG *any = oneIn(*input, 4) ? nullptr : takeSignature<DSA_SIG_new, DSA_SIG_set0>();
+  const Bytes bytes = encodingOf<i2d_DSA_SIG, DSA_SIG_free>(any);
+  claim = lie(out, room, any != nullptr ? bytes : takeBytes(*input, 100));
   expectDer(claim > 0 && claim <= room ? Bytes(out, out + claim) : Bytes(), size);
   return claim;
 }
 
 inline std::int64_t answer(int type, int size, unsigned char *out, int room) {
-  if (type != NID_md5_sha1) {
-    return answerDer(out, room, size, type == NID_ecdsa_with_Recommended);
-  }
-  return answerRsa(out, std::min(size, room), [=](RSA *rsa) {
-    const auto digestLength = static_cast<unsigned int>(digest.size());
-    unsigned int length = 0;
-    RSA_sign(krOpenSSL::hashOfLength(digest.size()), digest.data(), digestLength, out, &length, rsa);
-    return std::int64_t{length};
-  });
+  return type == NID_md5_sha1 ? answerRsa(out, std::min(size, room)) : answerDer(out, room, size);
 }
 
 // As an ift_provider's callback.
@@ -169,31 +142,26 @@ inline krOpenSSL::DelegatedKey delegated(const krOpenSSL::Library &library, EVP_
 
 // As the callbacks.
 
-template <auto kOperation>
-int operateRsa(int length, const unsigned char *from, unsigned char *to, RSA *rsa, int padding) {
-  const auto honest = [=](RSA *real) { return kOperation(length, from, to, real, padding); };
-  return listen(from, length) ? static_cast<int>(answerRsa(to, RSA_size(rsa), honest)) : -1;
+inline int operateRsa(int length, const unsigned char *from, unsigned char *to, RSA *rsa, int /*padding*/) {
+  return listen(from, length) ? static_cast<int>(answerRsa(to, RSA_size(rsa))) : -1;
 }
 
 inline DSA_SIG *signDsa(const unsigned char *data, int length, DSA *dsa) {
   DSA_SIG *made = listen(data, length) ? takeSignature<DSA_SIG_new, DSA_SIG_set0>() : nullptr;
-  lied = true;
   expectDer(encoded<i2d_DSA_SIG>(made), DSA_size(dsa));
   return made;
 }
 
 inline ECDSA_SIG *signEcdsa(const unsigned char *data, int length, const BIGNUM * /*kinv*/, const BIGNUM * /*r*/,
                             EC_KEY *key) {
-  ECDSA_SIG *made = !listen(data, length) ? nullptr
-                    : isHonest(ecKey)     ? ECDSA_do_sign(data, length, EVP_PKEY_get0_EC_KEY(ecKey.get()))
-                                          : takeSignature<ECDSA_SIG_new, ECDSA_SIG_set0>();
+  ECDSA_SIG *made = listen(data, length) ? takeSignature<ECDSA_SIG_new, ECDSA_SIG_set0>() : nullptr;
   expectDer(encoded<i2d_ECDSA_SIG>(made), ECDSA_size(key));
   return made;
 }
 
 inline void registerCallbacks() {
-  krEngineSetRSAPrivateKeyOpCallback(operateRsa<RSA_private_encrypt>, 1);
-  krEngineSetRSAPrivateKeyOpCallback(operateRsa<RSA_private_decrypt>, 0);
+  krEngineSetRSAPrivateKeyOpCallback(operateRsa, 1);
+  krEngineSetRSAPrivateKeyOpCallback(operateRsa, 0);
   krEngineSetDSAPrivateKeyOpCallback(signDsa);
   krEngineSetECDSAPrivateKeyOpCallback(signEcdsa);
 }

@@ -21,7 +21,7 @@ for target in "${targets[@]}"; do
   [ -d "fuzz/corpus/$target" ] || die "there is no target '$target': $(ls -m fuzz/corpus)"
 done
 
-ensure_packages clang libclang-rt-14-dev cmake ninja-build libgtest-dev
+ensure_packages clang libclang-rt-14-dev cmake ninja-build
 scripts/openssl.sh
 say "building: fuzz"
 build fuzz

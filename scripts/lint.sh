@@ -13,7 +13,7 @@ if [ "$1" = --windows ]; then
   # Without what Clang does not know; the literals are those of the Windows headers' macros.
   sed 's/-fno-keep-inline-dllexport//g; s/-fno-semantic-interposition//g' "$build/compile_commands.json" \
     >"$build/lint/compile_commands.json"
-  find "$root"/{krOpenSSL,examples,tests} -path '*/windows/*.cpp' -print0 | xargs -0 -n 4 -P "$(nproc)" \
+  find "$root"/{krOpenSSL,examples,tests} -path '*/windows/*.cpp' -print0 | xargs -0 -n 1 -P "$(nproc)" \
     clang-tidy --quiet -p "$build/lint" --checks=-cert-dcl16-c --extra-arg=--target=x86_64-w64-windows-gnu \
     --extra-arg="-isystem$headers" --extra-arg="-isystem$headers/x86_64-w64-mingw32" 2>/dev/null ||
     die "clang-tidy found the above"
@@ -25,7 +25,7 @@ for build in "$@"; do
   builds+=("$(cd "$build" && pwd)")
 done
 cd "$root"
-mapfile -t sources < <(find include krOpenSSL examples tests bench fuzz \( -name '*.cpp' -o -name '*.h' -o -name '*.hpp' \) | sort)
+mapfile -t sources < <(find include krOpenSSL holder provider examples tests bench fuzz \( -name '*.cpp' -o -name '*.h' -o -name '*.hpp' \) | sort)
 
 clang-format --dry-run --Werror "${sources[@]}" || die "run clang-format -i on the files above"
 
@@ -36,7 +36,7 @@ seen=()
 for build in "${builds[@]}"; do
   mapfile -t units < <(sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' "$build/compile_commands.json" | sort -u |
     grep -vxFf <(printf '%s\n' "${seen[@]}"))
-  printf '%s\0' "${units[@]}" | xargs -0 -r -n 4 -P "$(nproc)" clang-tidy --quiet -p "$build" 2>/dev/null ||
+  printf '%s\0' "${units[@]}" | xargs -0 -r -n 1 -P "$(nproc)" clang-tidy --quiet -p "$build" 2>/dev/null ||
     die "clang-tidy found the above"
   seen+=("${units[@]}")
 done

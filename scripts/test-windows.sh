@@ -7,7 +7,7 @@ set -euo pipefail
 
 cd "$root"
 ensure_packages g++-mingw-w64-x86-64-posix cmake ninja-build googletest wine wine64 openssl curl \
-  clang-19 libc++-19-dev libwine-dev
+  clang-19 libc++-19-dev libwine-dev llvm-19
 scripts/openssl-windows.sh
 say "starting Wine"
 scripts/wine.sh wineboot --init </dev/null >/dev/null 2>&1 || die "Wine does not start (build/wine)"

@@ -31,7 +31,7 @@ in_one_process() {
 }
 
 in_one_process kr_tests \
-  '-*DeathTest.*:Fork.*:Random.*:SoftwareKeys.*:Lifecycle.ReportsAFailed*:Delegation.Cleanup*:Delegation.TheFirst*'
+  '-*DeathTest.*:Fork.*:Random.*:Lifecycle.ReportsAFailed*:Delegation.Cleanup*:Delegation.TheFirst*'
 in_one_process kr_internal_tests 'BridgeKeys.*:BridgeSymmetric.*-*WhenAllocationsFail'
 in_one_process kr_internal_tests 'Accessors.*:LogLimit.*:PlatformSeed.*:Qvlib.*:TraceLog.*'
 in_one_process kr_fips_tests 'FipsKeys.DelegatedOnes*:FipsKeys.Refuse*:FipsKeys.Tls*'

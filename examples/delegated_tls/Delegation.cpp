@@ -19,8 +19,9 @@ namespace {
 
 /// Has the holder carry out the operation, and copies the result to where OpenSSL wants it: its length, or 0 when there
 /// is none or it does not fit.
-std::size_t deliver(HeldKey &key, Operation operation, int padding, const Bytes &data, std::span<unsigned char> out) {
-  const std::optional<Bytes> result = key.perform(operation, padding, data);
+std::size_t deliver(WaitForHolder *wait, HeldKey &key, Operation operation, int padding, const Bytes &data,
+                    std::span<unsigned char> out) {
+  const std::optional<Bytes> result = wait(key, operation, padding, data);
   if (!result || result->size() > out.size()) {
     queueReason(key.trouble());
     return 0;
@@ -70,7 +71,7 @@ int performRsa(Operation operation, RsaFunction ownMethod, int flen, const unsig
     return ownMethod(flen, from, to, rsa, padding);
   }
   const std::span<unsigned char> out(to, static_cast<std::size_t>(RSA_size(rsa)));
-  const std::size_t length = deliver(*key, operation, padding, Bytes(from, from + flen), out);
+  const std::size_t length = deliver(waitForHolder, *key, operation, padding, Bytes(from, from + flen), out);
   return length != 0 ? static_cast<int>(length) : -1;
 }
 
@@ -86,16 +87,28 @@ int decryptByHolder(int flen, const unsigned char *from, unsigned char *to, RSA 
 
 } // namespace
 
-DelegatedKey delegated(const Library &library, HeldKey &key) {
-  return {library, publicKeyFrom(key.publicHalf()).get(),
-          [&key](const SignRequest &request, std::span<unsigned char> out) {
-            return deliver(key, Operation::sign, 0, Bytes(request.digest.begin(), request.digest.end()), out);
-          }};
+std::optional<Bytes> waitForHolder(HeldKey &key, Operation operation, int padding, const Bytes &data) {
+  return key.perform(operation, padding, data);
+}
+
+DelegatedKey delegated(const Library &library, HeldKey &key, WaitForHolder *wait) {
+  const EVPPKeyPtr publicKey = publicKeyFrom(key.publicHalf());
+  KeyOperations operations;
+  operations.sign = [&key, wait](const SignRequest &request, std::span<unsigned char> out) {
+    return deliver(wait, key, Operation::sign, 0, Bytes(request.digest.begin(), request.digest.end()), out);
+  };
+  if (EVP_PKEY_base_id(publicKey.get()) == EVP_PKEY_RSA) {
+    operations.signPss = [&key, wait](const PssRequest &request, std::span<unsigned char> out) {
+      const Bytes block(request.block.begin(), request.block.end());
+      return deliver(wait, key, Operation::rsaPrivateEncrypt, RSA_NO_PADDING, block, out);
+    };
+  }
+  return {library, publicKey.get(), std::move(operations)};
 }
 
 void useCallbackKey(SSL *ssl, HeldKey &held) {
   const EVPPKeyPtr key = publicKeyFrom(held.publicHalf());
-  heldKeys.add(checked(EVP_PKEY_get0_RSA(key.get()), "only RSA keys go through the RSA callbacks"), held);
+  heldKeys.add(checked(krOpenSSL::keyObject::rsaOf(key.get()), "only RSA keys go through the RSA callbacks"), held);
   checked(SSL_use_PrivateKey(ssl, key.get()), "the key cannot be used");
 }
 

@@ -7,8 +7,14 @@
 
 namespace delegated_tls {
 
+/// How a connection waits for the holder's answer: as HeldKey::perform.
+using WaitForHolder = std::optional<Bytes>(HeldKey &key, Operation operation, int padding, const Bytes &data);
+
+/// The thread waits.
+WaitForHolder waitForHolder;
+
 /// The key for the connections that it is bound to: the holder signs for them.
-krOpenSSL::DelegatedKey delegated(const krOpenSSL::Library &library, HeldKey &key);
+krOpenSSL::DelegatedKey delegated(const krOpenSSL::Library &library, HeldKey &key, WaitForHolder *wait = waitForHolder);
 
 /// Gives the connection a key that goes through the process-wide callbacks, which alone reach RSA-PSS signatures and
 /// RSA decryption.

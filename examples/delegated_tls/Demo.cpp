@@ -38,6 +38,7 @@ constexpr std::array kLines{
     Line{TLS1_2_VERSION, "ECDHE-RSA-AES256-GCM-SHA384", "RSA+SHA256", kRsa, Way::provider, "rsa_pkcs1_sha256"},
     Line{TLS1_2_VERSION, "ECDHE-ECDSA-AES256-GCM-SHA384", "ECDSA+SHA256", kEc, Way::provider, "ecdsa_sha256"},
     Line{TLS1_3_VERSION, "ALL", "ECDSA+SHA256", kEc, Way::provider, "ecdsa_sha256"},
+    Line{TLS1_3_VERSION, "ALL", "RSA-PSS+SHA256", kRsa, Way::provider, "rsa_pss_sha256"},
     Line{TLS1_3_VERSION, "ALL", "RSA-PSS+SHA256", kRsa, Way::callback, "rsa_pss_sha256"},
     Line{TLS1_1_VERSION, "ECDHE-RSA-AES256-SHA@SECLEVEL=0", "RSA+SHA1", kRsa, Way::provider, "rsa_pkcs1_md5_sha1"},
     Line{TLS1_2_VERSION, "DHE-DSS-AES256-GCM-SHA384@SECLEVEL=0", "DSA+SHA256:RSA+SHA256", kDsa, Way::provider,

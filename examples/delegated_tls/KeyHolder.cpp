@@ -4,6 +4,7 @@
 #include "ProcessHolder.h"
 
 #include <algorithm>
+#include <future>
 #include <iterator>
 
 namespace delegated_tls {
@@ -15,8 +16,8 @@ public:
     std::ranges::transform(keys_, std::back_inserter(publicHalves_), &PrivateKey::publicHalf);
   }
 
-  std::optional<Bytes> perform(std::size_t key, Operation operation, int padding, const Bytes &data) override {
-    return keys_.at(key).perform(operation, padding, data);
+  void ask(std::size_t key, Operation operation, int padding, const Bytes &data, Answer answer) override {
+    answer(keys_.at(key).perform(operation, padding, data));
   }
   const std::vector<Bytes> &publicHalves() const override { return publicHalves_; }
   std::string name() const override { return "this process"; }
@@ -27,6 +28,12 @@ private:
 };
 
 } // namespace
+
+std::optional<Bytes> HeldKey::perform(Operation operation, int padding, const Bytes &data) {
+  std::promise<std::optional<Bytes>> promise;
+  ask(operation, padding, data, [&promise](std::optional<Bytes> result) { promise.set_value(std::move(result)); });
+  return promise.get_future().get();
+}
 
 HolderKind defaultHolderKind() { return kProcessHolderAvailable ? HolderKind::process : HolderKind::memory; }
 

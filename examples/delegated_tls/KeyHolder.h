@@ -15,8 +15,11 @@ class KeyHolder {
 public:
   virtual ~KeyHolder() = default;
 
-  /// Has key number @p key carry out the operation; nothing when the holder cannot, or is gone.
-  virtual std::optional<Bytes> perform(std::size_t key, Operation operation, int padding, const Bytes &data) = 0;
+  /// Gets the result, or nothing when the holder cannot, or is gone. Called once, on whatever thread has it.
+  using Answer = std::function<void(std::optional<Bytes>)>;
+
+  /// Has key number @p key carry out the operation, and has the answer given when it is there: perhaps at once.
+  virtual void ask(std::size_t key, Operation operation, int padding, const Bytes &data, Answer answer) = 0;
 
   /// The keys' public halves (SubjectPublicKeyInfo), in the order of their numbers.
   virtual const std::vector<Bytes> &publicHalves() const = 0;
@@ -34,10 +37,13 @@ class HeldKey {
 public:
   HeldKey(KeyHolder &holder, std::size_t number) : holder_(holder), number_(number) {}
 
-  std::optional<Bytes> perform(Operation operation, int padding, const Bytes &data) {
+  void ask(Operation operation, int padding, const Bytes &data, KeyHolder::Answer answer) {
     operations_.fetch_add(1);
-    return holder_.perform(number_, operation, padding, data);
+    holder_.ask(number_, operation, padding, data, std::move(answer));
   }
+
+  /// The same, with the thread waiting for the answer.
+  std::optional<Bytes> perform(Operation operation, int padding, const Bytes &data);
 
   const Bytes &publicHalf() const { return holder_.publicHalves().at(number_); }
   std::string holderName() const { return holder_.name(); }

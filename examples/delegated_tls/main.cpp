@@ -1,7 +1,7 @@
 // delegated_tls: TLS handshakes with private keys that OpenSSL does not have.
 #include "Demo.h"
 #include "Failure.h"
-#include "Server.h"
+#include "Service.h"
 
 #include <algorithm>
 #include <array>
@@ -49,18 +49,19 @@ HolderKind holderKind(std::string_view name, const std::string &choices) {
   throw UsageFailure("--holder is " + choices + ", not '" + std::string(name) + "'");
 }
 
-std::uint16_t portNumber(std::string_view text) {
-  std::uint16_t port = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
-  if (error != std::errc() || end != text.data() + text.size()) {
-    throw UsageFailure("--port is a number from 0 to 65535, not '" + std::string(text) + "'");
+std::uint16_t number(std::string_view text, const std::string &option, std::uint16_t most) {
+  std::uint16_t value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc() || end != text.data() + text.size() || value > most) {
+    throw UsageFailure(option + " is a number from 0 to " + std::to_string(most) + ", not '" + std::string(text) + "'");
   }
-  return port;
+  return value;
 }
 
 /// What serve was given, before it is known which holder it is for.
 struct ServeValues {
-  std::string_view certificateChain, privateKey, port = "0", holder, module, tokenLabel, pinFile;
+  std::string_view certificateChain, privateKey, clientAuthorities, port = "0", threads = "0", holder, module,
+                                                                    tokenLabel, pinFile;
 };
 struct ServeOption {
   std::string_view name;
@@ -69,7 +70,9 @@ struct ServeOption {
 constexpr std::array kServeOptions{
     ServeOption{"--cert", &ServeValues::certificateChain},
     ServeOption{"--key", &ServeValues::privateKey},
+    ServeOption{"--client-ca", &ServeValues::clientAuthorities},
     ServeOption{"--port", &ServeValues::port},
+    ServeOption{"--threads", &ServeValues::threads},
     ServeOption{"--holder", &ServeValues::holder},
     ServeOption{"--module", &ServeValues::module},
     ServeOption{"--token-label", &ServeValues::tokenLabel},
@@ -116,7 +119,9 @@ int runServe(Arguments arguments) {
   const ServeValues values = serveValues(arguments);
   ServeOptions options;
   options.certificateChain = values.certificateChain;
-  options.port = portNumber(values.port);
+  options.clientAuthorities = values.clientAuthorities;
+  options.port = number(values.port, "--port", 65535);
+  options.threads = number(values.threads, "--threads", 256);
   values.holder == "pkcs11" ? useToken(values, options) : useKeyFile(values, options);
   serve(options);
   return 0;
@@ -149,11 +154,15 @@ constexpr std::array kVerbs{
     Verb{"serve",
          "delegated_tls serve --cert CHAIN.pem --key KEY.pem [--port N] [--holder process|memory]\n"
          "       delegated_tls serve --cert CHAIN.pem --holder pkcs11 --module MODULE.so --token-label LABEL\n"
-         "                           --pin-file FILE [--port N]\n",
+         "                           --pin-file FILE [--port N]\n"
+         "       either with [--client-ca FILE.pem] [--threads N]\n",
          "a TLS server on 127.0.0.1 whose private key stays with a key holder: a process of its own\n"
          "       (process), an object in this one (memory) or a PKCS#11 token (pkcs11). The token's key is the one\n"
          "       that belongs to the certificate: an RSA key is found by its modulus, an EC key by its public key\n"
-         "       object on the token, whose CKA_ID the private key shares. Without --port it takes a free one.\n",
+         "       object on the token, whose CKA_ID the private key shares. Without --port it takes a free one.\n"
+         "       With --client-ca clients need a certificate from one of the file's authorities. One thread serves "
+         "them\n"
+         "       all (where the program is built without an event loop, 16), or as many as --threads says.\n",
          runServe},
     Verb{"demo", "delegated_tls demo [--quiet] [--holder process|memory]\n",
          "a handshake for each way of signing, with throw-away keys. With --quiet the library's trace goes to a\n"

@@ -6,6 +6,7 @@
 #include "ReturnValue.h"
 #include "SessionPool.h"
 #include "Signature.h"
+#include "Workers.h"
 
 #include <openssl/err.h>
 
@@ -62,12 +63,22 @@ public:
   TokenHolder(const TokenOptions &options, const Bytes &publicHalf, const FailureReport &report)
       : name_("the token '" + options.label + "'"), report_(report), publicHalves_{publicHalf},
         publicKey_(publicKeyFrom(publicHalf)), token_(options),
-        pool_([this] { return openSession(); }, token_.sessionLimit(kSessionsAtOnce), kPatience) {
+        pool_([this] { return openSession(); }, token_.sessionLimit(kSessionsAtOnce), kPatience),
+        workers_(token_.sessionLimit(kSessionsAtOnce)) {
     requireKeyWithoutFurtherPin();
     requireSignature();
   }
 
-  std::optional<Bytes> perform(std::size_t /*key*/, Operation operation, int padding, const Bytes &data) override {
+  void ask(std::size_t /*key*/, Operation operation, int padding, const Bytes &data, Answer answer) override {
+    workers_.post(
+        [this, operation, padding, data, answer = std::move(answer)] { answer(perform(operation, padding, data)); });
+  }
+
+  const std::vector<Bytes> &publicHalves() const override { return publicHalves_; }
+  std::string name() const override { return name_; }
+
+private:
+  std::optional<Bytes> perform(Operation operation, int padding, const Bytes &data) {
     try {
       return carryOut(operation, padding, data);
     } catch (const std::exception &failure) {
@@ -76,10 +87,6 @@ public:
     }
   }
 
-  const std::vector<Bytes> &publicHalves() const override { return publicHalves_; }
-  std::string name() const override { return name_; }
-
-private:
   KeySession openSession() {
     KeySession opened{token_.openSession(), CK_INVALID_HANDLE};
     opened.key = findPrivateKey(*opened.session, publicKey_.get());
@@ -158,6 +165,7 @@ private:
   const EVPPKeyPtr publicKey_;
   Token token_;
   SessionPool pool_;
+  Workers workers_; // use all of the above
 };
 
 } // namespace

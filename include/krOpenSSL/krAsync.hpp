@@ -13,9 +13,16 @@
 ///     reply.complete(bytes);
 ///
 /// A connection's calls of OpenSSL run on a stack of their own of 128 KiB with a guard page, which they give back
-/// unless they wait for an answer. So what they call shares the thread with other handshakes between its call of
-/// awaitReply and the answer: `thread_local` objects, `errno` and OpenSSL's error queue may have changed then, no lock
-/// is to be held over it, and it throws within a `catch` block and within a destructor that an exception runs.
+/// unless they wait for an answer. Any callback of OpenSSL's that runs within a step may wait with awaitReply; one that
+/// asks OpenSSL to be called again instead (a certificate callback's -1, SSL_CLIENT_HELLO_RETRY) ends the connection.
+/// So what they call shares the thread with other handshakes between its call of awaitReply and the answer:
+/// `thread_local` objects, `errno` and OpenSSL's error queue may have changed then, no lock is to be held over it, and
+/// it throws within a `catch` block and within a destructor that an exception runs.
+///
+/// No lock that a wake function takes may be held over a step or a cancel.
+///
+/// awaitReply knows of a step only within the same loaded module: a program and a shared object, or DLL, that both
+/// include this header wait each for its own connections.
 ///
 /// A child process made by fork has none of the answers: it must not touch connections that wait, nor let go of them.
 /// Connections must not be in SSL_MODE_ASYNC.
@@ -76,7 +83,8 @@ private:
 };
 
 /// A connection whose steps may wait for answers. It belongs to the thread of its first step: one of another thread
-/// throws std::logic_error while an answer is waited for, as does a step other than the one that waits.
+/// throws std::logic_error while an answer is waited for, as does a step other than the one that waits, and one within
+/// another.
 ///
 /// Steps clear the thread's error queue before they begin. After `failed` it has OpenSSL's reasons, and further steps
 /// do nothing.
@@ -93,11 +101,12 @@ public:
 
   /// @param ssl   the connection, with its transport and its state (SSL_set_accept_state or SSL_set_connect_state)
   /// @param wake  called once for each wantReply, when the answer is there, on the thread that gives it and never after
-  ///              this object's end. It is to note that and return: it must not call the object
+  ///              this object's end. It is to note that and return: it must neither throw nor call the object
   /// @throws std::invalid_argument for a null connection or an empty function
   AsyncConnection(SSLPtr ssl, std::function<void()> wake);
 
   /// Cancels. A step that waits on another thread cannot be brought to its end there: its memory is then left alone.
+  /// An object must not end within its own step.
   ~AsyncConnection();
   AsyncConnection(const AsyncConnection &) = delete;
   AsyncConnection &operator=(const AsyncConnection &) = delete;
@@ -108,14 +117,16 @@ public:
 
   /// Reads, as SSL_read does: a signature may be asked for within (renegotiation, authentication after the handshake).
   /// @param to    stays as it is, and is given again, until the step is done
-  /// @param room  bytes, likewise
+  /// @param room  bytes, at least 1, likewise
   /// @return the bytes read; 0 otherwise: last() says why, `done` for the peer's close_notify
+  /// @throws std::invalid_argument where there is no room
   int read(void *to, int room);
 
   /// Writes, as SSL_write does.
   /// @param from   as for read
-  /// @param count  bytes, likewise
+  /// @param count  bytes, at least 1, likewise
   /// @return the bytes written; 0 otherwise, last() says why
+  /// @throws std::invalid_argument where there is nothing to write
   int write(const void *from, int count);
 
   /// How the last step ended.
@@ -131,7 +142,7 @@ public:
 private:
   Step step(int (*function)(SSL *, void *, int), void *buffer, int count);
   Step outcome() const noexcept;
-  int counted(Step step) const noexcept;
+  int transfer(int (*function)(SSL *, void *, int), void *buffer, int count);
 
   SSLPtr ssl_;
   std::unique_ptr<detail::Track> track_;

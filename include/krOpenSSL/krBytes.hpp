@@ -6,6 +6,7 @@
 
 #include <openssl/crypto.h>
 
+#include <algorithm>
 #include <array>
 #include <concepts>
 #include <cstddef>
@@ -45,7 +46,7 @@ concept ByteRange = std::ranges::contiguous_range<const T> && std::ranges::sized
 
 /// Bytes to be read during a call: the parameter type for data. It comes of itself from std::span, std::vector,
 /// std::array, std::string, std::string_view and arrays of unsigned char or std::byte, and from a literal, without the
-/// zero at its end. Arrays of char and bare pointers have to become a std::string_view or a std::span first.
+/// zero at its end. Other arrays of char and bare pointers have to become a std::string_view or a std::span first.
 class ByteView {
 public:
   constexpr ByteView() noexcept = default; ///< of no bytes
@@ -55,7 +56,7 @@ public:
   requires(!std::same_as<Range, ByteView>) constexpr ByteView(const Range &range) noexcept
       : data_(std::ranges::data(range)), size_(std::ranges::size(range)) {}
 
-  /// @param literal  a text in quotes; whatever else is an array of char does not compile
+  /// @param literal  a text in quotes, or a constant array that ends with a zero; other arrays of char do not compile
   template <std::size_t Size> consteval ByteView(const char (&literal)[Size]) : data_(literal), size_(Size - 1) {
     if (literal[Size - 1] != '\0') {
       throw std::invalid_argument("not a literal");
@@ -71,35 +72,6 @@ public:
 private:
   const void *data_ = nullptr;
   std::size_t size_ = 0;
-};
-
-/// As many bytes as the type says, to be read during a call: the parameter type for keys. It comes of itself from
-/// spans of fixed extent, std::array and arrays, of unsigned char or std::byte and of that very size; from anything
-/// else, as from a vector, it has to be made in so many words.
-template <std::size_t Size> class FixedView {
-public:
-  /// From a span of fixed extent.
-  template <detail::BinaryByte Byte> constexpr FixedView(std::span<Byte, Size> bytes) noexcept : data_(bytes.data()) {}
-  /// From a std::array, or a SecretArray.
-  template <detail::BinaryByte Byte>
-  constexpr FixedView(const std::array<Byte, Size> &bytes) noexcept : data_(bytes.data()) {}
-  /// From an array.
-  template <detail::BinaryByte Byte> constexpr FixedView(const Byte (&bytes)[Size]) noexcept : data_(bytes) {}
-  /// From bytes whose number is only known when the program runs.
-  /// @throws CryptoError when there are more or fewer
-  explicit FixedView(ByteView bytes) : data_(bytes.data()) {
-    if (bytes.size() != Size) {
-      throw CryptoError("a key or an initial value has another length than is needed");
-    }
-  }
-
-  const unsigned char *data() const noexcept { return static_cast<const unsigned char *>(data_); } ///< the first byte
-  static constexpr std::size_t size() noexcept { return Size; }                                    ///< how many
-  const unsigned char *begin() const noexcept { return data(); }                                   ///< for loops
-  const unsigned char *end() const noexcept { return data() + Size; }                              ///< for loops
-
-private:
-  const void *data_;
 };
 
 /// Wipes memory before it is given back.
@@ -121,15 +93,33 @@ template <class T> struct WipingAllocator {
   friend bool operator==(const WipingAllocator & /*one*/, const WipingAllocator & /*other*/) { return true; }
 };
 
-/// Bytes whose memory is wiped when they go, grow or shrink. Compare secrets with CRYPTO_memcmp, not with ==.
+/// Bytes whose memory is wiped before it is given back: when they go, and when they outgrow it. What resize and clear
+/// cut off stays in it until then. Compare secrets with CRYPTO_memcmp, not with ==.
 using SecretBytes = std::vector<unsigned char, WipingAllocator<unsigned char>>;
 
 /// As many bytes as the type says: an array that is wiped when it goes, and whose == takes the same time for all
-/// contents.
+/// contents. As a parameter it takes keys: it is made of itself from spans of fixed extent, std::array and arrays, of
+/// unsigned char or std::byte and of that very size; from anything else, as from a vector, in so many words.
 template <std::size_t Size> struct SecretArray : std::array<unsigned char, Size> {
   using Array = std::array<unsigned char, Size>; ///< what it is otherwise
 
-  SecretArray() noexcept : Array{} {}                    ///< zeros
+  SecretArray() noexcept : Array{} {} ///< zeros
+  /// From a span of fixed extent.
+  template <detail::BinaryByte Byte>
+  SecretArray(std::span<Byte, Size> bytes) noexcept : SecretArray(bytes.data(), Size) {}
+  /// From an array of the standard library's.
+  template <detail::BinaryByte Byte>
+  SecretArray(const std::array<Byte, Size> &bytes) noexcept : SecretArray(bytes.data(), Size) {}
+  /// From an array.
+  template <detail::BinaryByte Byte>
+  SecretArray(const Byte (&bytes)[Size]) noexcept : SecretArray(static_cast<const void *>(bytes), Size) {}
+  /// From bytes whose number is only known when the program runs.
+  /// @throws CryptoError when there are more or fewer
+  explicit SecretArray(ByteView bytes) : SecretArray(bytes.data(), bytes.size()) {
+    if (bytes.size() != Size) {
+      throw CryptoError("a key or an initial value has another length than is needed");
+    }
+  }
   SecretArray(const SecretArray &) = default;            ///< moving is copying: each is wiped
   SecretArray &operator=(const SecretArray &) = default; ///< the same
   ~SecretArray() { OPENSSL_cleanse(this->data(), Size); }
@@ -142,11 +132,20 @@ template <std::size_t Size> struct SecretArray : std::array<unsigned char, Size>
   friend bool operator==(const SecretArray &one, const Array &other) noexcept {
     return CRYPTO_memcmp(one.data(), other.data(), Size) == 0;
   }
+
+private:
+  SecretArray(const void *bytes, std::size_t count) noexcept : Array{} {
+    const auto *first = static_cast<const unsigned char *>(bytes);
+    std::copy_n(first, count < Size ? count : Size, this->begin());
+  }
 };
 
 /// The bytes as hexadecimal text, in small letters. It takes the same time whatever the bytes are; the text is not
 /// wiped.
 [[nodiscard]] inline std::string hex(ByteView bytes);
+
+/// The same text as bytes that are wiped.
+[[nodiscard]] inline SecretBytes secretHex(ByteView bytes);
 
 /// The bytes that a hexadecimal text stands for, in letters of either size. It takes the same time whatever the
 /// digits are.

@@ -20,22 +20,29 @@
 /// another value, and when that stays, too, it has failed: a failure is never missed, and none is seen where there
 /// was none. Two kinds of work cannot be done twice, and throw for a result that is what was there before: Digest and
 /// Mac, and encryption, which takes the place of its text. No failure is missed there either; one is seen where there
-/// was none with a probability of 2^-128 (of MD5, AES; less for the longer digests), whatever the data are.
+/// was none with a probability of 2^-128 (of MD5, AES; less for the longer digests), unless somebody who chooses both
+/// text and initial value aims at it with what was encrypted under that key before.
 ///
 /// **Threads.** Functions are safe from any thread, objects serve one thread at a time.
 ///
 /// **Modes.** A function works in the mode in which it is called, for which calls and switches are to be kept apart, as
 /// krFips.h says. A Digest or a Mac belongs to the mode, the provider, and the state of the external FIPS module, that
 /// it was made in: after a change of them its next call throws, and so do all that follow, since the class behind it
-/// may have left out what was fed meanwhile.
+/// may have left out what was fed meanwhile. A change that was taken back before the next call is not noticed: nothing
+/// was fed in between.
 ///
 /// **Lengths.** Any length that memory holds: what the classes take below 2^31 bytes only is fed to them in pieces. A
-/// MAC's key has from 1 to 2^31 - 1 bytes, key data to wrap from 8 to 2^31 - 8, a multiple of 8. Empty data are data;
-/// an empty key is refused, since everybody has it.
+/// MAC's key has from 1 to 2^31 - 1 bytes, in FIPS mode from 14 (SP 800-131A); key data to wrap have from 8 to 2^31 -
+/// 16, a multiple of 8, and a FIPS module may want 16. Empty data are data; an empty key is refused, since everybody
+/// has it.
 ///
 /// A key before what it works on, always: the type tells the two apart for AES, and for key wrap unless the key to wrap
-/// has a fixed size too; it cannot for a MAC, whose key is any bytes. What an external FIPS module answers to a key
-/// that it refuses is not heard by the classes: a module that goes on without it is not noticed here either.
+/// has a fixed size too; it cannot for a MAC, whose key is any bytes. What an external FIPS module answers when it is
+/// given a MAC's key and data is not heard by the classes: one that goes on without what it refused is not noticed here
+/// either, and its MAC is another's.
+///
+/// **Trace.** HMAC, AES and key wrap write lines to the program's standard output, as the classes do, unless
+/// KR_TRACE=off stands in the environment.
 ///
 /// Results are new memory, so nothing overlaps. MD4, triple DES and RC4 are not here; MD5 and SHA-1 are for formats
 /// that prescribe them.
@@ -90,11 +97,20 @@ private:
   T hash_;
 };
 
-/// Hears how many bytes of how many have been read; of 0 where nobody knows how many. What it throws ends the reading.
+/// Hears how many bytes of how many have been read: of 0 where nobody knows how many, of fewer where the file grew.
+/// What it throws ends the reading.
 using Progress = std::function<void(std::uintmax_t done, std::uintmax_t all)>;
 
-/// The digest of a file's content, which is read in pieces of 256 KiB.
-/// @throws CryptoError also for what cannot be opened, and for what cannot be read to its end
+/// Hands a file's content on in pieces of 256 KiB, the last one shorter, from memory that is wiped.
+/// @param file      what to read
+/// @param take      gets a piece, which is there during the call; not empty. What it throws ends the reading
+/// @param progress  hears of it after each piece
+/// @throws CryptoError for what cannot be opened, and for what cannot be read to its end
+inline void readInPieces(const std::filesystem::path &file, const std::function<void(ByteView piece)> &take,
+                         const Progress &progress = {});
+
+/// The digest of a file's content.
+/// @throws CryptoError as readInPieces does, too
 template <HashClass T>
 [[nodiscard]] std::array<unsigned char, kDigestBytes<T>> digestFile(const std::filesystem::path &file,
                                                                     const Progress &progress = {});
@@ -169,11 +185,11 @@ inline constexpr std::size_t kAesBlockBytes = 16;
 /// | 1        | the bytes of the AES key: 16, 24 or 32                                                        |
 /// | 16       | a random initial value                                                                        |
 /// | 16n      | the text with 1 to 16 bytes of PKCS#7 padding, by AES-CBC (SP 800-38A) under the first key    |
-/// | 32       | HMAC-SHA-256 under the second key, over the first 18 bytes, the number of bytes of associated data as 8
-/// bytes (the most significant first), the associated data, and the encrypted text |
+/// | 32       | the tag: HMAC-SHA-256 under the second key                                                    |
 ///
-/// That is 51 to 66 bytes more than the text, whose length is not hidden. That a sealed text comes twice, late, or
-/// never is not noticed, unless the associated data number them.
+/// The tag is over the first 18 bytes, the number of bytes of associated data as 8 bytes (the most significant first),
+/// the associated data, and the encrypted text. All that is 51 to 66 bytes more than the text, whose length is not
+/// hidden. That a sealed text comes twice, late, or never is not noticed, unless the associated data number them.
 ///@{
 
 /// The two keys of a sealed text, as one: first of encryption, then the 32 bytes of authentication. Wiped when it goes.
@@ -184,7 +200,7 @@ public:
   static constexpr std::size_t kBytes = Bits / 8 + 32; ///< 48, 56 or 64
 
   /// @param bytes  secret and random, of these keys alone
-  explicit SealKeys(FixedView<kBytes> bytes) noexcept { std::ranges::copy(bytes, bytes_.begin()); }
+  explicit SealKeys(const SecretArray<kBytes> &bytes) noexcept : bytes_(bytes) {}
 
   /// New keys.
   [[nodiscard]] static SealKeys random() { return SealKeys(randomBytes<kBytes>()); }
@@ -215,12 +231,20 @@ template <unsigned Bits>
 ///@{
 
 /// An initial value, named. Where keys have 16 bytes, too, it has to be, so that the two are not exchanged.
-struct CbcIv : FixedView<kAesBlockBytes> {
-  explicit CbcIv(FixedView<kAesBlockBytes> iv) noexcept : FixedView<kAesBlockBytes>(iv) {} ///< @p iv as one
+struct CbcIv {
+  explicit CbcIv(const SecretArray<kAesBlockBytes> &iv) noexcept : bytes(iv) {} ///< @p iv as one
+
+  SecretArray<kAesBlockBytes> bytes; ///< its bytes
 };
 
 /// What an initial value is given as: CbcIv beside keys of 128 bits, 16 bytes or CbcIv beside others.
-template <unsigned Bits> using CbcIvOf = std::conditional_t<Bits == 128, CbcIv, FixedView<kAesBlockBytes>>;
+template <unsigned Bits> struct CbcIvOf {
+  CbcIvOf(const CbcIv &iv) noexcept : bytes(iv.bytes) {} ///< from one that is named
+  /// From 16 bytes.
+  CbcIvOf(const std::convertible_to<SecretArray<kAesBlockBytes>> auto &iv) noexcept requires(Bits != 128) : bytes(iv) {}
+
+  SecretArray<kAesBlockBytes> bytes; ///< its bytes
+};
 
 /// Encrypts @p data with padding.
 /// @param key   Bits / 8 bytes
@@ -229,13 +253,15 @@ template <unsigned Bits> using CbcIvOf = std::conditional_t<Bits == 128, CbcIv, 
 /// @return 1 to 16 bytes more than @p data, whole blocks
 template <unsigned Bits>
 requires AesBits<Bits>
-[[nodiscard]] std::vector<unsigned char> encryptCbc(FixedView<Bits / 8> key, CbcIvOf<Bits> iv, ByteView data);
+[[nodiscard]] std::vector<unsigned char> encryptCbc(const SecretArray<Bits / 8> &key, const CbcIvOf<Bits> &iv,
+                                                    ByteView data);
 
 /// The inverse of encryptCbc.
 /// @return nothing for data that are not whole blocks, one at least, and for a padding that is none
 template <unsigned Bits>
 requires AesBits<Bits>
-[[nodiscard]] std::optional<SecretBytes> decryptCbc(FixedView<Bits / 8> key, CbcIvOf<Bits> iv, ByteView data);
+[[nodiscard]] std::optional<SecretBytes> decryptCbc(const SecretArray<Bits / 8> &key, const CbcIvOf<Bits> &iv,
+                                                    ByteView data);
 ///@}
 
 /// @name AES key wrap (RFC 3394)
@@ -243,8 +269,8 @@ requires AesBits<Bits>
 
 /// A key-encryption key: 16, 24 or 32 bytes, as the type says.
 template <class T>
-concept KeyEncryptionKey = std::convertible_to<const T &, FixedView<16>> ||
-    std::convertible_to<const T &, FixedView<24>> || std::convertible_to<const T &, FixedView<32>>;
+concept KeyEncryptionKey = std::convertible_to<const T &, SecretArray<16>> ||
+    std::convertible_to<const T &, SecretArray<24>> || std::convertible_to<const T &, SecretArray<32>>;
 
 /// Wraps key data under the default initial value.
 /// @return 8 bytes more than @p key

@@ -8,9 +8,9 @@
 ///     ...
 ///     key.bindTo(ssl);      // for each connection, before its handshake
 ///
-/// What goes through a delegated key, and what is refused, is what krDelegation.h says of the provider: no RSA-PSS, so
-/// no TLS 1.3 with RSA, and no DSA or ECDSA over 28 bytes. The code that includes this header registers functions with
-/// OpenSSL: it has to stay loaded.
+/// With one function, a signer of digests, what goes through a delegated key is what krDelegation.h says of the
+/// provider: no RSA-PSS, so no TLS 1.3 with RSA. KeyOperations have it whole. DSA and ECDSA over 28 bytes are refused.
+/// The code that includes this header registers functions with OpenSSL: it has to stay loaded.
 #pragma once
 
 #include <krOpenSSL/krDelegation.h>
@@ -68,6 +68,39 @@ struct SignRequest {
 ///       when it begins: of a 32 KiB fibre or ASYNC job it has some 14 KB.
 using Signer = std::function<std::size_t(const SignRequest &request, std::span<unsigned char> out)>;
 
+/// A block of RSA_size bytes that is padded already, and to which RSA's private operation is to be applied: in TLS
+/// always RSA-PSS.
+struct PssRequest {
+  static constexpr int kUnknownSalt = -1; ///< where the block does not tell
+
+  std::span<const unsigned char> block; ///< there during the call only
+  int hash;                             ///< as the block tells: NID_undef where it does not
+  int maskHash;                         ///< likewise
+  int saltLength;                       ///< in bytes, likewise; kUnknownSalt
+};
+
+/// Applies RSA's private operation to the block (RSA_private_encrypt without padding). The result is of RSA_size bytes;
+/// all else is as for a Signer, with 6 KB of the stack in use.
+using PssSigner = std::function<std::size_t(const PssRequest &request, std::span<unsigned char> out)>;
+
+/// What a decrypter is asked for.
+struct DecryptRequest {
+  std::span<const unsigned char> data; ///< there during the call only
+  int padding;                         ///< RSA_NO_PADDING (TLS and EVP take it off themselves), RSA_PKCS1_PADDING or
+                                       ///< RSA_PKCS1_OAEP_PADDING over SHA-1, which is to be taken off
+};
+
+/// Decrypts with the private key; all else is as for a PssSigner. Where it takes padding off, nobody may learn from its
+/// time or result whether that was right: it answers as for no padding, or is not reached by others.
+using Decrypter = std::function<std::size_t(const DecryptRequest &request, std::span<unsigned char> out)>;
+
+/// All that a key can be asked for. What is empty is refused.
+struct KeyOperations {
+  Signer sign;       ///< signatures over digests
+  PssSigner signPss; ///< RSA alone: RSA-PSS, and so TLS 1.3
+  Decrypter decrypt; ///< RSA alone: key transport of TLS 1.2 and below, OAEP. In FIPS mode it is not asked
+};
+
 namespace detail {
 struct SharedKey;
 } // namespace detail
@@ -100,16 +133,33 @@ public:
   /// @throws DelegateError for keys other than RSA, DSA and EC, and for an empty signer
   DelegatedKey(const Library &library, EVP_PKEY *publicKey, Signer signer);
   DelegatedKey(const Library &&, EVP_PKEY *, Signer) = delete; ///< the library has to outlive this call
-  DelegatedKey(const DelegatedKey &) = default;                ///< moving is copying: no object is ever without its key
-  DelegatedKey &operator=(const DelegatedKey &) = default;     ///< the same
+
+  /// The same with all operations.
+  /// @throws DelegateError for keys other than RSA, DSA and EC, and where there is no function that signs with the type
+  DelegatedKey(const Library &library, EVP_PKEY *publicKey, KeyOperations operations);
+  DelegatedKey(const Library &&, EVP_PKEY *, KeyOperations) = delete; ///< as above
+
+  DelegatedKey(const DelegatedKey &) = default;            ///< moving is copying: no object is ever without its key
+  DelegatedKey &operator=(const DelegatedKey &) = default; ///< the same
   ~DelegatedKey() = default;
 
-  /// Readies a context for connections with this key, before it has any: stores the record on it, and replaces its
-  /// signature algorithms and its ciphers of TLS 1.2 by those that go through a provider, with TLS 1.2 as the highest
-  /// version for RSA and DSA. A context with keys of several types needs limits of its own; bindTo alone serves it.
+  /// Readies a context of a server or a client for connections with this key, before it has any: stores the record on
+  /// it, and takes away what the key would be asked for and cannot do. What the caller allowed is never widened, so
+  /// DSA needs a list of ciphers that has DHE-DSS, which OpenSSL's own has not:
+  ///
+  /// - the highest version is TLS 1.2 for DSA, and for RSA without KeyOperations::signPss;
+  /// - signatures of one's own with keys of this type are made with SHA-256, SHA-384 or SHA-512 (DSA: SHA-256), and
+  /// with
+  ///   the paddings that there are functions for. What the peer may sign with is as it was;
+  /// - a server does not agree on RSA key transport without KeyOperations::decrypt, nor in FIPS mode.
+  ///
+  /// The last two go through the context's security callback, before the one that was set
+  /// (SSL_CTX_set_security_callback takes them away). They hold in later handshakes too, whatever is set on the context
+  /// or a connection afterwards. Contexts with keys of several types may be readied for each.
   ///
   /// @throws DelegateError when the context carries another key of this type or a record that is not this class's, or
-  ///         when OpenSSL refuses the limits
+  ///         when no version, no cipher suite or no signature algorithm that the context allows is left for the key;
+  ///         the context is then as it was, but for the record
   void prepare(SSL_CTX *context) const;
 
   /// Gives the connection a key object of its own, which signs through this key. To be called once the connection has

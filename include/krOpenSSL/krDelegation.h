@@ -17,9 +17,9 @@
 /// are wolfEngine's: RSA and ECDSA signatures are decided in the same order, decryption and DSA are not delegated.
 ///
 /// What does not go through the provider, and is refused there: RSA-PSS (it signs a padded block of
-/// RSA_size bytes, TLS 1.3's only RSA scheme; register the private-encrypt callback for it) and raw
+/// RSA_size bytes, TLS 1.3's only RSA scheme), but for keys with the flag KR_RSA_WHOLE_KEY, and raw
 /// digests of other lengths than 20, 32, 36, 48 and 64 bytes, SHA-224 for DSA and ECDSA among them.
-/// A server that delegates by provider therefore limits its signature algorithms, for instance to
+/// A server that delegates by provider without that flag therefore limits its signature algorithms, for instance to
 /// "RSA+SHA256:RSA+SHA384:RSA+SHA512" with TLS 1.2 as its highest version, to "ECDSA+SHA256:..." or
 /// to "DSA+SHA256".
 #pragma once
@@ -88,6 +88,21 @@ KR_API void krEngineSetDSAPrivateKeyOpCallback(DSAPrivateKeyOpCallback callback)
 /// krOSSLCleanup.
 KR_API void krEngineSetECDSAPrivateKeyOpCallback(ECDSAPrivateKeyOpCallback callback);
 
+/// A flag for an RSA key that carries an `SSL *` (RSA_set_flags, before the key's first use): the
+/// provider gets padded blocks to sign, and decryptions too, each with a type of its own, and answers
+/// with what RSA's private operation makes of them. Without it the first are refused, and decryptions
+/// do not look at the `SSL *`.
+///
+/// | type                  | operation, with the data's length                            |
+/// |-----------------------|--------------------------------------------------------------|
+/// | 912 (NID_rsassaPss)   | private encryption without padding, RSA_size bytes           |
+/// | 6 (NID_rsaEncryption) | decryption with PKCS#1 v1.5 padding                          |
+/// | 919 (NID_rsaesOaep)   | decryption with OAEP padding over SHA-1                      |
+/// | 19 (NID_rsa)          | decryption without padding: what TLS and EVP ask for         |
+///
+/// Decryptions with other paddings fail. A key object made in FIPS mode decrypts through wolfEngine, whatever the flag.
+enum { KR_RSA_WHOLE_KEY = 0x40000000 };
+
 /// The ex-data index for RSA keys: store the connection's `SSL *` there with RSA_set_ex_data, and
 /// the key signs through that connection's provider.
 ///
@@ -115,7 +130,8 @@ KR_API int kropenssl_get_ssl_ctx_idx(void);
 ///
 /// @param arg        the record's arg
 /// @param type       114 (NID_md5_sha1) for RSA, whatever the digest; 116 (NID_dsa) for DSA;
-///                   791 (NID_ecdsa_with_Recommended) for ECDSA
+///                   791 (NID_ecdsa_with_Recommended) for ECDSA; others for keys with the flag
+///                   KR_RSA_WHOLE_KEY
 /// @param keySize    RSA_size, DSA_size or ECDSA_size of the key
 /// @param data       the bare digest: 20, 32, 36 (MD5+SHA-1), 48 or 64 bytes, or what an RSA
 ///                   DigestInfo held

@@ -14,6 +14,8 @@ namespace krOpenSSL {
 namespace {
 
 constinit std::array<platform::ForkLock, ForksWait::kKinds> calls;
+
+#ifndef _WIN32 // where processes do not fork
 constinit thread_local std::array<bool, ForksWait::kKinds> isForking{};
 
 // Not for ever: the thread that forks may be in such a call itself, by a signal handler, or hold what the call
@@ -46,6 +48,7 @@ void afterFork() noexcept {
 }
 
 [[maybe_unused]] const bool forksWait = platform::holdAcrossForks(beforeFork, afterFork);
+#endif
 
 } // namespace
 

@@ -3,6 +3,7 @@
 #include <krOpenSSL/kroFipsRngSha1.h>
 
 #include "BigEndian.h"
+#include "NoInline.h"
 
 #include <openssl/crypto.h>
 #include <openssl/sha.h>
@@ -31,7 +32,7 @@ constexpr std::size_t kWordBytes = sizeof(std::uint32_t);
 constexpr std::size_t kUsedStackBytes = 1280;
 
 // Its frame lies where theirs lay.
-[[gnu::noinline]] void cleanStack() noexcept {
+KR_NOINLINE void cleanStack() noexcept {
   std::array<unsigned char, kUsedStackBytes> used;
   OPENSSL_cleanse(used.data(), used.size());
 }
@@ -83,7 +84,7 @@ struct kroFipsRngSha1::Round {
 
   // Writes x = G(XVAL) to out and advances XKEY to (1 + XKEY + x) mod 2^b. Not inline, for cleanStack to reach its
   // frame.
-  [[gnu::noinline]] void run(unsigned char *out) noexcept {
+  KR_NOINLINE void run(unsigned char *out) noexcept {
     sha_ = initial_;
     SHA1_Update(&sha_, hasXSeed_ ? addXSeed() : generator_.xkey_, SHA_CBLOCK);
     unsigned char *word = out;
@@ -194,7 +195,7 @@ void kroFipsRngSha1::DoRound(unsigned char *out, const unsigned char *xseed, std
   cleanStack();
 }
 
-[[gnu::noinline]] void kroFipsRngSha1::ModQ() {
+KR_NOINLINE void kroFipsRngSha1::ModQ() {
   if (!qMode_) {
     return;
   }
@@ -210,7 +211,7 @@ void kroFipsRngSha1::DoRound(unsigned char *out, const unsigned char *xseed, std
 }
 
 // Not inline: a compiler that knows a digit for 0 or 1 may make a branch of it.
-[[gnu::noinline]] void kroFipsRngSha1::Reduce(unsigned char *span, std::uint64_t qhat) {
+KR_NOINLINE void kroFipsRngSha1::Reduce(unsigned char *span, std::uint64_t qhat) {
   std::uint64_t multiplyCarry = 0;
   std::uint64_t complementCarry = 1; // subtracting is adding the complement and 1
   for (std::size_t at = kQBytes; at > 0; at -= kWordBytes) {

@@ -172,6 +172,7 @@ template <class T> void kroHMAC<T>::Init() {
 template <class T> void kroHMAC<T>::SetKey(const unsigned char *key, std::uint64_t len) {
   const auto module = Context::worker(*this);
   if (!module) {
+    phase_ = Phase::unkeyed; // a MAC under another key than this must never come out
     return;
   }
   if (Context::setKey(*this, *module, key, len)) {
@@ -182,9 +183,12 @@ template <class T> void kroHMAC<T>::SetKey(const unsigned char *key, std::uint64
 }
 
 template <class T> void kroHMAC<T>::Update(const unsigned char *data, std::uint64_t len) {
-  const auto module = phase_ == Phase::computing ? Context::worker(*this) : std::nullopt;
-  // A MAC without what was refused must never come out.
-  if (module && !Context::update(*this, *module, data, len)) {
+  if (phase_ != Phase::computing) {
+    return;
+  }
+  const auto module = Context::worker(*this);
+  // A MAC without what was refused, or came while the module was not ready, must never come out.
+  if (!module || !Context::update(*this, *module, data, len)) {
     phase_ = Phase::keyed;
   }
 }

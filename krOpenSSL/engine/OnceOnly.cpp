@@ -6,6 +6,9 @@
 #include "engine/OnceOnly.h"
 
 #include "accessors/ForksWait.h"
+#ifdef _WIN32
+#include "platform/Platform.h"
+#endif
 
 #include <krOpenSSL/krHandles.h>
 
@@ -30,7 +33,18 @@ using Allocate = void *(std::size_t, const char *, int);
 constinit std::atomic<Allocate *> hosts{nullptr};
 constinit std::array<void *, kBlocks> reserve{};
 constinit std::size_t reserved = 0;
-constinit thread_local bool usesReserve = false;
+
+// Whether this thread is the one that the reserve is for. On Windows without data of its own for each thread, which
+// the DLL would have to be told of.
+#ifdef _WIN32
+constinit std::atomic<std::uint32_t> reserveUser{0};
+void useReserve(bool use) noexcept { reserveUser.store(use ? platform::threadId() : 0); }
+bool usesReserve() noexcept { return reserveUser.load() == platform::threadId(); }
+#else
+constinit thread_local bool reserveUser = false;
+void useReserve(bool use) noexcept { reserveUser = use; }
+bool usesReserve() noexcept { return reserveUser; }
+#endif
 
 Allocate *inForce() noexcept {
   Allocate *found = nullptr;
@@ -50,7 +64,7 @@ void *allocateAsHost(std::size_t size, const char *file, int line) {
 }
 
 void *standIn(std::size_t size, const char *file, int line) {
-  if (usesReserve && size != 0 && size <= kBlockBytes && reserved != 0) {
+  if (usesReserve() && size != 0 && size <= kBlockBytes && reserved != 0) {
     return reserve.at(--reserved);
   }
   return allocateAsHost(size, file, line);
@@ -102,9 +116,9 @@ bool runAllFromReserve() noexcept {
   if (!standsIn) {
     emptyReserve();
   }
-  usesReserve = true;
+  useReserve(true);
   const bool done = runAll();
-  usesReserve = false;
+  useReserve(false);
   if (standsIn) {
     (void)enforce(hosts.load());
     emptyReserve();

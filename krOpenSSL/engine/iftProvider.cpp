@@ -60,13 +60,14 @@ struct Operation {
 
   // The capacity passed is the larger one for RSA too, although only the key size is there.
   int checkedLength() const noexcept {
-    const int limit = type == kRsaOperation ? std::min(keySize, capacity) : capacity;
+    const bool isRsa = type != kDsaOperation && type != kEcdsaOperation;
+    const int limit = isRsa ? std::min(keySize, capacity) : capacity;
     return *outLength < 0 || *outLength > limit ? kFailure : *outLength;
   }
 };
 
-int signRawDigest(const Operation &operation, const unsigned char *digest, int length) noexcept {
-  if (!operation.run(digest, length)) {
+int runAsItIs(const Operation &operation, const unsigned char *in, int length) noexcept {
+  if (!operation.run(in, length)) {
     return 0;
   }
   const int written = operation.checkedLength();
@@ -84,6 +85,17 @@ int signDigestInfo(const Operation &operation, const unsigned char *in, int inLe
 }
 
 } // namespace
+
+int providerRsaOperation(SSL *ssl, int type, int keySize, const unsigned char *in, int inLength,
+                         unsigned char *out) noexcept {
+  const ift_provider *provider = findProvider(ssl);
+  if (provider == nullptr || provider->callback == nullptr) {
+    return kFailure;
+  }
+  std::int32_t length = 0;
+  return runAsItIs({*provider, type, keySize, out, kProviderCapacity, &length}, in, inLength);
+}
+
 } // namespace krOpenSSL
 
 int ift_provider_private_key_operation_callback(SSL *ssl, int type, int keySize, const unsigned char *in, int inLength,
@@ -94,5 +106,5 @@ int ift_provider_private_key_operation_callback(SSL *ssl, int type, int keySize,
     return kFailure;
   }
   const Operation operation{*provider, type, keySize, out, capacity, outLength};
-  return isRawDigestLength(inLength) ? signRawDigest(operation, in, inLength) : signDigestInfo(operation, in, inLength);
+  return isRawDigestLength(inLength) ? runAsItIs(operation, in, inLength) : signDigestInfo(operation, in, inLength);
 }

@@ -29,3 +29,15 @@ inline constexpr int kProviderCapacity = 16378;
 ///         0 when the callback failed; else the length that the callback set
 int ift_provider_private_key_operation_callback(SSL *ssl, int type, int keySize, const unsigned char *in, int inLength,
                                                 unsigned char *out, int capacity, std::int32_t *outLength) noexcept;
+
+namespace krOpenSSL {
+
+/// Has the connection's provider carry out RSA's private operation on the input as it is, for keys with the flag
+/// KR_RSA_WHOLE_KEY.
+///
+/// @return the bytes at @p out, which has room for @p keySize; -1 when there is no usable record, and where
+///         the callback claims a length it may not have, 0 among them; 0 when the callback failed
+int providerRsaOperation(SSL *ssl, int type, int keySize, const unsigned char *in, int inLength,
+                         unsigned char *out) noexcept;
+
+} // namespace krOpenSSL

@@ -47,6 +47,16 @@ bool sendToDynamic(ENGINE *dynamic, const ControlCommand &command) noexcept {
   return false;
 }
 
+// OpenSSL finds the module loaded, and leaves it at that.
+bool loadIntoDynamic(ENGINE *dynamic) noexcept {
+  const platform::ModuleAhead module(krWolfEngineGetPath());
+  if (module && ENGINE_ctrl_cmd_string(dynamic, "LOAD", nullptr, 0) != 0) {
+    return true;
+  }
+  krLogWrite(kWolfSource, 117, kWolfComponent, "Control command LOAD failed");
+  return false;
+}
+
 // Has OpenSSL bring wolfEngine into its list.
 bool listWolfEngine() noexcept {
   OPENSSL_init_crypto(OPENSSL_INIT_ENGINE_DYNAMIC, nullptr);
@@ -58,11 +68,13 @@ bool listWolfEngine() noexcept {
   for (const ControlCommand &command : {
            ControlCommand{"SO_PATH", krWolfEngineGetPath(), "Control command SO_PATH failed", 103},
            ControlCommand{"LIST_ADD", "2", "Control command LIST_ADD failed", 110},
-           ControlCommand{"LOAD", nullptr, "Control command LOAD failed", 117},
        }) {
     if (!sendToDynamic(dynamic.get(), command)) {
       return false;
     }
+  }
+  if (!loadIntoDynamic(dynamic.get())) {
+    return false;
   }
   listed.store(true, std::memory_order_release);
   return true;

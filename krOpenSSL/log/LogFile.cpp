@@ -109,14 +109,19 @@ int krLogRotate() {
   if (rotationSecurity == nullptr) {
     rotationSecurity = new (rotationSecurityPlace.data()) krLogFolderSecurity;
   }
-  platform::Entry checked;
   const krLogFolderSecurity &security = *rotationSecurity;
-  if (!isFolderSafe(security) || !krLogCheckFile(security, filePath.data(), checked) ||
-      !isOldFileSafe(security, oldPath.data())) {
+  if (!isFolderSafe(security)) {
     return 0;
   }
-  // A file that the check has replaced is empty, and moves all the same.
-  const std::uint32_t atLeast = isReplaceable(checked) ? 0 : limit.load();
+  const platform::Rotation rotation(folderPath.data());
+  platform::Entry checked;
+  if (!rotation || !krLogCheckFile(security, filePath.data(), checked) || !isOldFileSafe(security, oldPath.data())) {
+    return 0;
+  }
+  // A file that the check has replaced is empty, and moves all the same. Whoever keeps others from rotating does not
+  // have the file grow for good.
+  const std::uint64_t full = std::uint64_t{limit} * (rotation.isAlone() ? 1U : 2U);
+  const std::uint64_t atLeast = isReplaceable(checked) ? 0 : full;
   if (!platform::moveOver(filePath.data(), oldPath.data(), atLeast)) {
     return 0;
   }

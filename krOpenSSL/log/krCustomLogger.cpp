@@ -4,9 +4,9 @@
 #include "log/LogFile.h"
 #include "log/LogLine.h"
 #include "log/LogLock.h"
+#include "platform/CallersErrors.h"
 #include "platform/CancellationDelay.h"
 
-#include <cerrno>
 #include <cstdint>
 
 using namespace krOpenSSL;
@@ -29,15 +29,14 @@ void writeLine(int level, int component, const LogSource &source, const char *fo
   }
 }
 
-// Whatever goes wrong costs this line only. The library that logs may be about to look at errno.
+// Whatever goes wrong costs this line only. The library that logs may be about to look at its error.
 void tryLine(int level, int component, const LogSource &source, const char *format, std::va_list arguments) noexcept {
   const CancellationDelay wholeLine;
-  const int callersError = errno;
+  const platform::CallersErrors kept;
   try {
     writeLine(level, component, source, format, arguments);
   } catch (...) { // NOLINT(bugprone-empty-catch): the line is dropped
   }
-  errno = callersError;
 }
 
 [[gnu::format(printf, 4, 5)]] void tryLine(int level, int component, const LogSource &source, const char *format,

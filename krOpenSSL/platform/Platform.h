@@ -13,14 +13,16 @@ bool systemRandom(unsigned char *buffer, std::uint32_t length) noexcept;
 /// Has @p before run in the thread that forks, ahead of every fork of this process from now on, and
 /// @p after once it is done, in the same thread and in the child. Call it once for a pair.
 ///
-/// @return false when the system could not arrange it; true at once where processes do not fork
+/// posix/ only, where processes fork.
+///
+/// @return false when the system could not arrange it
 bool holdAcrossForks(void (*before)(), void (*after)()) noexcept;
 
 /// The numbers of this process and of the calling thread.
 std::int64_t processId() noexcept;
 std::uint32_t threadId() noexcept;
 
-/// Has the two above ask the system again: in a child, which has other numbers than its parent.
+/// Has the two above ask the system again: in a child, which has other numbers than its parent. posix/ only.
 void forgetNumbers() noexcept;
 
 struct LocalTime {
@@ -84,6 +86,28 @@ bool removeEntry(const char *path) noexcept;
 void createFolder(const char *path) noexcept;
 void createFile(const char *path) noexcept;
 
+/// What a rotation in a folder holds for its life. On windows/ the folder, which then is one, no link, and stays in its
+/// place; and the lock that processes take turns by, unless another one has it. On posix/ nothing: moveOver does it
+/// all.
+class Rotation {
+public:
+  explicit Rotation(const char *folder) noexcept;
+  ~Rotation();
+  Rotation(const Rotation &) = delete;
+  Rotation &operator=(const Rotation &) = delete;
+
+  /// False when a link, or nothing, stands there.
+  explicit operator bool() const noexcept;
+
+  /// False when another process may be rotating.
+  bool isAlone() const noexcept;
+
+private:
+  // windows/ only: an empty one of either kind
+  [[maybe_unused]] std::intptr_t lock_ = 0;
+  [[maybe_unused]] std::intptr_t folder_ = -1;
+};
+
 /// Moves a file over another one of its folder. Where other processes can move it at the same time, only if
 /// it still is at least so long: the next file of the name is not for moving. On windows/ durably; on posix/
 /// a file as startFileForEveryone makes takes its place in the same step, where the file system has such a step.
@@ -141,6 +165,23 @@ private:
   // posix/ only: where size looked, and what it saw
   [[maybe_unused]] std::intptr_t folder_ = -1;
   Entry seen_;
+};
+
+/// Has a module loaded, for its life, that somebody else is about to load by the same path. On windows/ that one would
+/// have what the module needs looked for in the current folder and PATH too: this takes it from the module's own folder
+/// and the system's alone. On posix/ nothing is loaded: nobody looks there in such places.
+class ModuleAhead {
+public:
+  explicit ModuleAhead(const char *path) noexcept;
+  ~ModuleAhead();
+  ModuleAhead(const ModuleAhead &) = delete;
+  ModuleAhead &operator=(const ModuleAhead &) = delete;
+
+  /// False when the module cannot be loaded so.
+  explicit operator bool() const noexcept;
+
+private:
+  [[maybe_unused]] void *module_ = nullptr; // windows/ only
 };
 
 /// A module of that path which this process has loaded already; null when there is none. It stays loaded until

@@ -11,6 +11,11 @@
 #define MB_CUR_MAX 1
 #endif
 
+struct FILE_ID_INFO {
+  unsigned long long VolumeSerialNumber;
+  unsigned char FileId[16];
+};
+
 struct timespec {
   long long tv_sec;
   long tv_nsec;

@@ -37,8 +37,8 @@ TEST(TraceLog, WritesOneTaggedLineUnlessTheFormatIsTooLong) {
 TEST(TraceLogDeathTest, IsOffWhereTheEnvironmentSaysSoOrTheOutputIsClosed) {
   struct Row {
     const char *variable;
-    bool closedAtFirst, closedAtSetup;
-    int printed;
+    int printed = 0;
+    bool closedAtFirst = false, closedAtSetup = false;
   };
   const auto last = [](const Row &row) {
     machine::setVariable("KR_TRACE", row.variable);
@@ -53,8 +53,9 @@ TEST(TraceLogDeathTest, IsOffWhereTheEnvironmentSaysSoOrTheOutputIsClosed) {
     dup2(STDERR_FILENO, STDOUT_FILENO); // somebody gets the number
     return krTraceLog("tag", "last");
   };
-  for (const Row &row : {Row{"off", false, false, 0}, Row{"Off", false, false, 9}, Row{"offer", false, false, 9},
-                         Row{"on", true, false, 0}, Row{"on", false, true, 0}}) {
+  for (const Row &row :
+       {Row{.variable = "off"}, Row{.variable = "Off", .printed = 9}, Row{.variable = "offer", .printed = 9},
+        Row{.variable = "on", .closedAtFirst = true}, Row{.variable = "on", .closedAtSetup = true}}) {
     EXPECT_EXIT(std::exit(last(row)), testing::ExitedWithCode(row.printed), "") << row.variable;
   }
 }

@@ -2,7 +2,6 @@
 #include "state/State.h"
 #include "support/Digests.h"
 #include "support/ReferenceModule.h"
-#include "support/Trace.h"
 #include "support/Vectors.h"
 
 #include <krOpenSSL/krFips.h>
@@ -36,7 +35,6 @@ void (*const kSpoils[])() = {[] { module::moduleState = 3; }, [] { state::fipsMo
 // Whether the place of an object that had a key when the module was lost is wiped, with the object or by another way.
 template <class Object> bool leavesNothing(void (*lose)(), void (*setKey)(Object &)) {
   state::fipsMode = 0;
-  const Trace quiet;
   const Object ordinary;
   bool wiped = true;
   for (const bool copiedOver : {false, true}) {
@@ -66,7 +64,6 @@ TEST(FipsWay, HmacIsTheModules) {
   forEachDigest([]<class T>(const DigestRow<T> &row) {
     Bytes digest(64, 0xEE);
     {
-      const Trace quiet;
       kroHMAC<T> hmac;
       T()(digest.data(), kData.data(), 13); // what it takes for a MAC
       Bytes out(64);
@@ -99,7 +96,6 @@ TEST(FipsWay, HmacIsTheModules) {
 }
 
 TEST(FipsWay, KeyWrapIsTheModules) {
-  const Trace quiet;
   kroAESWrap ordinary;
   enterFipsMode();
   kroAESWrap wrap;
@@ -175,7 +171,6 @@ TEST(FipsWay, AModuleThatIsNotReadyIsNotCalled) {
 
 TEST(FipsWay, IsChosenAtConstructionAndGoesWithCopies) {
   {
-    const Trace quiet;
     kroHMAC<kroSHA256> ordinary;
     enterFipsMode();
     state::useOpenSSLFips = 1; // FIPS mode inside OpenSSL

@@ -15,6 +15,8 @@ using namespace krOpenSSL;
 using krTest::Trace;
 namespace module = krTest::referenceModule;
 
+const std::string kKey = "a key of 16 byte";
+
 void enter() {
   module::moduleState = 1;
   state::fipsModule = &module::table;
@@ -49,12 +51,12 @@ TEST(CryptoFailures, WhatWritesNothingThrowsOrIsFalse) {
     SCOPED_TRACE(name);
     enter();
     lose();
-    EXPECT_THROW((void)mac<kroSHA256>("key", "data"), CryptoError);
-    EXPECT_THROW((void)Mac<kroSHA256>("key").final(), CryptoError);
+    EXPECT_THROW((void)mac<kroSHA256>(kKey, "data"), CryptoError);
+    EXPECT_THROW((void)Mac<kroSHA256>(kKey).final(), CryptoError);
     for (const unsigned value : {0x00U, unsigned{detail::kFill}, unsigned{detail::kOtherFill}, 0xFFU}) { // forged
       const std::vector<unsigned char> tag(32, static_cast<unsigned char>(value));
-      EXPECT_FALSE(verifyMac<kroSHA256>("key", "data", tag));
-      EXPECT_FALSE(Mac<kroSHA256>("key").verify(tag));
+      EXPECT_FALSE(verifyMac<kroSHA256>(kKey, "data", tag));
+      EXPECT_FALSE(Mac<kroSHA256>(kKey).verify(tag));
     }
     EXPECT_THROW((void)seal(keys, "text"), CryptoError);
     EXPECT_THROW((void)open(keys, sealed), CryptoError);
@@ -85,13 +87,43 @@ TEST(CryptoFailures, ABridgeWithoutAModuleEncryptsNothing) {
   ERR_clear_error();
 }
 
+TEST(CryptoFailures, InFipsModeDamageIsDamageAndAKeyThatModulesRefuseIsNone) {
+  const Trace quiet;
+  const SecretArray<32> key;
+  enter();
+  auto wrapped = wrapKey(key, key);
+  EXPECT_TRUE(unwrapKey(key, wrapped));
+  wrapped[0] ^= 1;
+  EXPECT_FALSE(unwrapKey(key, wrapped));
+  EXPECT_THROW((void)mac<kroSHA256>("13 bytes long", "data"), CryptoError);
+  ERR_clear_error();
+}
+
+TEST(CryptoFailures, AMacWithoutWhatAModuleWasNotReadyForNeverComesOut) {
+  const Trace quiet;
+  const auto *const key = reinterpret_cast<const unsigned char *>(kKey.data());
+  for (const bool withoutKey : {true, false}) {
+    enter();
+    kroHMAC<kroSHA256> hmac;
+    hmac.Init();
+    module::moduleState = withoutKey ? 3 : 1;
+    hmac.SetKey(key, kKey.size());
+    module::moduleState = withoutKey ? 1 : 3;
+    hmac.Update(key, kKey.size());
+    module::moduleState = 1;
+    std::array<unsigned char, 32> out{};
+    hmac.Final(out.data());
+    EXPECT_EQ(out, (std::array<unsigned char, 32>{})) << withoutKey;
+  }
+}
+
 TEST(CryptoFailures, AnObjectEndsWithTheModeThatItWasMadeIn) {
   const Trace quiet;
   for (const auto &[name, change] : kChanges) {
     SCOPED_TRACE(name);
     enter();
-    Mac<kroSHA256> mac("key");
-    Mac<kroSHA256> another("key");
+    Mac<kroSHA256> mac(kKey);
+    Mac<kroSHA256> another(kKey);
     Digest<kroSHA256> sum;
     change();
     EXPECT_THROW(mac.update("data"), CryptoError);

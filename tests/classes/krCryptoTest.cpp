@@ -60,18 +60,18 @@ TEST(Crypto, CbcGivesThePublishedAnswersInOnePieceAndInMany) {
       continue;
     }
     withBits(record["Key"], [&]<unsigned Bits>() {
-      const FixedView<Bits / 8> key{ByteView(record["Key"])};
-      const CbcIv iv{FixedView<16>(ByteView(record["IV"]))};
+      const SecretArray<Bits / 8> key{ByteView(record["Key"])};
+      const CbcIv iv{SecretArray<16>(ByteView(record["IV"]))};
       const Bytes whole = encryptCbc<Bits>(key, iv, record["Plain"]);
       EXPECT_EQ(Bytes(whole.begin(), whole.end() - 16), record["Cipher"]);
       EXPECT_EQ(bytesOf(decryptCbc<Bits>(key, iv, whole)), record["Plain"]);
       Bytes inPieces;
-      detail::appendEncrypted<Bits>(inPieces, key, iv, record["Plain"], 32);
+      detail::appendEncrypted<Bits>(inPieces, key, iv.bytes, record["Plain"], 32);
       EXPECT_EQ(inPieces, whole);
       // Blocks of either value that the output is filled with before.
       for (const unsigned char fill : {detail::kFill, detail::kOtherFill}) {
         const Bytes filled(48, fill);
-        EXPECT_EQ(bytesOf(detail::decrypt<Bits>(key, iv, encryptCbc<Bits>(key, iv, filled), 16)), filled);
+        EXPECT_EQ(bytesOf(detail::decrypt<Bits>(key, iv.bytes, encryptCbc<Bits>(key, iv, filled), 16)), filled);
       }
     });
   }
@@ -150,7 +150,7 @@ TEST(Crypto, WrapsAsPublishedAndUnwrapsNothingElse) {
   const Trace quiet;
   for (Record record : readVectors("aes_wrap.txt")) {
     withBits(record["Kek"], [&]<unsigned Bits>() {
-      const FixedView<Bits / 8> kek{ByteView(record["Kek"])};
+      const SecretArray<Bits / 8> kek{ByteView(record["Kek"])};
       Bytes wrapped = wrapKey(kek, record["KeyData"]);
       EXPECT_EQ(wrapped, record["Wrapped"]);
       EXPECT_EQ(bytesOf(unwrapKey(kek, wrapped)), record["KeyData"]);

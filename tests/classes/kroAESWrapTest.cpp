@@ -1,5 +1,4 @@
 // AES key wrap through OpenSSL: published answers, damage, lengths, keys and copies.
-#include "support/Trace.h"
 #include "support/Vectors.h"
 #include "support/ZeroFilled.h"
 
@@ -35,7 +34,6 @@ Bytes unwrapped(kroAESWrap &wrap, const Bytes &in, const unsigned char *iv = nul
 } // namespace
 
 TEST(AesWrap, GivesThePublishedAnswersAndNoticesEveryFlippedBit) {
-  const Trace quiet;
   EXPECT_TRUE(kroAESWrap::Validate());
   const auto records = readVectors("aes_wrap.txt");
   ASSERT_EQ(records.size(), 7U);
@@ -57,7 +55,6 @@ TEST(AesWrap, GivesThePublishedAnswersAndNoticesEveryFlippedBit) {
 }
 
 TEST(AesWrap, UnwrapsUnderTheInitialValueItWasWrappedWith) {
-  const Trace quiet;
   kroAESWrap wrap;
   kroAESWrap unwrap;
   wrap.SetEncryptKey(kKek.data(), 16);
@@ -79,7 +76,6 @@ TEST(AesWrap, UnwrapsUnderTheInitialValueItWasWrappedWith) {
 }
 
 TEST(AesWrap, RefusesLengthsNullsAndUseWithoutAKey) {
-  const Trace quiet;
   kroAESWrap wrap;
   EXPECT_EQ(wrapped(wrap, kKeyData), Bytes{});
   wrap.SetEncryptKey(kKek.data(), 17); // no such key, and no cipher to re-key
@@ -101,7 +97,6 @@ TEST(AesWrap, RefusesLengthsNullsAndUseWithoutAKey) {
 }
 
 TEST(AesWrap, AnswersFalseInTheDirectionItIsNotKeyedFor) {
-  const Trace quiet;
   AES_KEY schedule;
   AES_set_decrypt_key(kKek.data(), 128, &schedule);
   Bytes reversed(32); // what an unwrap takes for good when its cipher encrypts
@@ -115,7 +110,6 @@ TEST(AesWrap, AnswersFalseInTheDirectionItIsNotKeyedFor) {
 }
 
 TEST(AesWrap, AnUnknownKeyLengthRekeysTheCipherInTheDirectionAsked) {
-  const Trace quiet;
   const Bytes other(16, 0x0f);
   kroAESWrap expected;
   expected.SetEncryptKey(other.data(), 16);
@@ -128,7 +122,6 @@ TEST(AesWrap, AnUnknownKeyLengthRekeysTheCipherInTheDirectionAsked) {
 }
 
 TEST(AesWrap, CopiesHaveContextsOfTheirOwn) {
-  const Trace quiet;
   kroAESWrap original;
   original.SetEncryptKey(kKek.data(), 16);
   kroAESWrap constructed(original);

@@ -1,5 +1,4 @@
 // AES-CBC, triple-DES-CBC and RC4: published answers, lengths, keys and copies.
-#include "support/Trace.h"
 #include "support/Vectors.h"
 #include "support/ZeroFilled.h"
 
@@ -45,7 +44,6 @@ Bytes keyStream(kroRC4 &rc4, std::size_t length) {
 } // namespace
 
 TEST(Cbc, GivesThePublishedAnswersForWholeBlocksOfAnyCount) {
-  const Trace quiet;
   const auto records = readVectors("cbc.txt");
   ASSERT_EQ(records.size(), 5U);
   for (Record record : records) {
@@ -73,7 +71,6 @@ TEST(Cbc, RefusesNullAndLengthsBeyondAnInt) {
     const Bytes key(32, 1);
     const Bytes in(16, 2);
     Bytes out(16, 0xEE);
-    const Trace quiet;
     for (const Cbc call : {row.encrypt, row.decrypt}) {
       call(out.data(), key.data(), key.data(), in.data(), kTooLong);
       call(out.data(), nullptr, key.data(), in.data(), in.size());
@@ -86,7 +83,6 @@ TEST(Cbc, RefusesNullAndLengthsBeyondAnInt) {
 }
 
 TEST(Rc4, GivesThePublishedKeyStreamsInPiecesAndAgain) {
-  const Trace quiet;
   const auto records = readVectors("rc4.txt");
   ASSERT_EQ(records.size(), 7U);
   for (Record record : records) {
@@ -104,16 +100,17 @@ TEST(Rc4, GivesThePublishedKeyStreamsInPiecesAndAgain) {
 }
 
 TEST(Rc4, WithoutAProperKeyItWritesNothing) {
-  const Trace quiet;
   kroRC4 rc4;
   EXPECT_EQ(keyStream(rc4, 16), Bytes(16, 0));
   for (const auto &[key, length] :
        {std::pair<const unsigned char *, std::uint64_t>(nullptr, 5), {kRc4Key.data(), 0}, {kRc4Key.data(), kTooLong}}) {
     rc4.SetKey(kRc4Key.data(), kRc4Key.size());
     rc4.SetKey(key, length);
-    EXPECT_EQ(keyStream(rc4, 16), Bytes(16, 0));
     kroRC4 keyed(key, length);
-    EXPECT_EQ(keyStream(keyed, 16), Bytes(16, 0));
+    Bytes untouched(16, 0xEE); // a state of zeros would copy its input
+    keyed.Transform(untouched.data(), Bytes(16).data(), 16);
+    rc4.Transform(untouched.data(), Bytes(16).data(), 16);
+    EXPECT_EQ(untouched, Bytes(16, 0xEE));
   }
   Bytes out(1, 0xEE);
   rc4.SetKey(kRc4Key.data(), kRc4Key.size());
@@ -128,7 +125,6 @@ TEST(Rc4, WithoutAProperKeyItWritesNothing) {
 }
 
 TEST(Rc4, CopiesGoOnFromTheSamePlaceOnTheirOwn) {
-  const Trace quiet;
   kroRC4 original(kRc4Key.data(), kRc4Key.size());
   keyStream(original, 5);
   kroRC4 constructed(original);

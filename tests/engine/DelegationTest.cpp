@@ -27,7 +27,11 @@ template <class Result, class... Arguments> Result throwing(Arguments... argumen
   throw std::runtime_error("a callback's");
 }
 
-bool signs(EVP_PKEY *key, EVP_PKEY *owner) { return verifies(owner, kDigest, signDigest(key, kDigest)); }
+// The key verifies with the engine's methods, too.
+bool signs(EVP_PKEY *key, EVP_PKEY *owner) {
+  const Bytes signature = signDigest(key, kDigest);
+  return verifies(owner, kDigest, signature) && verifies(key, kDigest, signature);
+}
 
 bool decrypts(EVP_PKEY *key, EVP_PKEY *owner) {
   Bytes cipher(256);

@@ -78,13 +78,17 @@ TEST(Provider, ReceivesRawDigestsAndTheBareDigestOfADigestInfo) {
 
 TEST(Provider, RsaResultsFollowTheAnswer) {
   const Library library;
-  const std::tuple<const char *, Provider::Behaviour, int, int> rows[] = {
-      {"fewer bytes", claims(1), 1, 1},
-      {"no bytes", claims(0), -1, 0},
-      {"failure", claims(kRsaBytes, false), 0, 0},
-      {"an exception", throws, 0, 0},
-      {"a negative length", claims(INT_MIN), -1, -1},
-      {"more than the key size", claims(kRsaBytes + 1), -1, -1},
+  const struct {
+    const char *answer;
+    Provider::Behaviour behaviour;
+    int forRaw, forDigestInfo;
+  } rows[]{
+      {.answer = "fewer bytes", .behaviour = claims(1), .forRaw = 1, .forDigestInfo = 1},
+      {.answer = "no bytes", .behaviour = claims(0), .forRaw = -1, .forDigestInfo = 0},
+      {.answer = "failure", .behaviour = claims(kRsaBytes, false), .forRaw = 0, .forDigestInfo = 0},
+      {.answer = "an exception", .behaviour = throws, .forRaw = 0, .forDigestInfo = 0},
+      {.answer = "a negative length", .behaviour = claims(INT_MIN), .forRaw = -1, .forDigestInfo = -1},
+      {.answer = "more than the key size", .behaviour = claims(kRsaBytes + 1), .forRaw = -1, .forDigestInfo = -1},
   };
   for (const auto &[answer, behaviour, forRaw, forDigestInfo] : rows) {
     Connection connection(behaviour);

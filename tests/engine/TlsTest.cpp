@@ -31,15 +31,3 @@ TEST(Tls, HandshakesFailWithAProviderThatDoesNotSignRightly) {
     }
   }
 }
-
-TEST(Tls, HandshakesFailWithAnRsaCallbackThatClaimsTooMuch) {
-  const Library library;
-  const std::tuple<int, const char *> rows[]{{TLS1_3_VERSION, "ALL"}, {TLS1_2_VERSION, "AES128-GCM-SHA256"}};
-  for (const auto &[version, ciphers] : rows) {
-    for (const int selector : {0, 1}) {
-      krEngineSetRSAPrivateKeyOpCallback([](auto...) { return 16000; }, selector);
-    }
-    EXPECT_EQ(Handshake(version, ciphers, softwareKey(Kind::rsa)).run(), 0) << ciphers;
-  }
-  krEngineSetRSAPrivateKeyOpCallback(nullptr, 0);
-}

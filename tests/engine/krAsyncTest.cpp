@@ -123,6 +123,45 @@ TEST_F(Async, WhatGetsNoAnswerFailsAlone) {
   }
 }
 
+TEST_F(Async, ACancelledCallIsNotPutAsideAgain) {
+  int tries = 0;
+  const krOpenSSL::DelegatedKey patient(*library, softwareKey(Kind::p256), [&](const auto &, auto) {
+    while (++tries < 3) {
+      try {
+        awaitReply([&](Reply reply) { holder.asked.push_back({std::move(reply), {}}); });
+      } catch (const NoReply &) {
+      }
+    }
+    return std::size_t{0};
+  });
+  Peers peers(patient, TLS1_3_VERSION);
+  EXPECT_EQ(peers.turns(), Step::wantReply);
+  peers.connection.cancel();
+  EXPECT_EQ(tries, 3);
+  EXPECT_EQ(holder.asked.size(), 1U);
+}
+
+TEST_F(Async, ACloseWithinTheHandshakeIsAFailure) {
+  Peers peers(key, TLS1_2_VERSION);
+  EXPECT_EQ(peers.turns(), Step::wantReply);
+  Holder::answer(holder.asked.front());
+  EXPECT_EQ(peers.connection.handshake(), Step::wantRead);
+  BIO_write(SSL_get_wbio(peers.client.get()), "\x15\x03\x03\x00\x02\x01\x00", 7);
+  EXPECT_EQ(peers.connection.handshake(), Step::failed);
+}
+
+TEST_F(Async, AnOverrunEndsAtTheGuardPage) {
+  const std::function<int(int)> overrun = [&](int depth) {
+    std::array<volatile char, 512> frame{};
+    frame[0] = static_cast<char>(depth);
+    return depth > 0 ? overrun(depth - 1) + frame[0] : 0;
+  };
+  const krOpenSSL::DelegatedKey deep(*library, softwareKey(Kind::p256),
+                                     [&](const auto &, auto) { return static_cast<std::size_t>(overrun(100'000)); });
+  Peers peers(deep, TLS1_3_VERSION);
+  EXPECT_DEATH(peers.turns(), "");
+}
+
 TEST_F(Async, WhatWaitsGoesWithItsConnection) {
   for (const int version : {TLS1_2_VERSION, TLS1_3_VERSION}) {
     Peers peers(key, version);
@@ -143,6 +182,17 @@ TEST_F(Async, MisuseIsFound) {
   Holder::answer(holder.asked.front());
   EXPECT_EQ(peers.turns(), Step::done);
   EXPECT_THROW(AsyncConnection(nullptr, [] {}), std::invalid_argument);
+  EXPECT_THROW(peers.connection.write("", 0), std::invalid_argument);
+
+  Peers *inside = nullptr;
+  const krOpenSSL::DelegatedKey steps(*library, softwareKey(Kind::p256), [&](const auto &, auto) {
+    EXPECT_THROW(inside->connection.handshake(), std::logic_error);
+    inside->connection.cancel();
+    return std::size_t{0};
+  });
+  Peers withinItself(steps, TLS1_3_VERSION);
+  inside = &withinItself;
+  EXPECT_EQ(withinItself.turns(), Step::failed);
 
   Peers inCatch(key, TLS1_3_VERSION);
   try {

@@ -27,6 +27,35 @@ Signer signsWithKey(Kind kind) {
   };
 }
 
+/// Everything that an RSA key can be asked for, and notes of what it was.
+struct WholeRsa {
+  krOpenSSL::KeyOperations operations() {
+    return {[this](const SignRequest &request, Out out) {
+              asked.push_back(request.hash);
+              return signsWithKey(Kind::rsa)(request, out);
+            },
+            [this](const krOpenSSL::PssRequest &request, Out out) {
+              asked.push_back(request.saltLength);
+              EXPECT_EQ(EVP_MD_size(EVP_get_digestbynid(request.hash)), request.saltLength);
+              return apply(RSA_private_encrypt, request.block, out, RSA_NO_PADDING);
+            },
+            [this](const krOpenSSL::DecryptRequest &request, Out out) {
+              asked.push_back(-request.padding);
+              return apply(RSA_private_decrypt, request.data, out, request.padding);
+            }};
+  }
+
+  std::vector<int> asked;
+
+private:
+  template <class Function>
+  static std::size_t apply(Function function, std::span<const unsigned char> in, Out out, int padding) {
+    RSA *rsa = krOpenSSL::keyObject::rsaOf(softwareKey(Kind::rsa));
+    return static_cast<std::size_t>(
+        std::max(0, function(static_cast<int>(in.size()), in.data(), out.data(), rsa, padding)));
+  }
+};
+
 /// A handshake whose server has a certificate and no key at all.
 struct Keyless : Handshake {
   Keyless(int version, Kind kind) : Handshake(version, "ALL", softwareKey(kind)) {
@@ -146,12 +175,14 @@ TEST_F(Delegate, AContextKeepsTheSignerUntilItsLastConnectionIsGone) {
 
 TEST_F(Delegate, APreparedContextShakesHandsWhateverTheClientOffers) {
   const krOpenSSL::Library library;
-  const std::tuple<Kind, int, int> rows[]{// the client's highest version, and what is agreed on
-                                          {Kind::rsa, TLS1_3_VERSION, TLS1_2_VERSION},
-                                          {Kind::rsa, TLS1_1_VERSION, 0},
-                                          {Kind::dsa, TLS1_3_VERSION, TLS1_2_VERSION},
-                                          {Kind::p256, TLS1_3_VERSION, TLS1_3_VERSION},
-                                          {Kind::p521, TLS1_2_VERSION, TLS1_2_VERSION}};
+  const struct {
+    Kind kind;
+    int offered, agreed; // the highest versions; 0: no handshake
+  } rows[]{{.kind = Kind::rsa, .offered = TLS1_3_VERSION, .agreed = TLS1_2_VERSION},
+           {.kind = Kind::rsa, .offered = TLS1_1_VERSION, .agreed = 0},
+           {.kind = Kind::dsa, .offered = TLS1_3_VERSION, .agreed = TLS1_2_VERSION},
+           {.kind = Kind::p256, .offered = TLS1_3_VERSION, .agreed = TLS1_3_VERSION},
+           {.kind = Kind::p521, .offered = TLS1_2_VERSION, .agreed = TLS1_2_VERSION}};
   for (const auto &[kind, offered, agreed] : rows) {
     Handshake handshake(TLS1_2_VERSION, "ALL", softwareKey(kind));
     SSL_CTX_set_max_proto_version(handshake.clientContext.get(), offered);
@@ -168,6 +199,89 @@ TEST_F(Delegate, APreparedContextShakesHandsWhateverTheClientOffers) {
   }
 }
 
+TEST_F(Delegate, AnRsaKeyIsServedWhole) {
+  const krOpenSSL::Library library;
+  WholeRsa store;
+  const DelegatedKey key(library, softwareKey(Kind::rsa), store.operations());
+  const std::tuple<int, const char *, const char *, std::vector<int>> rows[]{
+      // what the client offers, and what the store is asked for
+      {TLS1_3_VERSION, "ALL", "PSS+SHA256", {32}},
+      {TLS1_3_VERSION, "ALL", "PSS+SHA512", {64}},
+      {TLS1_2_VERSION, "aRSA", "PSS+SHA384", {48}},
+      {TLS1_2_VERSION, "ECDHE-RSA-CHACHA20-POLY1305", "RSA+SHA256", {NID_sha256}},
+      {TLS1_2_VERSION, "kRSA", "RSA+SHA256", {-RSA_NO_PADDING}},
+      {TLS1_1_VERSION, "ECDHE+aRSA", "RSA+SHA256", {NID_md5_sha1}}};
+  for (const auto &[version, ciphers, algorithms, asked] : rows) {
+    Handshake handshake(version, ciphers, softwareKey(Kind::rsa));
+    SSL_CTX_set1_sigalgs_list(handshake.clientContext.get(), algorithms);
+    key.prepare(handshake.serverContext.get());
+    handshake.reconnect();
+    key.bindTo(handshake.server.get());
+    EXPECT_EQ(handshake.run(), 2) << ciphers << algorithms;
+    EXPECT_EQ(std::exchange(store.asked, {}), asked) << ciphers << algorithms;
+  }
+  const Keyless owner(TLS1_2_VERSION, Kind::rsa);
+  key.bindTo(owner.server.get());
+  RSA *rsa = krOpenSSL::keyObject::rsaOf(SSL_get_privatekey(owner.server.get()));
+  std::array<unsigned char, 256> hidden{};
+  std::array<unsigned char, 256> shown{};
+  for (const int padding : {RSA_PKCS1_PADDING, RSA_PKCS1_OAEP_PADDING}) {
+    RSA_public_encrypt(5, reinterpret_cast<const unsigned char *>("hello"), hidden.data(), rsa, padding);
+    EXPECT_EQ(RSA_private_decrypt(256, hidden.data(), shown.data(), rsa, padding), 5);
+    EXPECT_EQ(store.asked.back(), -padding);
+  }
+  EXPECT_EQ(RSA_private_decrypt(256, hidden.data(), shown.data(), rsa, RSA_SSLV23_PADDING), -1);
+}
+
+TEST_F(Delegate, APreparedContextIsNarrowerOrRefused) {
+  const krOpenSSL::Library library;
+  const std::tuple<Kind, const char *, const char *, int, int, const char *> rows[]{
+      // what the context is limited to: ciphers, signature algorithms, versions
+      {Kind::p256, "ECDHE-ECDSA-CHACHA20-POLY1305", "ECDSA+SHA384:RSA+SHA256", TLS1_2_VERSION, 0, ""},
+      {Kind::rsa, "ALL", "RSA+SHA256:PSS+SHA256", TLS1_2_VERSION, TLS1_3_VERSION, ""},
+      {Kind::p256, "aRSA", "ECDSA+SHA256", TLS1_2_VERSION, TLS1_2_VERSION, "no cipher suite is left for the key"},
+      {Kind::rsa, "kRSA", "RSA+SHA256", TLS1_2_VERSION, 0, "no cipher suite is left for the key"},
+      {Kind::rsa, "ALL", "PSS+SHA256:ECDSA+SHA256", TLS1_2_VERSION, 0, "no signature algorithm is left for the key"},
+      {Kind::rsa, "ALL", "RSA+SHA256", TLS1_3_VERSION, 0, "no version of TLS is left for the key"},
+      {Kind::p256, "ALL", "ECDSA+SHA256", TLS1_3_VERSION, TLS1_2_VERSION, "no version of TLS is left for the key"}};
+  for (const auto &[kind, ciphers, algorithms, lowest, highest, reason] : rows) {
+    const krOpenSSL::SSLCtxPtr context(SSL_CTX_new(TLS_server_method()));
+    SSL_CTX_set_cipher_list(context.get(), ciphers);
+    SSL_CTX_set1_sigalgs_list(context.get(), algorithms);
+    SSL_CTX_set_min_proto_version(context.get(), lowest);
+    SSL_CTX_set_max_proto_version(context.get(), highest);
+    const DelegatedKey key(library, softwareKey(kind), signsWithKey(kind));
+    EXPECT_EQ(refusal([&] { key.prepare(context.get()); }), reason) << ciphers << algorithms;
+  }
+}
+
+TEST_F(Delegate, BothEndsOfMutualTlsSignWithDelegatedKeys) {
+  const krOpenSSL::Library library;
+  WholeRsa store;
+  const DelegatedKey rsa(library, softwareKey(Kind::rsa), store.operations());
+  const DelegatedKey onlyPkcs1(library, softwareKey(Kind::rsa), signsWithKey(Kind::rsa));
+  const DelegatedKey ec(library, softwareKey(Kind::p256), signsWithKey(Kind::p256));
+  const std::tuple<int, Kind, const DelegatedKey &, Kind, const DelegatedKey &> rows[]{
+      {TLS1_3_VERSION, Kind::rsa, rsa, Kind::p256, ec},       {TLS1_3_VERSION, Kind::p256, ec, Kind::rsa, rsa},
+      {TLS1_2_VERSION, Kind::rsa, rsa, Kind::rsa, onlyPkcs1}, {TLS1_2_VERSION, Kind::p256, ec, Kind::rsa, onlyPkcs1},
+      {TLS1_2_VERSION, Kind::rsa, onlyPkcs1, Kind::p256, ec}, {TLS1_2_VERSION, Kind::p256, ec, Kind::p256, ec}};
+  for (const auto &[version, serverKind, serverKey, clientKind, clientKey] : rows) {
+    Handshake handshake(version, "ALL", softwareKey(serverKind));
+    const Handshake other(version, "ALL", softwareKey(clientKind));
+    X509 *certificate = SSL_CTX_get0_certificate(other.serverContext.get());
+    X509_STORE_add_cert(SSL_CTX_get_cert_store(handshake.serverContext.get()), certificate);
+    SSL_CTX_set_verify(handshake.serverContext.get(), SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
+    SSL_CTX_use_certificate(handshake.clientContext.get(), certificate);
+    serverKey.prepare(handshake.serverContext.get());
+    clientKey.prepare(handshake.clientContext.get());
+    handshake.reconnect();
+    serverKey.bindTo(handshake.server.get());
+    clientKey.bindTo(handshake.client.get());
+    EXPECT_EQ(handshake.run(), 2) << version << static_cast<int>(serverKind) << static_cast<int>(clientKind);
+    EXPECT_EQ(SSL_get_verify_result(handshake.server.get()), X509_V_OK);
+  }
+}
+
 TEST_F(Delegate, RefusesWhatCannotSign) {
   const krOpenSSL::Library library;
   const DelegatedKey key(library, softwareKey(Kind::p384), signsWithKey(Kind::p384));
@@ -179,6 +293,7 @@ TEST_F(Delegate, RefusesWhatCannotSign) {
       {[&] { DelegatedKey(library, empty.get(), signsWithKey(Kind::rsa)); },
        "only RSA, DSA and EC keys can be delegated"},
       {[&] { DelegatedKey(library, softwareKey(Kind::rsa), nullptr); }, "a signer is missing"},
+      {[&] { DelegatedKey(library, softwareKey(Kind::p256), WholeRsa().operations()); }, "only RSA keys have padding"},
       {[&] { key.bindTo(nullptr); }, "a connection is missing"},
       {[&] { key.prepare(nullptr); }, "a context is missing"},
       {[&] { key.bindTo(foreign.ssl.get()); }, "the context carries another provider's record"},

@@ -48,7 +48,7 @@ stop_server
 
 for holder in process memory; do
   "$program" demo --holder "$holder" >trace.log 2>table.log || fail "the demo failed"$'\n'"$(cat table.log)"
-  [ "$(grep -c ' yes ' table.log)" -eq 8 ] || fail "not eight verified lines"$'\n'"$(cat table.log)"
+  [ "$(grep -c ' yes ' table.log)" -eq 9 ] || fail "not nine verified lines"$'\n'"$(cat table.log)"
   grep -q '^krOpenSSL ift_provider_private_key_operation_callback: X509_digest_length returned: 32$' trace.log ||
     fail "no trace of the provider"
   ! grep -q krOpenSSL table.log || fail "trace lines in the table"

@@ -27,7 +27,6 @@ for file in short empty long; do
   refuses verify jefe $file "${mac%?}$([ "${mac: -1}" = 0 ] && echo 1 || echo 0)"
   refuses verify jefe $file "${mac:2}"
 done
-"${krseal[@]}" digest SHA-256 long 2>&1 >said | grep -q '100 %' || fail "no progress"
 
 krseal key keys
 refuses key keys # is there already
@@ -41,8 +40,20 @@ refuses open keys short none Alice
 krseal key others
 refuses open others short.sealed none Alice
 [ ! -e none ] || fail "writes what it did not verify"
-refuses digest MD4 short
 refuses digest SHA-256 . # a folder
-status=0
-"${krseal[@]}" digest SHA-256 >said 2>&1 || status=$?
-[ $status -eq 2 ] || fail "status $status for a wrong command line"
+for keys in short jefe missing; do # no digits, too few, no file
+  refuses seal $keys long none
+  grep -q "$keys: " said || fail "does not name $keys"
+done
+for line in "digest SHA-256" "digest MD4 short"; do
+  status=0
+  "${krseal[@]}" $line >said 2>&1 || status=$?
+  [ $status -eq 2 ] || fail "status $status for $line"
+done
+[ -z "${3-}" ] || exit 0
+# What only the system itself shows.
+(umask 0; "$1" key mine; "$1" open keys short.sealed text Alice)
+[ "$(stat -c %a mine text | sort -u)" = 600 ] || fail "others may read secrets"
+! "$1" digest SHA-256 short >/dev/full 2>said || fail "an answer that nobody saw"
+script -qec "'$1' digest SHA-256 long" /dev/null </dev/null | grep -q '100 %' || fail "no progress on a terminal"
+[ -z "$("$1" digest SHA-256 long 2>&1 >/dev/null)" ] || fail "progress where nobody looks"

@@ -39,10 +39,10 @@ curl_line() { curl -sS --max-time 30 --cacert ca.pem --resolve "localhost:$port:
 
 serve --cert rsa.pem "${on_token[@]}"
 for client in openssl11 openssl; do
-  expect_handshake TLSv1.2 RSA SHA256 "$client" rsa -sigalgs RSA+SHA256
-  expect_handshake TLSv1.2 RSA SHA512 "$client" rsa -sigalgs RSA+SHA512
+  expect_handshake TLSv1.3 RSA-PSS SHA256 "$client" rsa
+  expect_handshake TLSv1.2 RSA SHA512 "$client" rsa -tls1_2 -sigalgs RSA+SHA512
 done
-expect "TLSv1.2 .*signature rsa_pkcs1_sha[0-9]+ by the token 'web'" curl_line
+expect "TLSv1.3 .*signature rsa_pss_sha256 by the token 'web'" curl_line
 stop_server
 
 # What keeps the server from starting.

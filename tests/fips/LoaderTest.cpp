@@ -65,7 +65,6 @@ class LoaderFailure : public testing::TestWithParam<Failure> {};
 
 TEST_P(LoaderFailure, IsLoggedAndLeavesTheMethodsAlone) {
   FipsHome home(GetParam().failing);
-  const krTest::Trace quiet;
   GetParam().prepare();
   EXPECT_EQ(krWolfEngineLoad(), 0);
   EXPECT_EQ(home.newLogLines(), GetParam().lines);
@@ -101,7 +100,6 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(Loader, ASecondLoadSkipsTheDynamicEngine) {
   FipsHome home;
-  const krTest::Trace quiet;
   EXPECT_EQ(krWolfEngineLoad(), 1);
   EXPECT_TRUE(isSpliced(activeEngine.load()));
   EXPECT_EQ(home.newLogLines(), Lines{kLoaded});
@@ -117,7 +115,6 @@ TEST(Loader, ASecondLoadSkipsTheDynamicEngine) {
 
 TEST(Loader, TakesNoStrangerFromOpenSSLsModuleFolder) {
   FipsHome home("id");
-  const krTest::Trace quiet;
   krTest::machine::setVariable("OPENSSL_ENGINES", KR_PROGRAM_FILES "/Corvane/TRVA");
   EXPECT_EQ(krWolfEngineLoad(), 0);
   krTest::machine::setVariable(krTest::kStandInFails, "");
@@ -128,7 +125,6 @@ TEST(Loader, TakesNoStrangerFromOpenSSLsModuleFolder) {
 
 TEST(WolfEngineLogging, SendsTheFiveCommandsInTheMode) {
   FipsHome home;
-  const krTest::Trace quiet;
   krOSSLSetup();
   EXPECT_EQ(krSetWolfEngineLogLevel(1), 0); // the engine in force knows no such command
   EXPECT_EQ(home.newLogLines(),
@@ -152,7 +148,6 @@ TEST(WolfEngineLogging, SendsTheFiveCommandsInTheMode) {
 
 TEST(WolfEngineLogging, StopsAtTheFirstCommandThatFails) {
   FipsHome home;
-  const krTest::Trace quiet;
   ASSERT_EQ(krWolfEngineLoad(), 1);
   home.newLogLines();
   std::size_t sent = 0;

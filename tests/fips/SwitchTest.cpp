@@ -5,7 +5,6 @@
 #include "support/Engines.h"
 #include "support/FipsHome.h"
 #include "support/Machine.h"
-#include "support/Trace.h"
 
 #include "platform/Platform.h"
 #include "state/FipsModule.h"
@@ -48,28 +47,33 @@ unsigned int reload() {
 
 TEST(FipsSwitch, FollowsTheStateTable) {
   const FipsHome home;
-  const Trace quiet;
   krOSSLSetup();
-  const std::tuple<unsigned int (*)(), int, unsigned int, const char *> steps[]{
-      {krFipsModeOn, 0, 0xE0050005, kOrdinary}, // refused with nothing touched
-      {krFipsModeOff, 0, 0, kOrdinary},
-      {krFipsModeOn, 5, 0, kFips},
-      {krFipsModeOn, 1, 0, kFips},
-      {krFipsModeOn, 0, 0xE0050005, kFips},
-      {krFipsModeOff, 1, 0, kOrdinary},
-      {[] { return krFipsModeOnEx(7); }, 1, 0, kFips},
-      {reload, 0, 0, kBridge}, // wolfEngine is not chosen any more
-      {registerAll, 0, 0, nullptr},
-      {reload, 0, 0, kBridge},
-      {close, 1, 0, kOrdinary},
-      {registerAll, 1, 0, nullptr},
-      {krFipsModeOff, 1, 0, kOrdinary},
-      {registerAll, 1, 0, nullptr},
-      {krFipsModeOn, 1, 0, kFips},
-      {close, 0, 0, kOrdinary},
+  const struct {
+    unsigned int (*operation)();
+    int use;
+    const char *engines;
+    unsigned int result = kFipsOk;
+  } steps[]{
+      // Refused with nothing touched.
+      {.operation = krFipsModeOn, .use = 0, .engines = kOrdinary, .result = kFipsNotAvailable},
+      {.operation = krFipsModeOff, .use = 0, .engines = kOrdinary},
+      {.operation = krFipsModeOn, .use = 5, .engines = kFips},
+      {.operation = krFipsModeOn, .use = 1, .engines = kFips},
+      {.operation = krFipsModeOn, .use = 0, .engines = kFips, .result = kFipsNotAvailable},
+      {.operation = krFipsModeOff, .use = 1, .engines = kOrdinary},
+      {.operation = [] { return krFipsModeOnEx(7); }, .use = 1, .engines = kFips},
+      {.operation = reload, .use = 0, .engines = kBridge}, // wolfEngine is not chosen any more
+      {.operation = registerAll, .use = 0, .engines = nullptr},
+      {.operation = reload, .use = 0, .engines = kBridge},
+      {.operation = close, .use = 1, .engines = kOrdinary},
+      {.operation = registerAll, .use = 1, .engines = nullptr},
+      {.operation = krFipsModeOff, .use = 1, .engines = kOrdinary},
+      {.operation = registerAll, .use = 1, .engines = nullptr},
+      {.operation = krFipsModeOn, .use = 1, .engines = kFips},
+      {.operation = close, .use = 0, .engines = kOrdinary},
   };
   int number = 0;
-  for (const auto &[operation, use, result, after] : steps) {
+  for (const auto &[operation, use, after, result] : steps) {
     SCOPED_TRACE(++number);
     EXPECT_EQ(krFipsUseOpenSSLFIPS(use), use != 0 ? 1 : 0);
     EXPECT_EQ(krFipsUsingOpenSSLFIPS(), use != 0 ? 1 : 0);
@@ -84,7 +88,6 @@ TEST(FipsSwitch, FollowsTheStateTable) {
 
 TEST(FipsSwitch, AFailedLoadLeavesOrdinaryMode) {
   const FipsHome home("init");
-  const Trace quiet;
   krOSSLSetup();
   krFipsUseOpenSSLFIPS(1);
   EXPECT_EQ(krFipsModeOn(), 0xE0050005);
@@ -94,7 +97,6 @@ TEST(FipsSwitch, AFailedLoadLeavesOrdinaryMode) {
 
 TEST(FipsSwitch, NeedsNoSetupAndOutlivesCleanup) {
   const FipsHome home;
-  const Trace quiet;
   krFipsUseOpenSSLFIPS(1);
   EXPECT_EQ(krFipsModeOn(), 0U);
   EXPECT_EQ(engines(), kFips);
@@ -111,7 +113,6 @@ TEST(FipsSwitch, NeedsNoSetupAndOutlivesCleanup) {
 
 TEST(FipsSwitch, TheThousandthLeavesNoMoreThanTheTenth) {
   const FipsHome home;
-  const Trace quiet;
   krLogThreshold = 0;
   krFipsUseOpenSSLFIPS(1);
   krOSSLSetup();
@@ -129,7 +130,6 @@ TEST(FipsSwitch, TheThousandthLeavesNoMoreThanTheTenth) {
 
 TEST(FipsSwitch, TakesTheRandomMethodAlongButNotTheHostsOwn) {
   const FipsHome home;
-  const Trace quiet;
   krOSSLSetup();
   krFipsUseOpenSSLFIPS(1);
   unsigned char byte = 0;
@@ -161,7 +161,6 @@ TEST(FipsSwitch, TakesTheRandomMethodAlongButNotTheHostsOwn) {
 
 TEST(FipsSwitch, LeavesTheLibrarysRandomMethodWhereNothingWasSetUp) {
   const FipsHome home("init");
-  const Trace quiet;
   krFipsUseOpenSSLFIPS(1);
   EXPECT_EQ(krFipsModeOn(), 0xE0050005);
   EXPECT_NE(RAND_get_rand_method(), RAND_OpenSSL());
@@ -189,7 +188,6 @@ const RAND_METHOD kHostsOwn{noteSeed, noteDraw, nullptr, nullptr, nullptr, nullp
 
 TEST(FipsSwitch, CarriesRandomBytesBackWhenTheyWereDrawn) {
   const FipsHome home;
-  const Trace quiet;
   krOSSLSetup();
   krFipsUseOpenSSLFIPS(1);
   RAND_set_rand_method(&kHostsOwn);
@@ -217,7 +215,6 @@ TEST(FipsModulePath, IsKeptUpTo259Characters) {
 
 TEST(FipsModuleState, IsTheModulesOwnUntilClose) {
   const FipsHome home;
-  const Trace quiet;
   static int moduleState = 0;
   FipsModule module{};
   module.GetState = [] { return moduleState; };

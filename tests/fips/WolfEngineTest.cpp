@@ -2,10 +2,10 @@
 #include "support/Callbacks.h"
 #include "support/FipsHome.h"
 #include "support/Handshake.h"
-#include "support/Trace.h"
 
 #include "fips/DelegatedSign.h"
 
+#include <krOpenSSL/krDelegate.hpp>
 #include <krOpenSSL/krFips.h>
 #include <krOpenSSL/krLifecycle.h>
 
@@ -26,7 +26,6 @@ const Bytes kDigest(32, 0x5a);
 // FIPS mode, with the keys made before.
 struct Fips {
   FipsHome home;
-  Trace quiet;
   Library library;
 
   Fips() {
@@ -46,14 +45,20 @@ TEST(FipsKeys, DelegatedOnesSignThroughTheCaller) {
   krFipsModeOn();
   const EVPPKeyPtr fresh[]{publicHalf(softwareKey(Kind::rsa)), publicHalf(softwareKey(Kind::p256))};
   for (const auto &keys : {ordinary, fresh}) {
-    const std::tuple<EVP_PKEY *, EVP_PKEY *, int, bool> rows[]{
-        {keys[0].get(), softwareKey(Kind::rsa), RSA_PKCS1_PADDING, true},
-        {keys[0].get(), softwareKey(Kind::rsa), RSA_PKCS1_PADDING, false},
-        {keys[0].get(), softwareKey(Kind::rsa), RSA_PKCS1_PSS_PADDING, false},
-        {keys[1].get(), softwareKey(Kind::p256), 0, true},
-        {keys[1].get(), softwareKey(Kind::p256), 0, false},
+    const struct {
+      EVP_PKEY *key;
+      Kind kind;
+      int padding;
+      bool viaProvider = false;
+    } rows[]{
+        {.key = keys[0].get(), .kind = Kind::rsa, .padding = RSA_PKCS1_PADDING, .viaProvider = true},
+        {.key = keys[0].get(), .kind = Kind::rsa, .padding = RSA_PKCS1_PADDING},
+        {.key = keys[0].get(), .kind = Kind::rsa, .padding = RSA_PKCS1_PSS_PADDING},
+        {.key = keys[1].get(), .kind = Kind::p256, .padding = 0, .viaProvider = true},
+        {.key = keys[1].get(), .kind = Kind::p256, .padding = 0},
     };
-    for (const auto &[key, owner, padding, viaProvider] : rows) {
+    for (const auto &[key, kind, padding, viaProvider] : rows) {
+      EVP_PKEY *owner = softwareKey(kind);
       SCOPED_TRACE(testing::Message() << EVP_PKEY_id(key) << ' ' << padding << ' ' << viaProvider);
       Connection connection(signsWith(owner));
       attach(key, viaProvider ? connection.ssl.get() : nullptr);
@@ -119,6 +124,37 @@ TEST(FipsKeys, TlsHandshakesSucceedWithThePublicHalfOnly) {
   expectDelegated(TLS1_3_VERSION, "ALL", Kind::p256, true);
   expectDelegated(TLS1_VERSION, "ECDHE-RSA-AES128-SHA", Kind::rsa, true); // MD5 and SHA-1
   expectDelegated(TLS1_3_VERSION, "ALL", Kind::rsa, false);               // PSS
+}
+
+TEST(FipsKeys, OfRsaSignWithPssOverMutualTlsBesideSoftwareKeys) {
+  const Fips fips;
+  const krOpenSSL::Library library;
+  const krOpenSSL::DelegatedKey key(
+      library, softwareKey(Kind::rsa),
+      {nullptr,
+       [](const krOpenSSL::PssRequest &request, std::span<unsigned char> out) {
+         const auto length = static_cast<int>(request.block.size());
+         RSA *rsa = krOpenSSL::keyObject::rsaOf(softwareKey(Kind::rsa));
+         return static_cast<std::size_t>(
+             std::max(0, RSA_private_encrypt(length, request.block.data(), out.data(), rsa, RSA_NO_PADDING)));
+       },
+       nullptr});
+  Handshake handshake(TLS1_3_VERSION, "ALL", softwareKey(Kind::rsa));
+  X509 *certificate = SSL_CTX_get0_certificate(handshake.serverContext.get());
+  X509_STORE_add_cert(SSL_CTX_get_cert_store(handshake.serverContext.get()), certificate);
+  SSL_CTX_use_certificate(handshake.clientContext.get(), certificate);
+  SSL_CTX_set_verify(handshake.serverContext.get(), SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
+  for (SSL_CTX *context : {handshake.serverContext.get(), handshake.clientContext.get()}) {
+    key.prepare(context);
+  }
+  handshake.reconnect();
+  key.bindTo(handshake.server.get());
+  key.bindTo(handshake.client.get());
+  EXPECT_EQ(ownSignatures(), 1); // the certificate's
+  EXPECT_EQ(handshake.run(), 2);
+  EXPECT_EQ(ownSignatures(), 0);
+  EXPECT_FALSE(signDigest(wholeCopy(softwareKey(Kind::rsa)).get(), kDigest).empty());
+  EXPECT_EQ(ownSignatures(), 1);
 }
 
 TEST(FipsKeys, AreSplicedOnceAndAreOrdinaryAgainAfterwards) {

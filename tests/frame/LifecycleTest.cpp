@@ -16,7 +16,6 @@ namespace {
 using namespace krTest;
 
 long blocksAfterCycles(int cycles, int (*up)(), int (*down)()) {
-  const Trace quiet;
   for (int cycle = 0; cycle < cycles; ++cycle) {
     up();
     down();

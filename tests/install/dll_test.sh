@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The DLL exports exactly the names in exports.txt, imports from OpenSSL 1.1 and the system only, and protects its stack.
-# usage: dll_test.sh DLL
+# An import library for Visual C++, made of the .def as docs/windows.md says, has these names for this DLL.
+# usage: dll_test.sh DLL DEF
 set -euo pipefail
 here=$(dirname "${BASH_SOURCE[0]}")
 table=$(x86_64-w64-mingw32-objdump -p "$1")
@@ -20,5 +21,14 @@ imported=$(sed -n 's/^\tDLL Name: //p' <<<"$table" | LC_ALL=C sort | tr '\n' ' '
 }
 x86_64-w64-mingw32-nm "$1" | grep ' T __stack_chk_fail$' >/dev/null || {
   echo "the library does not protect its stack" >&2
+  exit 1
+}
+
+library=$(mktemp)
+trap 'rm "$library"' EXIT
+llvm-lib-19 /machine:x64 "/def:$2" "/out:$library"
+diff <(sed "s/^/$(basename "$1") name /" <<<"$exported") <(llvm-readobj-19 "$library" |
+  awk '/^File: /{dll = $2} /^Name type: /{by = $3} /^Export name: /{print dll, by, $3}' | LC_ALL=C sort) || {
+  echo "the import library (right) is for others than the DLL's names (left)" >&2
   exit 1
 }

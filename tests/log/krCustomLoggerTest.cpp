@@ -114,19 +114,23 @@ TEST(LogWriter, WritesFormattedLinesAboveTheThresholdOnly) {
 }
 
 TEST(LogWriter, DropsTheLineOnAFailureAndGoesOn) {
-  const std::tuple<const char *, fake::Entry, bool> rows[]{
-      {"open", kPlain, false},
-      {"prepareProtection", kPlain, false}, // raises, as do the three below
-      {"status", kLink, false},
-      {"linkStatus", kPlain, false},
-      {"inspect", kPlain, false},
-      {"removeEntry", kLink, false},
-      {"giveToAdministrators", kLink, false},
-      {"protect", kLink, false},
-      {"size", kFull, true},
-      {"moveOver", kFull, true},
-      {"startFileForEveryone", kFull, true},
-      {"linkStatus", kFull, false},
+  const struct {
+    const char *failing;
+    fake::Entry file = kPlain;
+    bool written = false;
+  } rows[]{
+      {.failing = "open"},
+      {.failing = "prepareProtection"}, // raises, as do the three below
+      {.failing = "status", .file = kLink},
+      {.failing = "linkStatus"},
+      {.failing = "inspect"},
+      {.failing = "removeEntry", .file = kLink},
+      {.failing = "giveToAdministrators", .file = kLink},
+      {.failing = "protect", .file = kLink},
+      {.failing = "size", .file = kFull, .written = true},
+      {.failing = "moveOver", .file = kFull, .written = true},
+      {.failing = "startFileForEveryone", .file = kFull, .written = true},
+      {.failing = "linkStatus", .file = kFull},
   };
   fake::entries = {{kFile, kPlain}};
   ASSERT_FALSE(line().second.empty());

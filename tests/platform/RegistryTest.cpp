@@ -45,6 +45,7 @@ TEST(Registry, GivesTextsOfTheKey) {
       {kSection + "\"" + std::string(5000, 'x') + "\"=\"1\"\n\"Size\"=\"3\"\n", "3"},
       {kSection + std::string(4095, 'x') + "\"Size\"=\"3\"\n", "none"}, // one line, however it is read
       {kSection + std::string(4095, '\0') + "\"Size\"=\"3\"\n", "none"},
+      {kSection + "\"Size\"=\"3\"" + std::string(4095, ' ') + "\n", "none"}, // too long, though only by blanks
   };
   for (const auto &row : rows) {
     krTest::put(home.settings, row.content);

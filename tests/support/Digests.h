@@ -13,8 +13,6 @@
 namespace krTest {
 
 template <class T> struct DigestRow {
-  using Hash = T;
-  using HMAC = kroHMAC<T>;
   const char *name; ///< as in the vector files
   const EVP_MD *algorithm;
   std::size_t size;

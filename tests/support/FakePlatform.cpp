@@ -118,6 +118,11 @@ void createFolder(const char *path) noexcept { fake::note("createFolder", path);
 
 void createFile(const char *path) noexcept { fake::note("createFile", path); }
 
+Rotation::Rotation(const char * /*folder*/) noexcept {}
+Rotation::~Rotation() = default;
+Rotation::operator bool() const noexcept { return true; }
+bool Rotation::isAlone() const noexcept { return true; }
+
 bool moveOver(const char *from, const char * /*to*/, std::uint64_t atLeast) noexcept {
   return fake::note("moveOver", from + ("/" + std::to_string(atLeast)));
 }
@@ -163,6 +168,9 @@ bool commonProgramFilesFolder(char *path, std::size_t size) noexcept {
 }
 
 const char *const kModuleSuffix = ".so";
+ModuleAhead::ModuleAhead(const char * /*path*/) noexcept {}
+ModuleAhead::~ModuleAhead() = default;
+ModuleAhead::operator bool() const noexcept { return true; }
 void *loadedModule(const char * /*path*/) noexcept { return nullptr; }
 void *moduleObject(void * /*module*/, const char * /*name*/) noexcept { return nullptr; }
 void freeModule(void * /*module*/) noexcept {}

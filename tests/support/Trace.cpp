@@ -1,4 +1,4 @@
-// Capturing the standard output, and taking it apart.
+// Taking the standard output apart.
 #include "support/Trace.h"
 
 #include <gtest/gtest.h>
@@ -6,10 +6,6 @@
 #include <sstream>
 
 namespace krTest {
-
-Trace::Trace() { testing::internal::CaptureStdout(); }
-
-Trace::~Trace() { testing::internal::GetCapturedStdout(); }
 
 Lines Trace::lines() const {
   text_ += testing::internal::GetCapturedStdout();

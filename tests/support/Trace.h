@@ -8,13 +8,10 @@ namespace krTest {
 
 using Lines = std::vector<std::string>;
 
-/// Takes the standard output for its life. One at a time.
+/// Reads the test's standard output, which is kept from the console (Main.cpp). One at a time.
 class Trace {
 public:
-  Trace();
-  ~Trace();
-  Trace(const Trace &) = delete;
-  Trace &operator=(const Trace &) = delete;
+  Trace() { clear(); }
 
   /// What has been written since the start or the last clear.
   Lines lines() const;

@@ -1,24 +1,21 @@
-// The key-holder process and the way to it.
+// The way to the key holder's process: requests with numbers, answers in any order.
 //
-// One message is one packet of a SOCK_SEQPACKET pair:
-//   hello     holder to server   0, error text; or 1, then the public halves, each with its length before it
-//   request   server to holder   id, operation, key number, padding, data
-//   answer    holder to server   id, success, data
-// The holder serves one request after the other and ends when the server's end of the pair is closed.
+// One thread does the reading and writing. What was asked for while it wrote goes out together. When the holder ends,
+// what it has not answered fails, and so does what is asked for until there is another.
 #include "ProcessHolder.h"
 
 #include "Failure.h"
-#include "posix/Packet.h"
+#include "posix/Frame.h"
+#include "posix/Nursery.h"
 
+#include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
+#include <array>
 #include <cerrno>
-#include <chrono>
-#include <condition_variable>
-#include <csignal>
+#include <map>
 #include <mutex>
 #include <thread>
 
@@ -26,193 +23,266 @@ namespace delegated_tls {
 namespace {
 
 using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
 
 constexpr auto kStartTimeout = 60s; // keys may have to be generated
 constexpr auto kAnswerTimeout = 5s;
-constexpr auto kEndTimeout = 1s;
+constexpr auto kFateTimeout = 1s;
+constexpr auto kRestartPause = 1s;
+constexpr std::size_t kMostUnsentBytes = std::size_t{4} << 20U;
 
-[[noreturn]] void runHolder(Descriptor socket, const KeyMaker &makeKeys) noexcept {
-  // The terminal's interrupt is for the server: the holder ends with it.
-  static_cast<void>(std::signal(SIGINT, SIG_IGN));
-  sigset_t none;
-  sigemptyset(&none);
-  pthread_sigmask(SIG_SETMASK, &none, nullptr);
-  std::vector<PrivateKey> keys;
-  try {
-    keys = makeKeys();
-    PacketWriter hello;
-    hello.number(1);
-    for (const PrivateKey &key : keys) {
-      hello.bytes(key.publicHalf());
-    }
-    hello.send(socket);
-  } catch (const std::exception &failure) {
-    PacketWriter hello;
-    hello.number(0);
-    hello.text(failure.what());
-    hello.send(socket);
-    _exit(1);
-  }
-  while (std::optional<PacketReader> request = PacketReader::receive(socket)) {
-    const std::uint32_t id = request->number();
-    const auto operation = static_cast<Operation>(request->number());
-    const std::size_t key = request->number();
-    const int padding = static_cast<int>(request->number());
-    const Bytes data = request->bytes();
-    const std::optional<Bytes> result = key < keys.size() ? keys[key].perform(operation, padding, data) : std::nullopt;
-    PacketWriter answer;
-    answer.number(id);
-    answer.number(result.has_value() ? 1 : 0);
-    answer.bytes(result.value_or(Bytes{}));
-    answer.send(socket);
-  }
-  _exit(0);
-}
-
-std::string fateOf(const siginfo_t &end) {
-  return (end.si_code == CLD_EXITED ? "ended with status " : "was killed by signal ") + std::to_string(end.si_status);
-}
-
-/// The holder's process, reaped when it ends. It ends by itself once its socket is closed; one that stands still is
-/// killed.
-class Child {
+/// What nobody else has to know about: who was asked for what.
+class Requests {
 public:
-  explicit Child(pid_t process) : process_(process), watch_([this] { watch(); }) {}
-  ~Child() {
-    std::unique_lock lock(mutex_);
-    if (!waitForEnd(lock)) {
-      kill(process_, SIGKILL);
+  std::uint32_t add(KeyHolder::Answer answer) {
+    const std::uint32_t id = ++lastId_;
+    waiting_.emplace(id, Waiting{std::move(answer), Clock::now() + kAnswerTimeout});
+    return id;
+  }
+  KeyHolder::Answer take(std::uint32_t id) {
+    const auto found = waiting_.extract(id);
+    return found ? std::move(found.mapped().answer) : nullptr; // too late, or nobody's
+  }
+  /// Those whose time is up; all with the end of time.
+  std::vector<KeyHolder::Answer> takeOverdue(Deadline now) {
+    std::vector<KeyHolder::Answer> overdue;
+    while (!waiting_.empty() && waiting_.begin()->second.deadline <= now) { // numbers rise as deadlines do
+      overdue.push_back(std::move(waiting_.begin()->second.answer));
+      waiting_.erase(waiting_.begin());
     }
+    return overdue;
   }
-  Child(const Child &) = delete;
-  Child &operator=(const Child &) = delete;
-  pid_t process() const { return process_; }
-
-  /// How it ended, or just ends; empty when it goes on.
-  std::string fate() const {
-    std::unique_lock lock(mutex_);
-    waitForEnd(lock);
-    return fate_;
-  }
+  Deadline firstDeadline() const { return waiting_.empty() ? Deadline::max() : waiting_.begin()->second.deadline; }
 
 private:
-  bool waitForEnd(std::unique_lock<std::mutex> &lock) const {
-    return ended_.wait_for(lock, kEndTimeout, [this] { return !fate_.empty(); });
-  }
-
-  // Until it is noted that the process has ended, its number stays taken: nobody else is killed.
-  void watch() {
-    siginfo_t end{};
-    while (waitid(P_PID, static_cast<id_t>(process_), &end, WEXITED | WNOWAIT) != 0 && errno == EINTR) {
-    }
-    const std::scoped_lock lock(mutex_);
-    waitpid(process_, nullptr, 0);
-    fate_ = fateOf(end);
-    ended_.notify_all();
-  }
-
-  pid_t process_;
-  mutable std::mutex mutex_;
-  mutable std::condition_variable ended_;
-  std::string fate_;
-  std::jthread watch_; // uses all of the above
+  struct Waiting {
+    KeyHolder::Answer answer;
+    Deadline deadline;
+  };
+  std::map<std::uint32_t, Waiting> waiting_;
+  std::uint32_t lastId_ = 0;
 };
+
+void failAll(const std::vector<KeyHolder::Answer> &answers) {
+  for (const KeyHolder::Answer &answer : answers) {
+    answer(std::nullopt);
+  }
+}
 
 class ProcessHolder final : public KeyHolder {
 public:
-  ProcessHolder(Descriptor socket, pid_t process) : child_(process), socket_(std::move(socket)) {
-    setTimeout(socket_, kStartTimeout);
-    receiveHello();
-    setTimeout(socket_, kAnswerTimeout);
+  explicit ProcessHolder(const KeyMaker &makeKeys) : nursery_(makeKeys), bell_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    NurseryNews news = nursery_.next(Clock::now() + kStartTimeout);
+    if (news.kind != NurseryNews::Kind::keys) {
+      throw Failure(news.text.empty() ? "the key holder did not start" : news.text);
+    }
+    publicHalves_ = std::move(news.publicHalves);
+    nursery_.start();
+    hear(nursery_.next(Clock::now() + kStartTimeout));
+    if (!isUp_) {
+      throw Failure("the key holder did not start");
+    }
+    thread_ = std::jthread([this] { run(); });
   }
-
+  ~ProcessHolder() override {
+    {
+      const std::scoped_lock lock(mutex_);
+      stops_ = true;
+    }
+    ring();
+    thread_.join();
+    failAll(requests_.takeOverdue(Deadline::max()));
+  }
   ProcessHolder(const ProcessHolder &) = delete;
   ProcessHolder &operator=(const ProcessHolder &) = delete;
 
-  std::optional<Bytes> perform(std::size_t key, Operation operation, int padding, const Bytes &data) override {
-    const Turn turn(*this);
-    const std::uint32_t id = ++lastId_;
-    std::optional<PacketReader> answer =
-        turn.taken() && request(id, key, operation, padding, data) ? receiveAnswer(id) : std::nullopt;
-    isSilent_ = !answer;
-    return answer && answer->number() == 1 ? std::optional(answer->bytes()) : std::nullopt;
+  void ask(std::size_t key, Operation operation, int padding, const Bytes &data, Answer answer) override {
+    {
+      const std::scoped_lock lock(mutex_);
+      if (isUp_ && unsent_.size() < kMostUnsentBytes) {
+        const bool first = unsent_.empty();
+        FrameWriter()
+            .number(requests_.add(std::move(answer)))
+            .number(static_cast<std::uint32_t>(operation))
+            .number(static_cast<std::uint32_t>(key))
+            .number(static_cast<std::uint32_t>(padding))
+            .bytes(data)
+            .appendTo(unsent_);
+        if (first) {
+          ring();
+        }
+        return;
+      }
+    }
+    answer(std::nullopt);
   }
 
   const std::vector<Bytes> &publicHalves() const override { return publicHalves_; }
-  std::string name() const override { return "process " + std::to_string(child_.process()); }
+  std::string name() const override {
+    const std::scoped_lock lock(mutex_);
+    return "process " + std::to_string(process_);
+  }
   std::string trouble() const override {
-    if (!isSilent_) {
-      return KeyHolder::trouble();
-    }
-    const std::string fate = child_.fate();
-    return "the key holder, " + name() + ", " + (fate.empty() ? "does not answer" : fate);
+    const std::scoped_lock lock(mutex_);
+    return "the key holder, process " + std::to_string(process_) + ", " + (fate_.empty() ? "refused" : fate_);
   }
 
 private:
-  // One request at a time. A holder that hangs must not hang the server: who waits for it gives up in time.
-  class Turn {
-  public:
-    explicit Turn(ProcessHolder &holder) : holder_(holder) {
-      std::unique_lock lock(holder_.mutex_);
-      taken_ = holder_.free_.wait_for(lock, kAnswerTimeout, [this] { return !holder_.busy_; });
-      holder_.busy_ = true;
+  void ring() const { eventfd_write(bell_.get(), 1); }
+
+  void run() {
+    while (turn()) {
     }
-    ~Turn() {
-      if (taken_) {
-        const std::scoped_lock lock(holder_.mutex_);
-        holder_.busy_ = false;
-        holder_.free_.notify_one();
+  }
+
+  /// Waits for whatever comes first and sees to it.
+  /// @return false once this object ends
+  bool turn() {
+    std::array<pollfd, 3> wanted{pollfd{bell_.get(), POLLIN, 0},
+                                 pollfd{isAlone_ ? -1 : nursery_.descriptor(), POLLIN, 0},
+                                 pollfd{socket_.get(), POLLIN, 0}}; // a negative descriptor is passed over
+    Deadline until = restart_;
+    {
+      const std::scoped_lock lock(mutex_);
+      if (stops_) {
+        return false;
+      }
+      until = std::min(until, requests_.firstDeadline());
+      wanted[2].events = static_cast<short>(sending_.empty() && unsent_.empty() ? POLLIN : POLLIN | POLLOUT);
+    }
+    const auto left = until == Deadline::max()
+                          ? -1
+                          : std::max<std::chrono::milliseconds::rep>(
+                                0, std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now()).count());
+    poll(wanted.data(), wanted.size(), static_cast<int>(left));
+    eventfd_t rung = 0;
+    eventfd_read(bell_.get(), &rung);
+    if (wanted[1].revents != 0) {
+      hear(nursery_.next(Clock::now() + kFateTimeout)); // it is there
+    }
+    if ((wanted[2].revents & POLLOUT) != 0 && socket_) {
+      write();
+    }
+    if ((wanted[2].revents & (POLLIN | POLLHUP | POLLERR)) != 0 && socket_) {
+      read();
+    }
+    timesUp();
+    return true;
+  }
+
+  void write() {
+    if (sending_.empty()) {
+      const std::scoped_lock lock(mutex_);
+      sending_.swap(unsent_);
+    }
+    const ssize_t sent = send(socket_.get(), sending_.data(), sending_.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    sending_.erase(sending_.begin(), sending_.begin() + std::max<ssize_t>(0, sent));
+  }
+
+  void read() {
+    const ssize_t got = recv(socket_.get(), part_.data(), part_.size(), MSG_DONTWAIT);
+    if (got < 0 && (errno == EAGAIN || errno == EINTR)) {
+      return;
+    }
+    if (got <= 0) {
+      socket_.reset();
+      const NurseryNews news = nursery_.next(Clock::now() + kFateTimeout);
+      return ended(news.kind == NurseryNews::Kind::ended ? news.text : "has gone");
+    }
+    answers_.append({part_.data(), static_cast<std::size_t>(got)});
+    while (std::optional<FrameReader> frame = answers_.next()) {
+      deliver(*frame);
+    }
+  }
+
+  void deliver(FrameReader &frame) {
+    Answer answer;
+    {
+      const std::scoped_lock lock(mutex_);
+      answer = requests_.take(frame.number());
+      fate_.clear();
+    }
+    if (answer) {
+      answer(frame.number() == 1 ? std::optional(frame.bytes()) : std::nullopt);
+    }
+  }
+
+  void hear(NurseryNews news) {
+    switch (news.kind) {
+    case NurseryNews::Kind::started: {
+      const std::scoped_lock lock(mutex_);
+      socket_ = std::move(news.socket);
+      process_ = news.process;
+      isUp_ = static_cast<bool>(socket_);
+      fate_.clear();
+      return;
+    }
+    case NurseryNews::Kind::ended:
+      return news.process == process_ ? ended(news.text) : void();
+    case NurseryNews::Kind::failure: // the nursery itself: there will be no other holder
+      ended("has gone");
+      isAlone_ = true;
+      restart_ = Deadline::max();
+      return;
+    default:
+      return;
+    }
+  }
+
+  void ended(const std::string &fate) {
+    std::vector<Answer> failed;
+    {
+      const std::scoped_lock lock(mutex_);
+      isUp_ = false;
+      fate_ = fate;
+      socket_.reset();
+      unsent_.clear();
+      failed = requests_.takeOverdue(Deadline::max());
+    }
+    sending_.clear();
+    answers_ = FrameStream();
+    restart_ = Clock::now() + kRestartPause;
+    failAll(failed);
+  }
+
+  void timesUp() {
+    std::vector<Answer> overdue;
+    const Deadline now = Clock::now();
+    {
+      const std::scoped_lock lock(mutex_);
+      overdue = requests_.takeOverdue(now);
+      if (!overdue.empty()) {
+        fate_ = "does not answer";
       }
     }
-    Turn(const Turn &) = delete;
-    Turn &operator=(const Turn &) = delete;
-    bool taken() const { return taken_; }
-
-  private:
-    ProcessHolder &holder_;
-    bool taken_;
-  };
-
-  bool request(std::uint32_t id, std::size_t key, Operation operation, int padding, const Bytes &data) {
-    PacketWriter packet;
-    packet.number(id);
-    packet.number(static_cast<std::uint32_t>(operation));
-    packet.number(static_cast<std::uint32_t>(key));
-    packet.number(static_cast<std::uint32_t>(padding));
-    packet.bytes(data);
-    return packet.send(socket_);
-  }
-
-  void receiveHello() {
-    std::optional<PacketReader> hello = PacketReader::receive(socket_);
-    if (!hello) {
-      throw Failure("the key holder did not start");
-    }
-    if (hello->number() == 0) {
-      throw Failure(hello->text());
-    }
-    while (!hello->atEnd()) {
-      publicHalves_.push_back(hello->bytes());
+    failAll(overdue);
+    if (restart_ <= now) {
+      restart_ = Deadline::max();
+      nursery_.start();
     }
   }
 
-  // Answers to requests that were given up may still arrive before ours.
-  std::optional<PacketReader> receiveAnswer(std::uint32_t id) {
-    std::optional<PacketReader> answer = PacketReader::receive(socket_);
-    while (answer && answer->number() != id) {
-      answer = PacketReader::receive(socket_);
-    }
-    return answer;
-  }
-
-  Child child_; // outlives the socket, whose end tells the process to end
-  Descriptor socket_;
+  const Nursery nursery_;
+  const Descriptor bell_; // rings when there is something to send
   std::vector<Bytes> publicHalves_;
-  std::mutex mutex_;
-  std::condition_variable free_;
-  bool busy_ = false;
-  std::atomic<std::uint32_t> lastId_{0};
-  std::atomic<bool> isSilent_{false};
+
+  // The thread's.
+  Descriptor socket_;
+  Bytes sending_;
+  FrameStream answers_;
+  std::array<unsigned char, 65536> part_{};
+  Deadline restart_ = Deadline::max();
+  bool isAlone_ = false; // without the nursery
+
+  mutable std::mutex mutex_; // guards what follows
+  Requests requests_;
+  Bytes unsent_;
+  std::string fate_;
+  pid_t process_ = 0;
+  bool isUp_ = false;
+  bool stops_ = false;
+
+  std::jthread thread_; // uses all of the above
 };
 
 } // namespace
@@ -220,22 +290,7 @@ private:
 const bool kProcessHolderAvailable = true;
 
 std::unique_ptr<KeyHolder> startProcessHolder(const KeyMaker &makeKeys) {
-  int ends[2];
-  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
-    throw Failure("no socket pair for the key holder could be made");
-  }
-  Descriptor ours(ends[0]);
-  Descriptor theirs(ends[1]);
-  const pid_t process = fork();
-  if (process < 0) {
-    throw Failure("the key holder's process could not be started");
-  }
-  if (process == 0) {
-    ours.reset();
-    runHolder(std::move(theirs), makeKeys);
-  }
-  theirs.reset();
-  return std::make_unique<ProcessHolder>(std::move(ours), process);
+  return std::make_unique<ProcessHolder>(makeKeys);
 }
 
 } // namespace delegated_tls

@@ -122,7 +122,7 @@ struct Track {
       caller = std::move(from);
       result = call.function(ssl, call.buffer, call.count);
       error = SSL_get_error(ssl, result);
-      turns.beforeCaller();
+      turns.atLast();
       return std::move(caller);
     });
     thread = std::this_thread::get_id();
@@ -133,9 +133,11 @@ struct Track {
   void proceed() {
     ERR_clear_error();
     Track *outer = std::exchange(current, this);
+    running = true;
     turns.beforeWork();
     work = std::move(work).resume();
     turns.afterWork();
+    running = false;
     current = outer;
     if (!work) {
       turns.end();
@@ -167,6 +169,7 @@ struct Track {
   StepCall call{};
   int result = 0;
   int error = 0;
+  bool running = false;
   bool cancelled = false;
 };
 
@@ -229,6 +232,9 @@ inline AsyncConnection::~AsyncConnection() {
 
 inline AsyncConnection::Step AsyncConnection::step(int (*function)(SSL *, void *, int), void *buffer, int count) {
   const detail::StepCall call{function, buffer, count};
+  if (track_->running) {
+    throw std::logic_error("the connection is within a step");
+  }
   if (last_ == Step::failed) {
     return last_;
   }
@@ -245,8 +251,18 @@ inline AsyncConnection::Step AsyncConnection::step(int (*function)(SSL *, void *
   return last_ = track_->waits() ? Step::wantReply : outcome();
 }
 
+inline int AsyncConnection::transfer(int (*function)(SSL *, void *, int), void *buffer, int count) {
+  if (count < 1) {
+    throw std::invalid_argument("there is nothing to read or write");
+  }
+  return step(function, buffer, count) == Step::done && track_->result > 0 ? track_->result : 0;
+}
+
 /// How the call that has ended did.
 inline AsyncConnection::Step AsyncConnection::outcome() const noexcept {
+  if (track_->cancelled) { // within the call
+    return Step::failed;
+  }
   switch (track_->error) {
   case SSL_ERROR_NONE:
     return Step::done;
@@ -266,16 +282,12 @@ inline AsyncConnection::Step AsyncConnection::handshake() {
 }
 
 inline int AsyncConnection::read(void *to, int room) {
-  return counted(step([](SSL *ssl, void *buffer, int count) { return SSL_read(ssl, buffer, count); }, to, room));
+  return transfer([](SSL *ssl, void *buffer, int count) { return SSL_read(ssl, buffer, count); }, to, room);
 }
 
 inline int AsyncConnection::write(const void *from, int count) {
-  return counted(step([](SSL *ssl, void *buffer, int size) { return SSL_write(ssl, buffer, size); },
-                      const_cast<void *>(from), count));
-}
-
-inline int AsyncConnection::counted(Step step) const noexcept {
-  return step == Step::done && track_->result > 0 ? track_->result : 0;
+  return transfer([](SSL *ssl, void *buffer, int size) { return SSL_write(ssl, buffer, size); },
+                  const_cast<void *>(from), count);
 }
 
 inline void AsyncConnection::cancel() noexcept {

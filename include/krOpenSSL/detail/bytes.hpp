@@ -28,14 +28,19 @@ constexpr unsigned hexValue(char digit) noexcept {
 
 } // namespace detail
 
-inline std::string hex(ByteView bytes) {
-  std::string text;
+inline SecretBytes secretHex(ByteView bytes) {
+  SecretBytes text;
   text.reserve(bytes.size() * 2);
   for (const unsigned byte : bytes) {
-    text += detail::hexDigit(byte >> 4U);
-    text += detail::hexDigit(byte & 0xFU);
+    text.push_back(static_cast<unsigned char>(detail::hexDigit(byte >> 4U)));
+    text.push_back(static_cast<unsigned char>(detail::hexDigit(byte & 0xFU)));
   }
   return text;
+}
+
+inline std::string hex(ByteView bytes) {
+  const SecretBytes text = secretHex(bytes);
+  return {text.begin(), text.end()};
 }
 
 inline SecretBytes unhex(std::string_view digits) {

@@ -10,10 +10,12 @@
 #include <openssl/rand.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstring>
 #include <fstream>
-#include <limits>
+#include <new>
 #include <system_error>
+#include <utility>
 
 namespace krOpenSSL {
 
@@ -85,35 +87,53 @@ template <HashClass T> std::array<unsigned char, kDigestBytes<T>> Digest<T>::fin
   return out;
 }
 
-template <HashClass T>
-std::array<unsigned char, kDigestBytes<T>> digestFile(const std::filesystem::path &file, const Progress &progress) {
+inline void readInPieces(const std::filesystem::path &file, const std::function<void(ByteView piece)> &take,
+                         const Progress &progress) {
   constexpr std::size_t kReadBytes = std::size_t{256} << 10U;
+  SecretBytes room(kReadBytes); // outlives the stream, and is wiped, unlike a buffer of the stream's own
+  const auto useRoom = [&](std::ifstream &stream) {
+    stream.rdbuf()->pubsetbuf(reinterpret_cast<char *>(room.data()), kReadBytes);
+  };
   std::ifstream in;
-  in.rdbuf()->pubsetbuf(nullptr, 0); // the content is in no other buffer than the one that is wiped
-  in.open(file, std::ios::binary);
+  useRoom(in); // some libraries take it before the file is open, some afterwards
+  const auto &name = file.native();
+  if (std::ranges::find(name, std::filesystem::path::value_type()) == name.end()) { // the system would read less of it
+    in.open(file, std::ios::binary);
+  }
   detail::check(in.is_open(), "the file cannot be opened");
+  useRoom(in);
   std::error_code unknown;
   const std::uintmax_t size = std::filesystem::file_size(file, unknown);
   std::uintmax_t done = 0;
   SecretBytes buffer(kReadBytes);
-  Digest<T> digest;
-  while (in.read(reinterpret_cast<char *>(buffer.data()), kReadBytes), in.gcount() > 0) {
-    const auto count = static_cast<std::size_t>(in.gcount());
-    digest.update(std::span(buffer).first(count));
+  const auto next = [&] {
+    in.read(reinterpret_cast<char *>(buffer.data()), kReadBytes);
+    return static_cast<std::size_t>(in.gcount());
+  };
+  while (const std::size_t count = next()) {
+    take(std::span(buffer).first(count));
     done += count;
     if (progress) {
       progress(done, unknown ? 0 : size);
     }
   }
   detail::check(in.eof() && !in.bad(), "the file cannot be read");
+}
+
+template <HashClass T>
+std::array<unsigned char, kDigestBytes<T>> digestFile(const std::filesystem::path &file, const Progress &progress) {
+  Digest<T> digest;
+  readInPieces(
+      file, [&](ByteView piece) { digest.update(piece); }, progress);
   return digest.final();
 }
 
 // MACs.
 
 template <HashClass T> Mac<T>::Mac(ByteView key) {
-  constexpr std::size_t kLongest = std::numeric_limits<int>::max();
-  detail::check(!key.empty() && key.size() <= kLongest, "this cannot be the key of a MAC");
+  constexpr std::size_t kLeastInFipsMode = 14; // modules refuse shorter ones without being heard: see above
+  detail::check(key.size() >= (krFipsMode() != 0 ? kLeastInFipsMode : 1) && key.size() <= INT_MAX,
+                "this cannot be the key of a MAC");
   hmac_.Init(); // for the external FIPS module
   hmac_.SetKey(key.data(), key.size());
 }
@@ -169,7 +189,11 @@ inline void fillRandom(std::span<unsigned char> out) {
 } // namespace detail
 
 inline SecretBytes randomBytes(std::size_t count) {
-  SecretBytes bytes(count);
+  SecretBytes bytes;
+  if (count > bytes.max_size()) {
+    throw std::bad_alloc();
+  }
+  bytes.resize(count);
   detail::fillRandom(bytes);
   return bytes;
 }
@@ -187,8 +211,8 @@ namespace detail {
 /// Encrypts whole blocks in their place.
 /// @return false when the class wrote nothing: what is left is plain text
 template <unsigned Bits>
-bool encryptInPlace(FixedView<Bits / 8> key, FixedView<kAesBlockBytes> iv, std::span<unsigned char> text,
-                    std::size_t pieceBytes) {
+bool encryptInPlace(const SecretArray<Bits / 8> &key, const SecretArray<kAesBlockBytes> &iv,
+                    std::span<unsigned char> text, std::size_t pieceBytes) {
   bool done = true;
   const unsigned char *chain = iv.data();
   const auto encrypt = [&](std::span<unsigned char> piece) {
@@ -205,8 +229,8 @@ bool encryptInPlace(FixedView<Bits / 8> key, FixedView<kAesBlockBytes> iv, std::
 
 /// Appends the data, padded and encrypted.
 template <unsigned Bits>
-void appendEncrypted(std::vector<unsigned char> &out, FixedView<Bits / 8> key, FixedView<kAesBlockBytes> iv,
-                     ByteView data, std::size_t pieceBytes = kPieceBytes) {
+void appendEncrypted(std::vector<unsigned char> &out, const SecretArray<Bits / 8> &key,
+                     const SecretArray<kAesBlockBytes> &iv, ByteView data, std::size_t pieceBytes = kPieceBytes) {
   const std::size_t at = out.size();
   const std::size_t padding = kAesBlockBytes - data.size() % kAesBlockBytes;
   out.reserve(at + data.size() + padding); // or plain text would be left where it was before
@@ -221,8 +245,8 @@ void appendEncrypted(std::vector<unsigned char> &out, FixedView<Bits / 8> key, F
 
 /// Decrypts whole blocks. They are written from the first to the last, so the last tells of all.
 template <unsigned Bits>
-void decryptBlocks(FixedView<Bits / 8> key, FixedView<kAesBlockBytes> iv, ByteView in, SecretBytes &out,
-                   std::size_t pieceBytes) {
+void decryptBlocks(const SecretArray<Bits / 8> &key, const SecretArray<kAesBlockBytes> &iv, ByteView in,
+                   SecretBytes &out, std::size_t pieceBytes) {
   unsigned char *to = out.data();
   const unsigned char *chain = iv.data();
   const auto decrypt = [&](std::span<const unsigned char> piece) {
@@ -245,8 +269,8 @@ inline std::size_t paddingOf(std::span<const unsigned char, kAesBlockBytes> bloc
 }
 
 template <unsigned Bits>
-std::optional<SecretBytes> decrypt(FixedView<Bits / 8> key, FixedView<kAesBlockBytes> iv, ByteView data,
-                                   std::size_t pieceBytes = kPieceBytes) {
+std::optional<SecretBytes> decrypt(const SecretArray<Bits / 8> &key, const SecretArray<kAesBlockBytes> &iv,
+                                   ByteView data, std::size_t pieceBytes = kPieceBytes) {
   if (data.empty() || data.size() % kAesBlockBytes != 0) {
     return std::nullopt;
   }
@@ -263,15 +287,17 @@ std::optional<SecretBytes> decrypt(FixedView<Bits / 8> key, FixedView<kAesBlockB
 } // namespace detail
 
 template <unsigned Bits>
-requires AesBits<Bits> std::vector<unsigned char> encryptCbc(FixedView<Bits / 8> key, CbcIvOf<Bits> iv, ByteView data) {
+requires AesBits<Bits> std::vector<unsigned char> encryptCbc(const SecretArray<Bits / 8> &key, const CbcIvOf<Bits> &iv,
+                                                             ByteView data) {
   std::vector<unsigned char> out;
-  detail::appendEncrypted<Bits>(out, key, iv, data);
+  detail::appendEncrypted<Bits>(out, key, iv.bytes, data);
   return out;
 }
 
 template <unsigned Bits>
-requires AesBits<Bits> std::optional<SecretBytes> decryptCbc(FixedView<Bits / 8> key, CbcIvOf<Bits> iv, ByteView data) {
-  return detail::decrypt<Bits>(key, iv, data);
+requires AesBits<Bits> std::optional<SecretBytes> decryptCbc(const SecretArray<Bits / 8> &key, const CbcIvOf<Bits> &iv,
+                                                             ByteView data) {
+  return detail::decrypt<Bits>(key, iv.bytes, data);
 }
 
 // Sealing.
@@ -282,7 +308,7 @@ inline constexpr unsigned char kSealVersion = 1;
 inline constexpr std::size_t kSealHeadBytes = 2 + kAesBlockBytes; // version, key bytes, initial value
 inline constexpr std::size_t kSealTagBytes = kDigestBytes<kroSHA256>;
 
-template <unsigned Bits> FixedView<Bits / 8> encryptionKey(const SealKeys<Bits> &keys) {
+template <unsigned Bits> SecretArray<Bits / 8> encryptionKey(const SealKeys<Bits> &keys) {
   return std::span(keys.bytes()).template first<Bits / 8>();
 }
 
@@ -338,8 +364,7 @@ namespace detail {
 inline constexpr std::size_t kSemiblockBytes = 8;
 
 inline bool canBeWrapped(std::size_t keyBytes) noexcept {
-  return keyBytes >= kSemiblockBytes && keyBytes % kSemiblockBytes == 0 &&
-         keyBytes <= std::numeric_limits<int>::max() - kSemiblockBytes;
+  return keyBytes >= kSemiblockBytes && keyBytes % kSemiblockBytes == 0 && keyBytes <= INT_MAX - kSemiblockBytes;
 }
 
 inline bool wrap(ByteView kek, ByteView key, std::span<unsigned char> out) {
@@ -350,9 +375,9 @@ inline bool wrap(ByteView kek, ByteView key, std::span<unsigned char> out) {
 
 /// Whether an object that says no is able to say yes: it is given what is wrapped for the purpose.
 inline bool canUnwrap(kroAESWrap &unwrap, ByteView kek) {
-  const SecretArray<kSemiblockBytes> any;
-  std::array<unsigned char, 2 * kSemiblockBytes> wrapped{};
-  SecretArray<kSemiblockBytes> out;
+  const SecretArray<2 * kSemiblockBytes> any; // RFC 3394 has no less
+  std::array<unsigned char, 3 * kSemiblockBytes> wrapped{};
+  SecretArray<2 * kSemiblockBytes> out;
   return wrap(kek, any, wrapped) && unwrap.Decrypt(out.data(), out.size(), wrapped.data(), nullptr);
 }
 
@@ -373,12 +398,13 @@ std::optional<SecretBytes> unwrapKey(const KeyEncryptionKey auto &kek, ByteView 
   SecretBytes key(wrapped.size() - detail::kSemiblockBytes);
   kroAESWrap unwrap;
   unwrap.SetDecryptKey(kekBytes.data(), kekBytes.size());
-  if (unwrap.Decrypt(key.data(), key.size(), wrapped.data(), nullptr)) {
+  const auto unwraps = [&] { return unwrap.Decrypt(key.data(), key.size(), wrapped.data(), nullptr); };
+  if (unwraps()) {
     return key;
   }
-  // The class answers false for damage, and for what it cannot do.
+  // The class answers false for damage, and for what it cannot do. What it could not do then it may do now.
   detail::check(detail::canUnwrap(unwrap, kekBytes), detail::kNotDone);
-  return std::nullopt;
+  return unwraps() ? std::optional(std::move(key)) : std::nullopt;
 }
 
 } // namespace krOpenSSL

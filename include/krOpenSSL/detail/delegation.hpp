@@ -2,6 +2,8 @@
 /// How krDelegate.hpp does it. Nothing here is for callers.
 #pragma once
 
+#include <krOpenSSL/detail/limits.hpp>
+#include <krOpenSSL/detail/pss.hpp>
 #include <krOpenSSL/krDelegate.hpp>
 
 #include <openssl/err.h>
@@ -12,7 +14,9 @@
 #include <cstdint>
 #include <mutex>
 #include <string_view>
+#include <type_traits>
 #include <utility>
+#include <vector>
 
 namespace krOpenSSL {
 
@@ -28,6 +32,13 @@ constexpr int hashOfLength(std::size_t digestBytes) noexcept {
 }
 
 namespace detail {
+
+static_assert(PssRequest::kUnknownSalt == kUnknownSaltLength);
+
+inline PssRequest pssRequest(std::span<const unsigned char> block, int keyBits) {
+  const PssPadding padding = pssPadding(block, keyBits);
+  return {block, padding.hash, padding.hash, padding.saltLength};
+}
 
 inline std::mutex &setUpMutex() {
   static std::mutex only;
@@ -139,10 +150,12 @@ inline bool delegates(const ENGINE *engine, bool alsoWolfEngine) {
 }
 
 /// Stores the connection on a key object; false when no engine would look for it there, or without memory.
-inline bool nameConnection(EVP_PKEY *key, SSL *ssl) {
+/// @param whole  an RSA key's provider is to be asked for all operations
+inline bool nameConnection(EVP_PKEY *key, SSL *ssl, bool whole) {
   switch (EVP_PKEY_base_id(key)) {
   case EVP_PKEY_RSA: {
     RSA *rsa = keyObject::rsaOf(key);
+    RSA_set_flags(rsa, whole ? KR_RSA_WHOLE_KEY : 0);
     return delegates(RSA_get0_engine(rsa), true) && RSA_set_ex_data(rsa, kropenssl_get_rsa_idx(), ssl) == 1;
   }
   case EVP_PKEY_DSA: {
@@ -202,32 +215,55 @@ private:
   ERR_STATE other_{};
 };
 
-/// What a provider is asked for with keys of each type, and the limits within which it is.
-struct Algorithm {
-  int keyType;
-  int operation; ///< as the provider is told
-  int highestVersion;
-  const char *ciphers; ///< of TLS 1.2
-  const char *signatureAlgorithms;
-};
-inline constexpr std::array<Algorithm, 3> kAlgorithms{
-    {{EVP_PKEY_RSA, NID_md5_sha1, TLS1_2_VERSION, "ECDHE+aRSA+AESGCM:DHE+aRSA+AESGCM",
-      "RSA+SHA256:RSA+SHA384:RSA+SHA512"},
-     {EVP_PKEY_DSA, NID_dsa, TLS1_2_VERSION, "DHE+DSS+AESGCM", "DSA+SHA256"},
-     {EVP_PKEY_EC, NID_ecdsa_with_Recommended, TLS1_3_VERSION, "ECDHE+ECDSA+AESGCM",
-      "ECDSA+SHA256:ECDSA+SHA384:ECDSA+SHA512"}}};
+/// The types of keys, each of which has one place in a context.
+inline constexpr std::array kKeyTypes{EVP_PKEY_RSA, EVP_PKEY_DSA, EVP_PKEY_EC};
 
-/// The place of the algorithm in the table; its size when there is none.
-inline std::size_t placeOf(int Algorithm::*field, int value) {
-  return static_cast<std::size_t>(std::ranges::find(kAlgorithms, value, field) - kAlgorithms.begin());
+/// The place of the keys that a provider is asked to use: all types of operation but two are RSA's.
+inline std::size_t placeOf(int operation) {
+  const int keyType = operation == NID_dsa                      ? EVP_PKEY_DSA
+                      : operation == NID_ecdsa_with_Recommended ? EVP_PKEY_EC
+                                                                : EVP_PKEY_RSA;
+  return static_cast<std::size_t>(std::ranges::find(kKeyTypes, keyType) - kKeyTypes.begin());
 }
 
 /// What the connections of a delegated key share.
 struct SharedKey {
   EVPPKeyPtr publicHalf;
-  Signer signer;
+  KeyOperations operations;
 
-  std::size_t algorithm() const { return placeOf(&Algorithm::keyType, EVP_PKEY_base_id(publicHalf.get())); }
+  int type() const { return EVP_PKEY_base_id(publicHalf.get()); }
+  std::size_t place() const {
+    return static_cast<std::size_t>(std::ranges::find(kKeyTypes, type()) - kKeyTypes.begin());
+  }
+  bool isWhole() const { return operations.signPss || operations.decrypt; }
+  Abilities abilities() const {
+    return {type(), static_cast<bool>(operations.sign), static_cast<bool>(operations.signPss),
+            static_cast<bool>(operations.decrypt)};
+  }
+
+  /// Carries out an operation of the type that the provider is told.
+  /// @return bytes written, or 0
+  std::size_t perform(int operation, std::span<const unsigned char> in, std::span<unsigned char> out) const {
+    switch (operation) {
+    case NID_rsassaPss:
+      return ask(operations.signPss, pssRequest(in, EVP_PKEY_bits(publicHalf.get())), out);
+    case NID_rsaEncryption:
+      return ask(operations.decrypt, {in, RSA_PKCS1_PADDING}, out);
+    case NID_rsaesOaep:
+      return ask(operations.decrypt, {in, RSA_PKCS1_OAEP_PADDING}, out);
+    case NID_rsa:
+      return ask(operations.decrypt, {in, RSA_NO_PADDING}, out);
+    default:
+      return ask(operations.sign, {in, hashOfLength(in.size())}, out);
+    }
+  }
+
+private:
+  template <class Request>
+  static std::size_t ask(const std::function<std::size_t(const Request &, std::span<unsigned char>)> &function,
+                         const std::type_identity_t<Request> &request, std::span<unsigned char> out) {
+    return function ? function(request, out) : 0;
+  }
 };
 
 /// The ift_provider record of one SSL_CTX, owned by that context, and the keys that sign for it.
@@ -240,15 +276,39 @@ public:
     static std::mutex mutex;
     const std::scoped_lock lock(mutex);
     ContextRecord &record = of(context);
-    std::shared_ptr<const SharedKey> &slot = record.keys_.at(key->algorithm());
+    std::shared_ptr<const SharedKey> &slot = record.keys_.at(key->place());
     require(slot == nullptr || slot == key, "another key of this type signs for the context");
-    prepare();
+    prepare(record);
     if (slot == nullptr) {
       slot = key;
     }
   }
 
+  /// Has the context's connections do only what the key can.
+  void limit(SSL_CTX *context, const Abilities &key) {
+    if (const auto before = SSL_CTX_get_security_callback(context); before != permit) {
+      before_ = before;
+      SSL_CTX_set_security_callback(context, permit);
+    }
+    if (std::ranges::find(limits_, key.keyType, &Abilities::keyType) == limits_.end()) {
+      limits_.push_back(key);
+    }
+  }
+
 private:
+  /// OpenSSL's question whether a connection may do something.
+  static int permit(const SSL *ssl, const SSL_CTX *context, int operation, int bits, int nid, void *other, void *ex) {
+    const SSL_CTX *of = ssl != nullptr ? SSL_get_SSL_CTX(ssl) : context;
+    const auto *record = static_cast<const ContextRecord *>(SSL_CTX_get_ex_data(of, index()));
+    const bool permitted = record != nullptr && std::ranges::all_of(record->limits_, [&](const Abilities &key) {
+                             return operation == SSL_SECOP_SIGALG_SHARED ? key.permitScheme(schemeOf(other))
+                                    : operation == SSL_SECOP_CIPHER_SHARED
+                                        ? key.permitSuite(static_cast<const SSL_CIPHER *>(other))
+                                        : true;
+                           });
+    return permitted ? record->before_(ssl, context, operation, bits, nid, other, ex) : 0;
+  }
+
   static ContextRecord &of(SSL_CTX *context) {
     const void *served = SSL_CTX_get_ex_data(context, kropenssl_get_ssl_ctx_idx());
     auto *record = static_cast<ContextRecord *>(SSL_CTX_get_ex_data(context, index()));
@@ -280,10 +340,10 @@ private:
     delete static_cast<ContextRecord *>(record);
   }
 
-  static bool sign(void *arg, int type, int keySize, const unsigned char *data, int dataLength, unsigned char *out,
-                   int capacity, std::int32_t *outLength) noexcept {
+  static bool perform(void *arg, int type, int keySize, const unsigned char *data, int dataLength, unsigned char *out,
+                      int capacity, std::int32_t *outLength) noexcept {
     try {
-      const SharedKey *key = static_cast<ContextRecord *>(arg)->keys_.at(placeOf(&Algorithm::operation, type)).get();
+      const SharedKey *key = static_cast<ContextRecord *>(arg)->keys_.at(placeOf(type)).get();
       if (key == nullptr) {
         return false;
       }
@@ -291,7 +351,7 @@ private:
       // OpenSSL has no room for more than the size of the key, whatever the capacity.
       const auto room = static_cast<std::size_t>(std::min(keySize, capacity));
       SignerErrors errors;
-      const std::size_t written = key->signer({{data, length}, hashOfLength(length)}, {out, room});
+      const std::size_t written = key->perform(type, {data, length}, {out, room});
       if (written == 0 || written > room) {
         return false;
       }
@@ -303,9 +363,12 @@ private:
     }
   }
 
-  ift_provider record_{nullptr, sign, this};
+  ift_provider record_{nullptr, perform, this};
   // A slot is filled before the first key object of its type is bound, and never changes after that.
-  std::array<std::shared_ptr<const SharedKey>, kAlgorithms.size()> keys_;
+  std::array<std::shared_ptr<const SharedKey>, kKeyTypes.size()> keys_;
+  // What the context was readied for, before it had connections.
+  std::vector<Abilities> limits_;
+  int (*before_)(const SSL *, const SSL_CTX *, int, int, int, void *, void *) = nullptr;
 };
 
 } // namespace detail
@@ -331,29 +394,41 @@ inline EVPPKeyPtr engineKey(EVP_PKEY *key) {
   return detail::keyOver(key, [](const auto *object) { return detail::wholeKey(object); });
 }
 
-inline DelegatedKey::DelegatedKey([[maybe_unused]] const Library &library, EVP_PKEY *publicKey, Signer signer) {
-  detail::require(static_cast<bool>(signer), "a signer is missing");
-  shared_ = std::make_shared<const detail::SharedKey>(detail::SharedKey{publicHalf(publicKey), std::move(signer)});
+inline DelegatedKey::DelegatedKey(const Library &library, EVP_PKEY *publicKey, Signer signer)
+    : DelegatedKey(library, publicKey, KeyOperations{std::move(signer), nullptr, nullptr}) {}
+
+inline DelegatedKey::DelegatedKey([[maybe_unused]] const Library &library, EVP_PKEY *publicKey,
+                                  KeyOperations operations) {
+  EVPPKeyPtr half = publicHalf(publicKey);
+  const bool isRsa = EVP_PKEY_base_id(half.get()) == EVP_PKEY_RSA;
+  detail::require(operations.sign || (isRsa && operations.signPss), "a signer is missing");
+  detail::require(isRsa || (!operations.signPss && !operations.decrypt), "only RSA keys have padding");
+  shared_ = std::make_shared<const detail::SharedKey>(detail::SharedKey{std::move(half), std::move(operations)});
 }
 
 inline void DelegatedKey::prepare(SSL_CTX *context) const {
   detail::require(context != nullptr, "a context is missing");
-  const detail::Algorithm &limits = detail::kAlgorithms.at(shared_->algorithm());
-  detail::ContextRecord::serve(context, shared_, [&] {
-    const auto highest = SSL_CTX_get_max_proto_version(context); // 0 is the highest there is
-    const bool lowered = highest != 0 && highest <= limits.highestVersion;
-    detail::require(SSL_CTX_set1_sigalgs_list(context, limits.signatureAlgorithms) == 1 &&
-                        SSL_CTX_set_cipher_list(context, limits.ciphers) == 1 &&
-                        (lowered || SSL_CTX_set_max_proto_version(context, limits.highestVersion) == 1),
-                    "the context cannot be limited");
+  detail::ContextRecord::serve(context, shared_, [&](detail::ContextRecord &record) {
+    const detail::Abilities key = shared_->abilities();
+    const auto allowed = static_cast<int>(SSL_CTX_get_max_proto_version(context)); // 0 is the highest there is
+    const auto lowest = static_cast<int>(SSL_CTX_get_min_proto_version(context));  // 0 is the lowest
+    const int highest = allowed == 0 ? key.highestVersion() : std::min(allowed, key.highestVersion());
+    detail::require(lowest <= highest, "no version of TLS is left for the key");
+    detail::Prospect prospect(context, highest);
+    detail::require(prospect.isThere(), "the context makes no connections");
+    detail::require(prospect.hasSuite(key), "no cipher suite is left for the key");
+    detail::require(prospect.hasScheme(key, lowest, highest), "no signature algorithm is left for the key");
+    detail::require(SSL_CTX_set_max_proto_version(context, highest) == 1, "the context cannot be limited");
+    record.limit(context, key);
   });
 }
 
 inline void DelegatedKey::bindTo(SSL *ssl) const {
   detail::require(ssl != nullptr, "a connection is missing");
   const EVPPKeyPtr key = publicHalf(shared_->publicHalf.get());
-  detail::require(detail::nameConnection(key.get(), ssl), "no engine that delegates serves this key");
-  detail::ContextRecord::serve(SSL_get_SSL_CTX(ssl), shared_, [&] {
+  detail::require(detail::nameConnection(key.get(), ssl, shared_->isWhole()),
+                  "no engine that delegates serves this key");
+  detail::ContextRecord::serve(SSL_get_SSL_CTX(ssl), shared_, [&](const detail::ContextRecord & /*record*/) {
     detail::require(SSL_use_PrivateKey(ssl, key.get()) == 1, "the connection refuses the key");
   });
 }

@@ -6,8 +6,13 @@
 
 #include <boost/context/protected_fixedsize_stack.hpp>
 
+#ifndef _WIN32
+#include <sys/mman.h>
+#endif
+
 #include <cstddef>
 #include <mutex>
+#include <new>
 #include <vector>
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -32,6 +37,27 @@ extern "C" {
 
 namespace krOpenSSL::detail {
 
+/// A stack with a page below it that ends the process. Boost takes that page without a look whether it came to be, and
+/// it does not where the process has as many mappings as the system allows.
+/// @throws std::bad_alloc
+inline boost::context::stack_context makeGuardedStack(std::size_t bytes) {
+  boost::context::protected_fixedsize_stack stacks(bytes);
+  boost::context::stack_context stack = stacks.allocate();
+  void *guard = static_cast<char *>(stack.sp) - stack.size;
+  const std::size_t size = boost::context::stack_traits::page_size();
+#ifdef _WIN32
+  DWORD before = 0;
+  const bool guarded = VirtualProtect(guard, size, PAGE_NOACCESS, &before) != 0;
+#else
+  const bool guarded = mprotect(guard, size, PROT_NONE) == 0;
+#endif
+  if (!guarded) {
+    stacks.deallocate(stack);
+    throw std::bad_alloc();
+  }
+  return stack;
+}
+
 /// Stacks with a guard page. Some of those given back are kept for the next; what needs one more than those makes it.
 class StackPool {
 public:
@@ -49,7 +75,7 @@ public:
         return stack;
       }
     }
-    return boost::context::protected_fixedsize_stack(kBytes).allocate();
+    return makeGuardedStack(kBytes);
   }
 
   void giveBack(boost::context::stack_context &stack) noexcept {
@@ -64,7 +90,7 @@ public:
   }
 
 private:
-  static constexpr std::size_t kBytes = std::size_t{132} << 10U; // the guard page is one of them
+  static constexpr std::size_t kBytes = std::size_t{128} << 10U; // the guard page comes on top
   static constexpr std::size_t kMostKept = 64;
 
   StackPool() { kept_.reserve(kMostKept); }
@@ -83,10 +109,11 @@ public:
       workFiber_ = __tsan_create_fiber(0);
     }
   }
-  void beforeWork() { leave(callerFake_, work_, workFiber_, &callerFiber_); }
+  void beforeWork() { leave(&callerFake_, work_, workFiber_, &callerFiber_); }
   void afterWork() { arrive(callerFake_, nullptr); }
   void atWork(bool first) { arrive(first ? nullptr : workFake_, &caller_); }
-  void beforeCaller() { leave(workFake_, caller_, callerFiber_, nullptr); }
+  void beforeCaller() { leave(&workFake_, caller_, callerFiber_, nullptr); }
+  void atLast() { leave(nullptr, caller_, callerFiber_, nullptr); } // the work comes back no more
   void end() {
     if (workFiber_ != nullptr) {
       __tsan_destroy_fiber(workFiber_);
@@ -100,9 +127,9 @@ private:
     std::size_t size = 0;
   };
 
-  static void leave(void *&fake, const Extent &to, void *fiber, void **current) {
+  static void leave(void **fake, const Extent &to, void *fiber, void **current) {
     if (__sanitizer_start_switch_fiber != nullptr) {
-      __sanitizer_start_switch_fiber(&fake, to.bottom, to.size);
+      __sanitizer_start_switch_fiber(fake, to.bottom, to.size);
     }
     if (__tsan_switch_to_fiber != nullptr) {
       if (current != nullptr) {
@@ -127,6 +154,7 @@ private:
   void afterWork() noexcept {}
   void atWork(bool /*first*/) noexcept {}
   void beforeCaller() noexcept {}
+  void atLast() noexcept {}
   void end() noexcept {}
 #endif
 };

@@ -115,6 +115,11 @@ void createFile(const char *path) noexcept {
   (void)(place && place.create(S_IRUSR | S_IWUSR));
 }
 
+Rotation::Rotation(const char * /*folder*/) noexcept {}
+Rotation::~Rotation() = default;
+Rotation::operator bool() const noexcept { return true; }
+bool Rotation::isAlone() const noexcept { return true; }
+
 bool moveOver(const char *from, const char *to, std::uint64_t atLeast) noexcept {
   const Place source(from);
   const Place target(to);

@@ -22,4 +22,9 @@ AccessList makeAccessList(std::initializer_list<AccessEntry> entries) noexcept {
   return AccessList(SetEntriesInAclW(count, all.data(), nullptr, &list) == ERROR_SUCCESS ? list : nullptr);
 }
 
+ForEveryone::ForEveryone(DWORD rights) noexcept
+    : list_(makeAccessList({{Sid::everyone(), TRUSTEE_IS_GROUP, rights}})),
+      made_(list_ && InitializeSecurityDescriptor(&descriptor_, SECURITY_DESCRIPTOR_REVISION) != 0 &&
+            SetSecurityDescriptorDacl(&descriptor_, TRUE, list_.get(), FALSE) != 0) {}
+
 } // namespace krOpenSSL::platform

@@ -54,4 +54,22 @@ using AccessList = std::unique_ptr<ACL, FreeLocal>;
 /// Null when it cannot be made.
 AccessList makeAccessList(std::initializer_list<AccessEntry> entries) noexcept;
 
+/// What is made with these attributes, for the object's life, everyone has the rights to, and nobody inherits.
+class ForEveryone {
+public:
+  explicit ForEveryone(DWORD rights) noexcept;
+  ForEveryone(const ForEveryone &) = delete;
+  ForEveryone &operator=(const ForEveryone &) = delete;
+
+  /// False when they could not be made.
+  explicit operator bool() const noexcept { return made_; }
+  [[nodiscard]] SECURITY_ATTRIBUTES *get() noexcept { return &attributes_; }
+
+private:
+  AccessList list_;
+  SECURITY_DESCRIPTOR descriptor_{};
+  SECURITY_ATTRIBUTES attributes_{sizeof attributes_, &descriptor_, FALSE};
+  bool made_;
+};
+
 } // namespace krOpenSSL::platform

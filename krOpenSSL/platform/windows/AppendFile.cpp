@@ -1,5 +1,6 @@
 // Appending to a file that others may swap for a link at any moment.
 #include "platform/Platform.h"
+#include "platform/windows/RotationLock.h"
 #include "platform/windows/Win32.h"
 
 namespace krOpenSSL::platform {
@@ -12,9 +13,22 @@ constexpr int kAttempts = 16;
 
 // The runtime library's mode "a", except that a link is opened itself and that every write goes to the end in
 // one step, whichever process it comes from.
-Handle openToAppend(const char *path) noexcept {
-  return Handle(CreateFileA(path, FILE_APPEND_DATA | FILE_READ_ATTRIBUTES, kShareInPlace, nullptr, OPEN_ALWAYS,
+Handle openToAppend(const char *path, DWORD disposition) noexcept {
+  return Handle(CreateFileA(path, FILE_APPEND_DATA | FILE_READ_ATTRIBUTES, kShareInPlace, nullptr, disposition,
                             FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+}
+
+// A file that is missing, or opened by somebody for himself, may be between two steps of another process's rotation,
+// which would delete what is made here: it comes first, though nobody can have a line wait for long.
+Handle openToAppend(const char *path) noexcept {
+  constexpr DWORD kMostMilliseconds = 250;
+  Handle there = openToAppend(path, OPEN_EXISTING);
+  const DWORD reason = there ? ERROR_SUCCESS : GetLastError();
+  if (reason == ERROR_FILE_NOT_FOUND || reason == ERROR_SHARING_VIOLATION) {
+    const RotationLock lock = takeRotationLock(kMostMilliseconds);
+    there = openToAppend(path, OPEN_ALWAYS);
+  }
+  return there;
 }
 
 HANDLE asHandle(std::intptr_t file) noexcept {

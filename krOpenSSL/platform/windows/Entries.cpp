@@ -79,23 +79,20 @@ bool moveOver(const char *from, const char *to, std::uint64_t atLeast) noexcept 
 
 void syncFolder(const char * /*file*/) noexcept {}
 
+// A link that is put in the place which has just become free is not followed, and what else is put there stays.
 bool startFileForEveryone(const char *path) noexcept {
-  const Sid everyone = Sid::everyone();
-  const AccessList list = makeAccessList({{everyone, TRUSTEE_IS_GROUP, GENERIC_ALL}});
-  SECURITY_DESCRIPTOR descriptor{};
-  if (!list || InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION) == 0 ||
-      SetSecurityDescriptorDacl(&descriptor, TRUE, list.get(), FALSE) == 0) {
+  ForEveryone access(GENERIC_ALL);
+  if (!access) {
     return false;
   }
-  SECURITY_ATTRIBUTES attributes{sizeof attributes, &descriptor, FALSE};
   if (Handle there = openExisting(path, GENERIC_READ, 0, FILE_ATTRIBUTE_NORMAL)) {
     there.close();
     if (DeleteFileA(path) == 0) {
       return false;
     }
   }
-  return static_cast<bool>(
-      Handle(CreateFileA(path, GENERIC_WRITE, 0, &attributes, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr)));
+  return static_cast<bool>(Handle(CreateFileA(path, GENERIC_WRITE, 0, access.get(), CREATE_NEW,
+                                              FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr)));
 }
 
 } // namespace krOpenSSL::platform

@@ -29,6 +29,17 @@ HMODULE loadedCompanion(std::string_view path) noexcept {
 
 const char *const kModuleSuffix = ".dll";
 
+ModuleAhead::ModuleAhead(const char *path) noexcept
+    : module_(LoadLibraryExA(path, nullptr, LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32)) {}
+
+ModuleAhead::~ModuleAhead() {
+  if (module_ != nullptr) {
+    freeModule(module_);
+  }
+}
+
+ModuleAhead::operator bool() const noexcept { return module_ != nullptr; }
+
 void *loadedModule(const char *path) noexcept {
   HMODULE companion = loadedCompanion(path);
   return companion != nullptr ? companion : loaded(path);

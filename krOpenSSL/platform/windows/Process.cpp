@@ -4,11 +4,7 @@
 
 namespace krOpenSSL::platform {
 
-bool holdAcrossForks(void (* /*before*/)(), void (* /*after*/)()) noexcept { return true; }
-
 std::int64_t processId() noexcept { return GetCurrentProcessId(); }
-
-void forgetNumbers() noexcept {}
 
 std::uint32_t threadId() noexcept { return GetCurrentThreadId(); }
 

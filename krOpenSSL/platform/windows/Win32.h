@@ -11,6 +11,7 @@
 
 #include <array>
 #include <cstdint>
+#include <cstring>
 #include <utility>
 
 namespace krOpenSSL::platform {
@@ -53,6 +54,7 @@ inline Handle openExisting(const char *path, DWORD access, DWORD share, DWORD fl
 /// What the system tells of an open entry.
 struct Found {
   BY_HANDLE_FILE_INFORMATION information{};
+  FILE_ID_INFO id{}; ///< no volume where the file system has none
   DWORD reparseTag = 0;
 
   /// False, with the last error set, when it tells nothing.
@@ -60,6 +62,9 @@ struct Found {
     FILE_ATTRIBUTE_TAG_INFO tag{};
     if (GetFileInformationByHandle(entry.get(), &information) == 0) {
       return false;
+    }
+    if (GetFileInformationByHandleEx(entry.get(), FileIdInfo, &id, sizeof id) == 0) {
+      id = {};
     }
     if ((information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
       const bool known = GetFileInformationByHandleEx(entry.get(), FileAttributeTagInfo, &tag, sizeof tag) != 0;
@@ -84,7 +89,8 @@ struct Found {
     return std::uint64_t{information.nFileSizeHigh} << 32U | information.nFileSizeLow;
   }
   [[nodiscard]] bool isSameEntry(const Found &other) const noexcept {
-    return information.dwVolumeSerialNumber == other.information.dwVolumeSerialNumber &&
+    return std::memcmp(&id, &other.id, sizeof id) == 0 && // the rest is not all of it on every file system
+           information.dwVolumeSerialNumber == other.information.dwVolumeSerialNumber &&
            information.nFileIndexHigh == other.information.nFileIndexHigh &&
            information.nFileIndexLow == other.information.nFileIndexLow;
   }

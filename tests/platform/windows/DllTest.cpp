@@ -18,12 +18,23 @@ template <class Function> Function *functionOf(HMODULE module, const char *name)
   return reinterpret_cast<Function *>(reinterpret_cast<void *>(GetProcAddress(module, name)));
 }
 
+std::size_t committedBytes() {
+  std::size_t bytes = 0;
+  MEMORY_BASIC_INFORMATION block{};
+  for (const char *at = nullptr; VirtualQuery(at, &block, sizeof block) != 0; at += block.RegionSize) {
+    bytes += block.State == MEM_COMMIT && block.Type == MEM_PRIVATE ? block.RegionSize : 0;
+  }
+  return bytes;
+}
+
 bool isLoaded() { return GetModuleHandleA(kDll) != nullptr; }
 
 } // namespace
 
 TEST(Dll, ComesAndGoesUntilItIsSetUp) {
+  std::size_t before = 0;
   for (int round = 0; round < 50; ++round) {
+    before = round == 5 ? committedBytes() : before;
     HMODULE dll = LoadLibraryA(kDll);
     ASSERT_NE(dll, nullptr);
     unsigned char seed = 0;
@@ -33,6 +44,7 @@ TEST(Dll, ComesAndGoesUntilItIsSetUp) {
     FreeLibrary(dll);
     ASSERT_FALSE(isLoaded());
   }
+  EXPECT_LT(committedBytes(), before + (1U << 20U));
   HMODULE dll = LoadLibraryA(kDll);
   EXPECT_EQ(functionOf<int()>(dll, "krOSSLSetup")(), 0);
   EXPECT_EQ(functionOf<int()>(dll, "krOSSLCleanup")(), 0);
@@ -49,6 +61,22 @@ TEST(Dll, TellsItsVersion) {
   ASSERT_NE(GetFileVersionInfoA(kDll, 0, information.size(), information.data()), 0);
   ASSERT_NE(VerQueryValueA(information.data(), R"(\StringFileInfo\040904b0\ProductVersion)", &text, &length), 0);
   EXPECT_STREQ(static_cast<const char *>(text), KR_VERSION);
+}
+
+TEST(Modules, TakeWhatTheyNeedFromTheirOwnFolderAlone) {
+  const std::filesystem::path folder = std::filesystem::temp_directory_path() / "krAhead";
+  const std::filesystem::path current = std::filesystem::current_path();
+  std::filesystem::remove_all(folder);
+  std::filesystem::create_directories(folder / "planted");
+  const std::string module = (folder / "needsOther.dll").string();
+  std::filesystem::copy_file(KR_NEEDS_OTHER, module);
+  std::filesystem::copy_file(KR_OTHER, folder / "planted" / "other.dll");
+  std::filesystem::current_path(folder / "planted");
+  EXPECT_FALSE(ModuleAhead(module.c_str()));
+  std::filesystem::copy_file(KR_OTHER, folder / "other.dll");
+  EXPECT_TRUE(ModuleAhead(module.c_str()));
+  EXPECT_EQ(GetModuleHandleA(module.c_str()), nullptr);
+  std::filesystem::current_path(current);
 }
 
 TEST(Modules, AreThoseOfTheNameOrTheir64BitCompanion) {

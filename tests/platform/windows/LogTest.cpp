@@ -1,11 +1,13 @@
 // The log in its real folder.
 #include "log/krCustomLogger.h"
 #include "platform/windows/LogHome.h"
+#include "platform/windows/RotationLock.h"
 
 #include <gtest/gtest.h>
 #include <windows.h>
 
 #include <functional>
+#include <thread>
 
 using namespace krTest;
 using namespace krOpenSSL::platform;
@@ -23,21 +25,98 @@ bool check(Entry &checked) {
   return true;
 }
 
+// Has the log rotate at one MiB.
+struct SmallLimit {
+  SmallLimit() {
+    RegSetKeyValueA(HKEY_LOCAL_MACHINE, R"(SOFTWARE\WOW6432Node\Corvane\Logging)", "LogSizeInMB", REG_SZ, "1", 2);
+  }
+  ~SmallLimit() { RegDeleteTreeA(HKEY_LOCAL_MACHINE, R"(SOFTWARE\WOW6432Node\Corvane)"); }
+};
+
+// Two processes that write at once, round by round.
+constexpr int kRounds = 12, kLines = 20;
+constexpr const char *kIsOther = "KR_OTHER_WRITER";
+void release(HANDLE semaphore) { ReleaseSemaphore(semaphore, 1, nullptr); }
+
+void writeLines() {
+  for (int line = 0; line < kLines; ++line) {
+    krLogLine(1, 2, "line");
+  }
+}
+
+void beOther(HANDLE go, HANDLE done) {
+  krLogLine(1, 2, "first");
+  release(done);
+  for (int round = 0; round < kRounds && WaitForSingleObject(go, 60'000) == WAIT_OBJECT_0; ++round) {
+    writeLines();
+    release(done);
+  }
+}
+
+void startOther(const char *test) {
+  std::string command = std::string(GetCommandLineA()) + " --gtest_filter=" + test;
+  STARTUPINFOA start{};
+  start.cb = sizeof start;
+  PROCESS_INFORMATION process{};
+  SetEnvironmentVariableA(kIsOther, "1");
+  ASSERT_TRUE(CreateProcessA(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &start, &process));
+  CloseHandle(process.hThread);
+  CloseHandle(process.hProcess);
+}
+
 } // namespace
+
+// For on-a-real-machine.ps1.
+TEST(Log, DISABLED_WritesALine) { krLogLine(1, 2, "line"); }
+
+TEST(Log, LosesNoLineWhenTwoProcessesRotateIt) {
+  HANDLE go = CreateSemaphoreA(nullptr, 0, 1, "krGo");
+  HANDLE done = CreateSemaphoreA(nullptr, 0, 1, "krDone");
+  if (GetEnvironmentVariableA(kIsOther, nullptr, 0) != 0) {
+    return beOther(go, done);
+  }
+  const LogHome home;
+  const SmallLimit limit;
+  startOther("Log.LosesNoLineWhenTwoProcessesRotateIt");
+  ASSERT_EQ(WaitForSingleObject(done, 60'000), WAIT_OBJECT_0);
+  krLogLine(1, 2, "first");
+  for (int round = 0; round < kRounds; ++round) {
+    std::filesystem::remove(home.old);
+    put(home.file, std::string(kMiB, 'x') + "\n");
+    release(go);
+    writeLines();
+    ASSERT_EQ(WaitForSingleObject(done, 60'000), WAIT_OBJECT_0);
+    EXPECT_EQ(linesOf(home.old).size() + linesOf(home.file).size(), 1U + 2 * kLines);
+  }
+}
+
+TEST(Rotation, HoldsTheFolderAndItsTurn) {
+  const LogHome home;
+  const std::string folder = home.folder.string();
+  {
+    const Rotation rotation(folder.c_str());
+    EXPECT_TRUE(rotation);
+    EXPECT_FALSE(MoveFileExA(folder.c_str(), home.other.c_str(), 0));
+    std::thread([&] { EXPECT_FALSE(Rotation(folder.c_str()).isAlone()); }).join();
+  }
+  EXPECT_FALSE(Rotation(home.file.c_str()));                       // nothing stands there
+  std::thread([] { (void)takeRotationLock(0).release(); }).join(); // ends while it has the turn
+  EXPECT_TRUE(Rotation(folder.c_str()).isAlone());
+}
 
 TEST(Log, IsRotatedToAFileForEveryone) {
   const LogHome home;
-  RegSetKeyValueA(HKEY_LOCAL_MACHINE, R"(SOFTWARE\WOW6432Node\Corvane\Logging)", "LogSizeInMB", REG_SZ, "1", 2);
-  constexpr std::size_t kLimit = 1U << 20U;
-  put(home.file, std::string(kLimit, 'x'));
+  const SmallLimit limit;
+  put(home.file, std::string(kMiB, 'x'));
   put(home.old, "older");
   krLogLine(1, 2, "first"); // never rotates
   EXPECT_EQ(contentOf(home.old), "older");
+  SetLastError(77);
   krLogLine(1, 2, "second");
-  EXPECT_GT(std::filesystem::file_size(home.old), kLimit);
+  EXPECT_EQ(GetLastError(), 77U);
+  EXPECT_GT(std::filesystem::file_size(home.old), kMiB);
   EXPECT_NE(contentOf(home.file).find("second"), std::string::npos);
   EXPECT_TRUE(hasAccess(home.file, kForEveryone));
-  RegDeleteTreeA(HKEY_LOCAL_MACHINE, R"(SOFTWARE\WOW6432Node\Corvane)");
 }
 
 TEST(Log, ReplacesLinksAndLeavesTheirTargets) {

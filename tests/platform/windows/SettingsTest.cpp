@@ -43,9 +43,31 @@ std::string text() {
   return platform::registryText(kKey, kName, buffer.data(), buffer.size()) ? buffer.data() : "none";
 }
 
+// A process whose code page is UTF-8, where the call refuses what Wine's own accepts.
+bool isUtf8 = false;
+
+UINT WINAPI codePage() { return isUtf8 ? CP_UTF8 : 1252; }
+
+int WINAPI narrow(UINT page, DWORD flags, const wchar_t *wide, int length, char *text, int size, const char *standIn,
+                  BOOL *used) {
+  using Function = decltype(WideCharToMultiByte);
+  static auto *const function = reinterpret_cast<Function *>(
+      reinterpret_cast<void *>(GetProcAddress(GetModuleHandleA("kernel32"), "WideCharToMultiByte")));
+  if (isUtf8 && ((flags | WC_ERR_INVALID_CHARS) != WC_ERR_INVALID_CHARS || standIn != nullptr || used != nullptr)) {
+    return 0;
+  }
+  return function(page, flags, wide, length, text, size, standIn, used);
+}
+
 const std::string kTen("10", sizeof "10"); // with the terminator
 
 } // namespace
+
+// The linker takes these for the system's.
+extern "C" {
+auto *__imp_GetACP = codePage;            // NOLINT(bugprone-reserved-identifier,readability-identifier-naming)
+auto *__imp_WideCharToMultiByte = narrow; // NOLINT(bugprone-reserved-identifier,readability-identifier-naming)
+}
 
 TEST(Registry, GivesTextsOfThe32BitViewOnly) {
   EXPECT_EQ(text(), "none");
@@ -74,6 +96,10 @@ TEST(Registry, GivesTextsOfThe32BitViewOnly) {
 
 TEST(KnownFolders, AreThoseOfTheMachine) {
   std::array<char, 1024> path;
+  for (const bool utf8 : {true, false}) {
+    isUtf8 = utf8;
+    ASSERT_TRUE(platform::programDataFolder(path.data(), path.size())) << utf8;
+  }
   ASSERT_TRUE(platform::programDataFolder(path.data(), path.size()));
   EXPECT_STREQ(path.data(), std::getenv("ProgramData"));
   ASSERT_TRUE(platform::commonProgramFilesFolder(path.data(), path.size()));

@@ -1,0 +1,28 @@
+// The holder's configuration, a TOML file.
+#pragma once
+
+#include "Policy.h"
+
+#include <map>
+#include <string>
+
+namespace krHolder {
+
+struct KeyConfig {
+  std::string file;
+  std::string passphraseFile; ///< empty: the key is not encrypted
+  double perSecond = 0;       ///< 0: no limit
+  Policy policy;
+};
+
+struct Config {
+  std::string socket = "/run/krholder/socket"; ///< unless the system's service manager passes one
+  std::string metrics;                         ///< a file; empty: none
+  std::size_t connections = 256;
+  std::map<std::string, KeyConfig> keys; ///< by name
+};
+
+/// @throws Unusable with file, line and column for what is not as docs/krholder.md has it
+Config readConfig(const std::string &file);
+
+} // namespace krHolder

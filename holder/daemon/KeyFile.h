@@ -1,0 +1,14 @@
+// Private keys in PEM files.
+#pragma once
+
+#include <krOpenSSL/krHandles.h>
+
+#include <string>
+
+namespace krHolder {
+
+/// @param passphraseFile  its first line opens the key; empty: the key is not encrypted
+/// @throws Unusable for a file that everybody may read, and for what is no private key or does not open
+krOpenSSL::EVPPKeyPtr readKeyFile(const std::string &file, const std::string &passphraseFile);
+
+} // namespace krHolder

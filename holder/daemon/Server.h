@@ -1,0 +1,36 @@
+// The holder as a whole: takes connections until it is told to stop.
+#pragma once
+
+#include "Connections.h"
+#include "Dialogue.h"
+
+namespace krHolder {
+
+class Server {
+public:
+  /// @param configFile  is read now, and anew with each reload
+  /// @throws Unusable for a configuration, a key or a socket that cannot be used
+  explicit Server(std::string configFile);
+
+  /// Serves until SIGTERM or SIGINT, which have the answers under way finished. SIGHUP reads configuration and keys
+  /// anew; what is wrong with them is logged, and the old ones stay.
+  void run();
+
+private:
+  void accept();
+  void reload();
+  void writeMetrics();
+  std::shared_ptr<const Service> current() const;
+
+  const std::string configFile_;
+  Config config_;
+  Metrics metrics_;
+  Clock::time_point metricsDue_ = Clock::now();
+  mutable std::mutex mutex_; // of service_
+  std::shared_ptr<const Service> service_;
+  Descriptor signals_;
+  Descriptor listening_;
+  Connections connections_;
+};
+
+} // namespace krHolder

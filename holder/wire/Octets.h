@@ -1,0 +1,67 @@
+// Numbers and bytes of a frame, one after the other: what is read is never beyond the end.
+#pragma once
+
+#include "Message.h"
+
+#include <concepts>
+
+namespace krHolder {
+
+class Writer {
+public:
+  template <std::unsigned_integral Number> Writer &number(Number value) {
+    for (std::size_t left = sizeof(Number); left-- > 0;) {
+      bytes_.push_back(static_cast<unsigned char>(value >> (8 * left)));
+    }
+    return *this;
+  }
+  template <class Enumeration> Writer &code(Enumeration value) { return number(static_cast<std::uint8_t>(value)); }
+  Writer &bytes(View view) {
+    bytes_.insert(bytes_.end(), view.begin(), view.end());
+    return *this;
+  }
+
+  Bytes take() && { return std::move(bytes_); }
+
+private:
+  Bytes bytes_;
+};
+
+/// After the first thing that was not there, everything else is zero or empty, and whole() is false.
+class Reader {
+public:
+  explicit Reader(View bytes) : rest_(bytes) {}
+
+  template <std::unsigned_integral Number> Number number() {
+    Number value = 0;
+    for (const unsigned char byte : take(sizeof(Number))) {
+      value = static_cast<Number>((value << 7U << 1U) | byte);
+    }
+    return value;
+  }
+
+  /// A number from @p first to @p last.
+  template <class Enumeration> Enumeration code(Enumeration first, Enumeration last) {
+    const auto value = number<std::uint8_t>();
+    good_ = good_ && value >= static_cast<std::uint8_t>(first) && value <= static_cast<std::uint8_t>(last);
+    return good_ ? static_cast<Enumeration>(value) : first;
+  }
+
+  View take(std::size_t count) {
+    good_ = good_ && count <= rest_.size();
+    const View taken = rest_.first(good_ ? count : 0);
+    rest_ = rest_.subspan(taken.size());
+    return taken;
+  }
+
+  View rest() { return take(rest_.size()); }
+
+  /// Whether everything was there, and nothing is left.
+  bool whole() const { return good_ && rest_.empty(); }
+
+private:
+  View rest_;
+  bool good_ = true;
+};
+
+} // namespace krHolder
