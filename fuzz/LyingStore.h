@@ -130,9 +130,10 @@ inline ift_provider record{nullptr, provide, nullptr};
 
 /// As the signer of a DelegatedKey with this key's public half.
 inline krOpenSSL::DelegatedKey delegated(const krOpenSSL::Library &library, EVP_PKEY *key) {
-  namespace detail = krOpenSSL::detail;
-  const int type =
-      detail::kAlgorithms.at(detail::placeOf(&detail::Algorithm::keyType, EVP_PKEY_base_id(key))).operation;
+  const int keyType = EVP_PKEY_base_id(key); // and what a provider is told for it
+  const int type = keyType == EVP_PKEY_RSA   ? NID_md5_sha1
+                   : keyType == EVP_PKEY_DSA ? NID_dsa
+                                             : NID_ecdsa_with_Recommended;
   const int size = EVP_PKEY_size(key);
   return {library, key, [=](const krOpenSSL::SignRequest &request, std::span<unsigned char> out) {
             const bool answers = listen(request.digest.data(), static_cast<int>(request.digest.size()));

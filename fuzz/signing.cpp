@@ -89,7 +89,7 @@ private:
       SSL *ssl = connections_.emplace_back(SSL_new(context.get())).get();
       if (way == Way::provider) {
         SSL_CTX_set_ex_data(context.get(), kropenssl_get_ssl_ctx_idx(), &store::record);
-        require(detail::nameConnection(key.get(), ssl), "an engine that delegates serves the key");
+        require(detail::nameConnection(key.get(), ssl, false), "an engine that delegates serves the key");
       } else if (way == Way::delegate) {
         store::delegated(library_, key.get()).bindTo(ssl);
         key.reset(SSL_get_privatekey(ssl));

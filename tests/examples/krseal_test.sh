@@ -55,5 +55,6 @@ done
 (umask 0; "$1" key mine; "$1" open keys short.sealed text Alice)
 [ "$(stat -c %a mine text | sort -u)" = 600 ] || fail "others may read secrets"
 ! "$1" digest SHA-256 short >/dev/full 2>said || fail "an answer that nobody saw"
-script -qec "'$1' digest SHA-256 long" /dev/null </dev/null | grep -q '100 %' || fail "no progress on a terminal"
+script -qec "'$1' digest SHA-256 long" /dev/null </dev/null >said
+grep -q '100 %' said || fail "no progress on a terminal"
 [ -z "$("$1" digest SHA-256 long 2>&1 >/dev/null)" ] || fail "progress where nobody looks"

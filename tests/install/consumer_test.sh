@@ -17,12 +17,12 @@ library=$(echo "$prefix"/lib*/libkrOpenSSL64.so)
 
 ! grep -rlF -e "$source" -e "$build" -e "$work/prefix" "$prefix"/lib*/{cmake,pkgconfig} || fail "these name the build machine"
 [ "$(readelf -d "$library" | sed -n 's/.*R.*PATH.*\[\(.*\)\]/\1/p')" = '$ORIGIN' ] || fail "looks for OpenSSL elsewhere"
-readelf -d "$library" | grep -q 'FLAGS_1.*NOW' || fail "its relocations stay writable"
+grep -q 'FLAGS_1.*NOW' <(readelf -d "$library") || fail "its relocations stay writable"
 names=$(nm --dynamic --undefined-only "$library")
 for name in __stack_chk_fail __vsnprintf_chk; do
   grep -q " $name@" <<<"$names" || fail "the library does without $name"
 done
-[ "$(uname -m)" != x86_64 ] || readelf -n "$library" | grep -q 'x86 feature: IBT, SHSTK' || fail "no IBT and SHSTK"
+[ "$(uname -m)" != x86_64 ] || grep -q 'x86 feature: IBT, SHSTK' <(readelf -n "$library") || fail "no IBT and SHSTK"
 
 series=$(sed -n 's/.*KR_OPENSSL_SERIES=\([13]\).*/\1/p' "$(echo "$prefix"/lib*/pkgconfig/*.pc)")
 case $series in
