@@ -230,7 +230,7 @@ TEST_F(Delegate, AnRsaKeyIsServedWhole) {
     EXPECT_EQ(RSA_private_decrypt(256, hidden.data(), shown.data(), rsa, padding), 5);
     EXPECT_EQ(store.asked.back(), -padding);
   }
-  EXPECT_EQ(RSA_private_decrypt(256, hidden.data(), shown.data(), rsa, RSA_SSLV23_PADDING), -1);
+  EXPECT_EQ(RSA_private_decrypt(256, hidden.data(), shown.data(), rsa, 2), -1); // SSLv23's, of 1.1.1 alone
 }
 
 TEST_F(Delegate, APreparedContextIsNarrowerOrRefused) {

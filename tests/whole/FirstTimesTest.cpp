@@ -1,6 +1,7 @@
 // What is done once in a process, while memory runs out: in a child for each allocation, which fails alone or with all
 // that follow it.
 #include "support/FipsHome.h"
+#include "support/Keys.h"
 #include "support/posix/Users.h"
 #include "whole/Switches.h"
 
