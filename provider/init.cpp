@@ -98,10 +98,8 @@ const OSSL_DISPATCH *providerFunctions() noexcept {
 } // namespace krProvider
 
 /// Where libcrypto begins (provider-base(7)). The provider contacts nobody until a key is used.
-extern "C" __attribute__((visibility("default"))) int OSSL_provider_init(const OSSL_CORE_HANDLE *handle,
-                                                                         const OSSL_DISPATCH *in,
-                                                                         const OSSL_DISPATCH **out,
-                                                                         void **context) noexcept {
+extern "C" __attribute__((visibility("default"))) int
+OSSL_provider_init(const OSSL_CORE_HANDLE *handle, const OSSL_DISPATCH *in, const OSSL_DISPATCH **out, void **context) {
   using namespace krProvider;
   std::unique_ptr<Provider> provider(new (std::nothrow) Provider(handle, in));
   const auto start = [&] {

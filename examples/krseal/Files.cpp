@@ -51,7 +51,7 @@ krOpenSSL::SecretBytes readKey(const Path &file) {
 
 void writeFile(const Path &file, krOpenSSL::ByteView bytes, Access access) {
   struct Close {
-    void operator()(std::FILE *out) const { std::fclose(out); }
+    void operator()(std::FILE *out) const { static_cast<void>(std::fclose(out)); } // what is whole is closed below
   };
   std::unique_ptr<std::FILE, Close> out(makeFile(file, access));
   if (!out) {

@@ -18,13 +18,13 @@ Handle openToAppend(const char *path, DWORD disposition) noexcept {
                             FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
 }
 
-// A file that is missing, or opened by somebody for himself, may be between two steps of another process's rotation,
-// which would delete what is made here: it comes first, though nobody can have a line wait for long.
+// A file that is missing, on its way out, or opened by somebody for himself, may be between two steps of another
+// process's rotation, which would delete what is made here: it comes first, though nobody can have a line wait for long.
 Handle openToAppend(const char *path) noexcept {
-  constexpr DWORD kMostMilliseconds = 250;
+  constexpr DWORD kMostMilliseconds = 1000;
   Handle there = openToAppend(path, OPEN_EXISTING);
   const DWORD reason = there ? ERROR_SUCCESS : GetLastError();
-  if (reason == ERROR_FILE_NOT_FOUND || reason == ERROR_SHARING_VIOLATION) {
+  if (reason == ERROR_FILE_NOT_FOUND || reason == ERROR_ACCESS_DENIED || reason == ERROR_SHARING_VIOLATION) {
     const RotationLock lock = takeRotationLock(kMostMilliseconds);
     there = openToAppend(path, OPEN_ALWAYS);
   }
