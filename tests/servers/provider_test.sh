@@ -4,7 +4,11 @@
 set -euo pipefail
 krholder=$1 krref=$2 module=$3
 work=$(mktemp -d)
-trap 'kill $(jobs -p) $(cat "$work/nginx.pid" 2>/dev/null) 2>/dev/null || true; rm -rf "$work"' EXIT
+end() {
+  kill $(jobs -p) $(cat "$work/nginx.pid" 2>/dev/null) && kill -CONT $(jobs -p)
+  rm -rf "$work"
+} 2>/dev/null
+trap end EXIT
 cd "$work"
 fail() { echo "FAILED: $*" >&2; tail -n 5 log error.log >&2; exit 1; }
 says() { # TEXT COMMAND...: fails with this text, or succeeds where it is "ok"
@@ -16,7 +20,7 @@ says() { # TEXT COMMAND...: fails with this text, or succeeds where it is "ok"
 start() {
   "$krholder" config 2>>log &
   holder=$!
-  for _ in $(seq 100); do
+  for _ in $(seq 600); do
     { "$krref" make none none 2>&1 || true; } | grep -q 'there is no key' && return
     sleep 0.05
   done
@@ -68,7 +72,7 @@ off-curve|bad key reference::-1:its public key is damaged|openssl pkey -in KEY.r
 ROWS
 
 # Handshakes: nginx and curl show the same key, each from the holder.
-port=$((20000 + RANDOM % 20000))
+port=$((20000 + RANDOM % 12000)) # below those that connections get
 {
   printf '%s\n' "user $(id -un); pid $work/nginx.pid; error_log $work/error.log info; events {}" \
     "http { access_log off; ssl_verify_client on; ssl_client_certificate all.crt; ssl_ciphers ALL:@SECLEVEL=0;" \
@@ -100,7 +104,11 @@ ROWS
 logs() { # TEXT
   : >error.log
   ! handshake ec 2>/dev/null || fail "shakes hands"
-  grep -qF "krprovider::$1" error.log || fail "$1"
+  for _ in $(seq 600); do # it tells its client first
+    grep -qF "krprovider::$1" error.log && return
+    sleep 0.05
+  done
+  fail "$1"
 }
 kill -STOP $holder
 logs 'key holder unreachable: no answer in time'
