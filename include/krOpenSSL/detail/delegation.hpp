@@ -183,6 +183,7 @@ public:
     if (queued_) {
       ERR_clear_error();
       exchange();
+      releaseTexts();
     }
   }
   SignerErrors(const SignerErrors &) = delete;
@@ -206,6 +207,15 @@ private:
                     other_.err_line[i]);
       if ((other_.err_data_flags[i] & ERR_TXT_STRING) != 0) {
         ERR_add_error_data(1, other_.err_data[i]);
+      }
+    }
+  }
+
+  // A queue of OpenSSL 3 keeps them beyond its clearing.
+  void releaseTexts() noexcept {
+    for (int i = 0; i < ERR_NUM_ERRORS; ++i) {
+      if ((other_.err_data_flags[i] & ERR_TXT_MALLOCED) != 0) {
+        OPENSSL_free(other_.err_data[i]);
       }
     }
   }
