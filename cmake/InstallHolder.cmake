@@ -1,5 +1,8 @@
 # What `cmake --install` lays down of the key holder and of the provider, where they are built.
 if(TARGET krholder)
+  if(NOT KR_DEBIAN_PACKAGES)
+    set_target_properties(krholder krref PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+  endif()
   install(TARGETS krholder RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT holder)
   install(TARGETS krref RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT holder)
   install(FILES holder/man/krholder.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT manual)
