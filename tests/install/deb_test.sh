@@ -7,7 +7,7 @@ set -euo pipefail
 source=$1 build=$2
 work=$(mktemp -d)
 packages=(libkropenssl64-1-openssl3 libkropenssl64-dev krholder krprovider)
-holder= had_user=$(getent passwd krholder || true)
+holder='' had_user=$(getent passwd krholder || true)
 . "$source/tests/install/lib.sh"
 left() { find /etc /usr /lib/systemd /run /var/lib -xdev \( -iname '*krholder*' -o -iname '*kropenssl*' -o -iname '*krprovider*' -o -name 'krref*' \); }
 purge() { dpkg --purge "${packages[@]}" >"$work/purge" 2>&1; }
