@@ -1,4 +1,4 @@
-# `cpack` makes an archive of what `cmake --install` lays down: .zip for Windows, .tar.gz elsewhere.
+# `cpack` makes an archive of what `cmake --install` lays down: .zip for Windows, .tar.gz elsewhere; or Debian packages.
 set(CPACK_PACKAGE_NAME krOpenSSL)
 set(CPACK_PACKAGE_VENDOR krOpenSSL)
 set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
@@ -8,5 +8,8 @@ if(WIN32)
   set(CPACK_SYSTEM_NAME win64)
 else()
   set(CPACK_GENERATOR TGZ)
+endif()
+if(KR_DEBIAN_PACKAGES)
+  include(${CMAKE_CURRENT_LIST_DIR}/Debian.cmake)
 endif()
 include(CPack)

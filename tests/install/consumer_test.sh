@@ -13,9 +13,10 @@ lay_out_consumer "$work/consumer"
 prefix=$work/moved
 cmake --install "$build" --prefix "$work/prefix" >/dev/null
 mv "$work/prefix" "$prefix"
-library=$(echo "$prefix"/lib*/libkrOpenSSL64.so)
+library=$(find "$prefix" -name libkrOpenSSL64.so)
+libraries=$(dirname "$library")
 
-! grep -rlF -e "$source" -e "$build" -e "$work/prefix" "$prefix"/lib*/{cmake,pkgconfig} || fail "these name the build machine"
+! grep -rlF -e "$source" -e "$build" -e "$work/prefix" "$libraries"/{cmake,pkgconfig} || fail "these name the build machine"
 [ "$(readelf -d "$library" | sed -n 's/.*R.*PATH.*\[\(.*\)\]/\1/p')" = '$ORIGIN' ] || fail "looks for OpenSSL elsewhere"
 grep -q 'FLAGS_1.*NOW' <(readelf -d "$library") || fail "its relocations stay writable"
 names=$(nm --dynamic --undefined-only "$library")
@@ -24,7 +25,7 @@ for name in __stack_chk_fail __vsnprintf_chk; do
 done
 [ "$(uname -m)" != x86_64 ] || grep -q 'x86 feature: IBT, SHSTK' <(readelf -n "$library") || fail "no IBT and SHSTK"
 
-series=$(sed -n 's/.*KR_OPENSSL_SERIES=\([13]\).*/\1/p' "$(echo "$prefix"/lib*/pkgconfig/*.pc)")
+series=$(sed -n 's/.*KR_OPENSSL_SERIES=\([13]\).*/\1/p' "$libraries"/pkgconfig/*.pc)
 case $series in
   1) other=3.0.0 number=0x30000000L ;;
   3) other=1.1.1 number=0x10101000L ;;
@@ -39,8 +40,7 @@ grep -qwF "$other" "$work/errors" || fail "does not say which OpenSSL it found"
 "${configure[@]}" >/dev/null || fail "remembers the OpenSSL that it refused"
 cmake --build "$work/build" >/dev/null
 
-export PKG_CONFIG_PATH
-PKG_CONFIG_PATH=$(echo "$prefix"/lib*/pkgconfig):${PKG_CONFIG_PATH:-}
+export PKG_CONFIG_PATH=$libraries/pkgconfig:${PKG_CONFIG_PATH:-}
 read -ra cflags <<<"$(pkg-config --cflags krOpenSSL64)"
 read -ra libs <<<"$(pkg-config --libs krOpenSSL64) -Wl,-rpath,$(pkg-config --variable=libdir krOpenSSL64)"
 cd "$work/consumer"

@@ -11,7 +11,7 @@ trap 'rm -rf "$work"' EXIT
 lay_out_consumer "$work/consumer"
 
 mkdir "$work/package"
-(cd "$build" && cpack -B "$work" >/dev/null)
+(cd "$build" && cpack -G "$([ -n "$run" ] && echo ZIP || echo TGZ)" -B "$work" >/dev/null)
 (cd "$work/package" && cmake -E tar xf "$work"/krOpenSSL-*.*[pz])
 prefix=$(echo "$work"/package/*)
 
