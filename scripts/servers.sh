@@ -4,7 +4,6 @@
 # Who signs for whom: the users that Debian has for the servers. Without root all is one user's.
 declare -A users=([nginx]=www-data [apache]=www-data [haproxy]=haproxy [postgresql]=postgres [curl]=root [psql]=root)
 declare -A reloads=([nginx]=HUP [apache]=USR1 [haproxy]=USR2 [postgresql]=HUP)
-postgresql=/usr/lib/postgresql/15/bin
 
 # Eight ports that nobody listens at, below those that the kernel gives away.
 free_ports() {
@@ -126,7 +125,7 @@ start_postgresql() {
   for key in rsa ec; do
     data=$work/postgresql-$key
     install -d -m 700 -o "${users[postgresql]}" "$data"
-    (as "${users[postgresql]}" "$postgresql/initdb" -D "$data" -U postgres -A reject --no-sync) >/dev/null
+    (as "${users[postgresql]}" initdb -D "$data" -U postgres -A reject --no-sync) >/dev/null
     install -m 600 -o "${users[postgresql]}" postgresql-$key.ref "$data/server.ref"
     printf '%s\n' 'hostssl template1 postgres 127.0.0.1/32 trust clientcert=verify-ca' \
       'hostssl postgres postgres 127.0.0.1/32 trust' >"$data/pg_hba.conf"
@@ -140,7 +139,7 @@ ssl_cert_file = '$work/$key.crt'
 ssl_key_file = 'server.ref'
 ssl_ca_file = '$work/ca.crt'
 CONF
-    start postgresql-$key "${users[postgresql]}" "$postgresql/postgres" -D "$data"
+    start postgresql-$key "${users[postgresql]}" postgres -D "$data"
   done
 }
 
