@@ -25,7 +25,7 @@
 namespace {
 
 template <auto free> struct Free {
-  template <class T> void operator()(T *object) const { free(object); }
+  template <class T> void operator()(T *object) const { static_cast<void>(free(object)); }
 };
 using KeyPtr = std::unique_ptr<EVP_PKEY, Free<EVP_PKEY_free>>;
 using CertificatePtr = std::unique_ptr<X509, Free<X509_free>>;
@@ -59,6 +59,7 @@ private:
 
 pid_t start(const std::vector<std::string> &words) {
   std::vector<char *> arguments;
+  arguments.reserve(words.size() + 1);
   for (const auto &word : words) {
     arguments.push_back(const_cast<char *>(word.c_str()));
   }

@@ -65,8 +65,9 @@ ensure_servers() (
     package_installed "$package" || missing=yes
   done
   [ -n "${missing:-}" ] || exit 0
-  trap 'as_root sh -c "rm -f $policy; [ ! -e $policy.kept ] || mv $policy.kept $policy"' EXIT
-  as_root sh -c "[ ! -e $policy ] || mv $policy $policy.kept; printf '#!/bin/sh\nexit 101\n' >$policy && chmod 755 $policy"
+  as_root sh -c "[ ! -e $policy ] || mv $policy $policy.kept
+    printf '#!/bin/sh\nexit 101\n' >$policy && chmod 755 $policy"
+  trap 'as_root sh -c "rm $policy; [ ! -e $policy.kept ] || mv $policy.kept $policy"' EXIT
   ensure_packages "$@"
 )
 

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# From a bare Debian 12 machine to nginx, Apache, HAProxy, PostgreSQL, psql and curl, as Debian ships them, whose private
-# keys are in krholder: sets up, builds, fetches data by each kind of TLS and prints who signed; then what each says when
-# its holder is not there, and whether a handshake fails while the server is reloaded and the holder killed, again and
-# again. All of it happens in a temporary folder and on 127.0.0.1.
+# From a bare Debian 12 machine to nginx, Apache, HAProxy, PostgreSQL, psql and curl, as Debian ships them, whose
+# private keys are in krholder: sets up, builds, fetches data by each kind of TLS and prints who signed; then what each
+# says when its holder is not there, and whether a handshake fails while the server is reloaded and the holder killed,
+# again and again. All of it happens in a temporary folder and on 127.0.0.1.
 # usage: servers-demo.sh [--built KRHOLDER KRREF KRPROVIDER]   (then nothing is installed or built)
 set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"

@@ -1,5 +1,5 @@
-# How the servers and clients of servers-demo.sh are set up and asked: as Debian ships them, on 127.0.0.1, in the current
-# folder, each with a key of RSA and one of EC. Sourced, never run; uses what servers-demo.sh defines.
+# How the servers and clients of servers-demo.sh are set up and asked: as Debian ships them, on 127.0.0.1, in the
+# current folder, each with a key of RSA and one of EC. Sourced, never run; uses what servers-demo.sh defines.
 
 # Who signs for whom: the users that Debian has for the servers. Without root all is one user's.
 declare -A users=([nginx]=www-data [apache]=www-data [haproxy]=haproxy [postgresql]=postgres [curl]=root [psql]=root)
@@ -143,8 +143,8 @@ CONF
   done
 }
 
-# fetch WHO KEY CIPHERS: prints version and cipher of a connection as its server saw it, and whether the client has shown
-# a certificate. Without CIPHERS that is TLS 1.3.
+# fetch WHO KEY CIPHERS: prints version and cipher of a connection as its server saw it, and whether the client has
+# shown a certificate. Without CIPHERS that is TLS 1.3.
 fetch() {
   case $1 in
   curl) over_https nginx "$2" "$3" --cert "$2.crt" --key "curl-$2.ref" ;;
