@@ -40,7 +40,7 @@ cp "${@:2}" "$root/provider/openssl-krholder.cnf" "$work/bin"
 cp $(ldd "$2" | awk '$3 ~ /krOpenSSL64|\.so\.1\.1$/ { print $3 }') "$work/bin"
 cd "$work"
 chmod 711 .
-export HOME=$work # none of a user's own settings
+export HOME=$work no_proxy=127.0.0.1 # none of a user's own settings
 export KRHOLDER_SOCKET=$work/jail/socket OPENSSL_CONF=$work/openssl.cnf PATH=$PATH:/usr/sbin:/usr/lib/postgresql/15/bin
 
 fail() {
@@ -49,9 +49,9 @@ fail() {
   exit 1
 }
 await() { # COMMAND...: until it succeeds
-  local deadline=$((SECONDS + 60))
+  local deadline=$((SECONDS + 180))
   until "$@" >said 2>&1; do
-    [ "$SECONDS" -lt "$deadline" ] || fail "for a minute: $*"
+    [ "$SECONDS" -lt "$deadline" ] || fail "for three minutes: $*"
     sleep 0.05
   done
 }

@@ -125,7 +125,7 @@ start_postgresql() {
   for key in rsa ec; do
     data=$work/postgresql-$key
     install -d -m 700 -o "${users[postgresql]}" "$data"
-    (as "${users[postgresql]}" initdb -D "$data" -U postgres -A reject --no-sync) >/dev/null
+    (as "${users[postgresql]}" initdb -D "$data" -U postgres -A reject --no-locale --no-sync) >/dev/null
     install -m 600 -o "${users[postgresql]}" postgresql-$key.ref "$data/server.ref"
     printf '%s\n' 'hostssl template1 postgres 127.0.0.1/32 trust clientcert=verify-ca' \
       'hostssl postgres postgres 127.0.0.1/32 trust' >"$data/pg_hba.conf"
