@@ -8,7 +8,7 @@ set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/../scripts/common.sh"
 
 rounds=24 counts=6 handshakes=20
-programs=(handshakes:0.1 signing:0.1 random:0.03 classes:0.02 log:0.05 fips:0.05 waiting:0.2) # seconds for each benchmark
+programs=(handshakes:0.1 signing:0.1 random:0.03 classes:0.02 log:0.05 fips:0.05 waiting:0.2 references:0.1) # seconds for each benchmark
 if [ "$1" = --quick ]; then
   shift
   rounds=1 counts=1 handshakes=2

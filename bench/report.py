@@ -124,6 +124,15 @@ def waiting_table(results):
     return table(["key holder at", "plain key, 1/s", *ways], rows)
 
 
+def reference_table(results):
+    rows = []
+    for case in results.cases("reference"):
+        plain = 1e6 / results.rate("reference", case, "key file")
+        speed = results.speed("reference", case, "reference", "key file")
+        rows.append([case, f"{plain:,.0f}", f"{1 / speed.value:.2f}", f"{1 / speed.high:.2f} to {1 / speed.low:.2f}"])
+    return table(["handshake", "key file, µs", "reference, times that", "interval"], rows)
+
+
 def rest_table(results):
     rows = []
     for case in results.cases("rest"):
@@ -236,6 +245,7 @@ def main(work, page, out):
         "generator": generator_table(results),
         "classes": class_tables(results),
         "waiting": waiting_table(results),
+        "references": reference_table(results),
         "rest": rest_table(results),
     }
     text = re.sub(r"{{(\w+)}}", lambda match: tables[match[1]], page.read_text())

@@ -76,7 +76,7 @@ def timed(folder):
         for run in report["benchmarks"]:
             if run.get("error_occurred"):
                 sys.exit(f"{run['name']}: {run['error_message']}")
-            name = re.sub(r"/real_time|/iterations:\d+", "", run["run_name"])
+            name = re.sub(r"/real_time|/manual_time|/iterations:\d+", "", run["run_name"])
             rates[name.replace("16 threads/threads:16", "16 threads")].append(run["items_per_second"])
     return Results(rates, context)
 

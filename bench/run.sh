@@ -6,7 +6,8 @@ set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/../scripts/common.sh"
 
 cd "$root"
-ensure_packages g++ cmake ninja-build libbenchmark-dev libboost-context-dev python3 gnuplot-nox valgrind
+ensure_packages g++ cmake ninja-build libbenchmark-dev libboost-context-dev python3 gnuplot-nox valgrind \
+  libtomlplusplus-dev libssl-dev pkg-config
 scripts/openssl.sh
 say "building"
 build bench -- benchmarks

@@ -93,7 +93,7 @@ A provider that has unchanged programs of OpenSSL 3 take a reference where they
 take a key file, and have their signatures made by krholder. OpenSSL loads it
 once its configuration says so.")
   set(CPACK_DEBIAN_PROVIDER_PACKAGE_CONTROL_EXTRA ${_debian}/krprovider/conffiles)
-  install(FILES ${PROJECT_SOURCE_DIR}/packaging/krprovider/krprovider.cnf DESTINATION /etc/ssl
+  install(FILES ${PROJECT_SOURCE_DIR}/provider/krprovider.cnf DESTINATION /etc/ssl
     COMPONENT provider EXCLUDE_FROM_ALL)
 endif()
 

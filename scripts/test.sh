@@ -12,7 +12,7 @@ ensure_packages g++ cmake ninja-build libgtest-dev libgmock-dev libbenchmark-dev
   libclang-rt-14-dev openssl curl pkg-config binutils doxygen softhsm2 libp11-kit-dev libssl-dev libtomlplusplus-dev \
   libasio-dev libboost-context-dev opensc valgrind gnuplot-nox python3 gnutls-bin \
   lintian dpkg-dev file man-db systemd
-package_installed nginx || ensure_servers nginx
+ensure_servers nginx apache2-bin haproxy postgresql-15
 scripts/openssl.sh
 
 presets=(dev asan tsan fuzz dev-openssl3 asan-openssl3)

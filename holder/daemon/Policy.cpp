@@ -2,6 +2,7 @@
 #include "Policy.h"
 
 #include <algorithm>
+#include <array>
 #include <string_view>
 
 namespace krHolder {
@@ -26,13 +27,30 @@ bool isCertificateVerify(View message) {
          startsWith(rest, "TLS 1.3, client CertificateVerify\0"sv);
 }
 
-// Two randoms, then curve type, curve, length of the point, point: to the last byte.
+struct Curve {
+  unsigned char number; // RFC 8422, 5.1.1; RFC 7027, 2: all below 256
+  std::size_t pointBytes;
+  bool uncompressed; // the point begins with 4
+};
+constexpr std::array kCurves{Curve{23, 65, true}, Curve{24, 97, true},  Curve{25, 133, true}, Curve{26, 65, true},
+                             Curve{27, 97, true}, Curve{28, 129, true}, Curve{29, 32, false}, Curve{30, 56, false}};
+
+// Two randoms, then curve type, curve, length of the point, point: to the last byte. Randoms and point are the asker's
+// to choose: with any other length as well there would be room for a certificate or a request for one.
 bool isEcdheParameters(View message) {
   constexpr std::size_t kRandoms = 64;
   constexpr std::size_t kHead = 4;
   constexpr unsigned char kNamedCurve = 3;
-  return message.size() > kRandoms + kHead && message[kRandoms] == kNamedCurve &&
-         message.size() == kRandoms + kHead + message[kRandoms + kHead - 1];
+  constexpr unsigned char kUncompressed = 4;
+  if (message.size() <= kRandoms + kHead) {
+    return false;
+  }
+  const View rest = message.subspan(kRandoms);
+  return rest[0] == kNamedCurve && rest[1] == 0 && rest.size() == kHead + rest[3] &&
+         std::ranges::any_of(kCurves, [&](const Curve &curve) {
+           return curve.number == rest[2] && curve.pointBytes == rest[3] &&
+                  (!curve.uncompressed || rest[kHead] == kUncompressed);
+         });
 }
 
 } // namespace

@@ -41,8 +41,9 @@ for row in 'rsa RSA rsa_keygen_bits:2048' 'pss RSA-PSS rsa_keygen_bits:2048' 'ec
     "$key" "$key" "$(id -u)" >>config
 done
 cat ./*.crt >all.crt
+printf '[keys.tls]\nfile = "ec.pem"\nusers = [%s]\n' "$(id -u)" >>config
 start
-for key in rsa pss ec; do "$krref" make $key $key.ref; done
+for key in rsa pss ec tls; do "$krref" make $key $key.ref; done
 chmod 000 ./*.pem
 
 # Tools, with each key.
@@ -51,6 +52,8 @@ head -c 20000 /dev/urandom >big
 openssl dgst -sha256 -binary small >digest
 openssl cms -encrypt -binary -in small -out sealed rsa.crt
 openssl pkeyutl -encrypt -pubin -inkey rsa.pub -in digest -pkeyopt rsa_padding_mode:oaep -out oaep
+head -c 64 big | cat - <(printf '\3\0\x17\x41\4') <(head -c 64 big) >parameters # of a P-256 key exchange
+head -c 132 parameters >other-length
 sed '2s/./!/' rsa.ref >torn.ref
 openssl asn1parse -in ec.ref -noout -out ec.der && printf '\xff' | dd of=ec.der bs=1 seek=70 conv=notrunc 2>/dev/null
 { head -n 1 ec.ref; base64 ec.der; tail -n 1 ec.ref; } >off-curve.ref
@@ -65,6 +68,9 @@ rsa ec|ok|openssl cms -sign -in small -signer KEY.crt -inkey KEY.ref -out s; ope
 rsa|ok|openssl cms -decrypt -in sealed -recip rsa.crt -inkey rsa.ref | cmp - small
 rsa|ok|openssl pkeyutl -decrypt -inkey rsa.ref -in oaep -pkeyopt rsa_padding_mode:oaep | cmp - digest
 rsa|a digest that no key holder signs|openssl pkeyutl -sign -inkey rsa.ref -in digest
+tls|ok|openssl dgst -sha256 -sign KEY.ref -out s parameters
+tls|key holder refused|sed 's/\x17\x41/\x17\x40/' other-length | openssl dgst -sha256 -sign KEY.ref
+tls|key holder refused|openssl dgst -sha256 -sign KEY.ref small
 rsa pss ec|key holder refused|openssl dgst -sha224 -sign KEY.ref small
 torn|bad key reference::-1:its base64 is damaged|openssl pkey -in KEY.ref -pubout
 ec|bad setting of the key holder's provider::-1:the socket|KRHOLDER_SOCKET=x openssl pkey -in KEY.ref -pubout
