@@ -4,7 +4,7 @@
 set -euo pipefail
 krholder=$1 krref=$2 openssl=$3 here=$(cd "$(dirname "$0")" && pwd)
 work=$(mktemp -d)
-trap '{ kill $(jobs -p) && kill -CONT $(jobs -p); } 2>/dev/null || true; rm -rf "$work"' EXIT
+trap '{ kill $(jobs -p) || true; kill -CONT $(jobs -p) || true; } 2>/dev/null; rm -rf "$work"' EXIT
 cd "$work"
 fail() { echo "FAILED: $*" >&2; cat log >&2; exit 1; }
 says() { # STATUS TEXT COMMAND...

@@ -5,7 +5,8 @@ set -euo pipefail
 krholder=$1 krref=$2 module=$3
 work=$(mktemp -d)
 end() {
-  kill $(jobs -p) $(cat "$work/nginx.pid" 2>/dev/null) && kill -CONT $(jobs -p)
+  kill $(jobs -p) $(cat "$work/nginx.pid") || true
+  kill -CONT $(jobs -p) || true
   rm -rf "$work"
 } 2>/dev/null
 trap end EXIT
