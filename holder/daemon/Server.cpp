@@ -40,8 +40,8 @@ int nextSignal(const Descriptor &signals) {
 
 } // namespace
 
-Server::Server(std::string configFile)
-    : configFile_(std::move(configFile)), config_(readConfig(configFile_)),
+Server::Server(std::string configFile, BackEnds backEnds)
+    : configFile_(std::move(configFile)), backEnds_(std::move(backEnds)), config_(readConfig(configFile_, backEnds_)),
       service_(std::make_shared<const Service>(config_, metrics_)), signals_(signalsOfInterest()),
       listening_(listeningSocket(config_.socket)), connections_(config_.connections) {}
 
@@ -87,7 +87,7 @@ void Server::accept() {
 
 void Server::reload() {
   try {
-    const Config fresh = readConfig(configFile_);
+    const Config fresh = readConfig(configFile_, backEnds_);
     auto service = std::make_shared<const Service>(fresh, metrics_);
     config_.metrics = fresh.metrics;
     const std::lock_guard lock(mutex_);

@@ -10,7 +10,7 @@ class Server {
 public:
   /// @param configFile  is read now, and anew with each reload
   /// @throws Unusable for a configuration, a key or a socket that cannot be used
-  explicit Server(std::string configFile);
+  Server(std::string configFile, BackEnds backEnds);
 
   /// Serves until SIGTERM or SIGINT, which have the answers under way finished. SIGHUP reads configuration and keys
   /// anew; what is wrong with them is logged, and the old ones stay.
@@ -23,6 +23,7 @@ private:
   std::shared_ptr<const Service> current() const;
 
   const std::string configFile_;
+  const BackEnds backEnds_;
   Config config_;
   Metrics metrics_;
   Clock::time_point metricsDue_ = Clock::now();

@@ -53,7 +53,7 @@ while IFS='|' read -r line place; do
   config "$line"
   says 78 "config:$place" "$krholder" config
 done <<'ROWS'
-[keys.a]|3:1: the key has no "file"
+[keys.a]|3:1: the key has none of "file", "token"
 keys = 1|3:8: a table is needed here
 color = "red"|3:1: "color" is not known here
 connections = 0|3:15: a whole number from 1 to 10000 is needed here
