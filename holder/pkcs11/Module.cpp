@@ -55,8 +55,14 @@ std::shared_ptr<SharedModule> SharedModule::at(const std::string &path) {
 void SharedModule::startAnewIfLost() {
   if (lost_ && module_.use_count() <= 1) {
     module_.reset();
+  }
+}
+
+const std::shared_ptr<const Module> &SharedModule::module() {
+  if (!module_) { // its new beginning may have failed
     module_ = std::make_shared<const Module>(library_);
   }
+  return module_;
 }
 
 } // namespace krHolder::pkcs11

@@ -50,7 +50,8 @@ public:
   /// For whoever opens a session or changes the rest: sessions are opened under it only.
   std::mutex &mutex() const { return mutex_; }
 
-  const std::shared_ptr<const Module> &module() const { return module_; } ///< each session has a share
+  /// What each session has a share of.
+  const std::shared_ptr<const Module> &module();
 
   /// Says that a session was lost, or was not. Modules exist that see a token that comes back only when they are
   /// initialised anew.
