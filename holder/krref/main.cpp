@@ -1,5 +1,5 @@
 // krref: makes, shows and checks references to keys that a key holder has.
-#include "ReferenceFile.h"
+#include "reference/ReferenceFile.h"
 #include "TestSignature.h"
 
 #include <krOpenSSL/krHandles.h>
