@@ -6,6 +6,8 @@
 #include "Settings.h"
 
 #include <array>
+#include <cstdlib>
+#include <string_view>
 
 namespace {
 
@@ -40,7 +42,9 @@ EVP_PKEY *load(ENGINE *engine, const char *file, UI_METHOD * /*method*/, void * 
 }
 
 int bindTo(ENGINE *engine, const char *id) noexcept {
-  constexpr char kId[] = "krholder";
+  // The library's trace would stand amid what the program writes; whoever wants it sets KR_TRACE to something else.
+  setenv("KR_TRACE", "off", 0);             // NOLINT(concurrency-mt-unsafe): engines are loaded when a program starts
+  static constexpr char kId[] = "krholder"; // the engine keeps a pointer
   const bool done =
       (id == nullptr || std::string_view(id) == kId) && ENGINE_set_id(engine, kId) == 1 &&
       ENGINE_set_name(engine, "private keys at a key holder") == 1 &&
