@@ -22,17 +22,6 @@ constexpr std::chrono::milliseconds kMetricsPeriod{15'000};
 constexpr int kRestMilliseconds = 100; // where there is no descriptor for another connection
 constexpr std::chrono::seconds kLastAnswers{5};
 
-// Blocked before the first thread is made, so that all have them blocked.
-Descriptor signalsOfInterest() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  for (const int each : {SIGTERM, SIGINT, SIGHUP}) {
-    sigaddset(&signals, each);
-  }
-  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-  return Descriptor(signalfd(-1, &signals, SFD_CLOEXEC));
-}
-
 int nextSignal(const Descriptor &signals) {
   signalfd_siginfo info{};
   return read(signals.get(), &info, sizeof info) == sizeof info ? static_cast<int>(info.ssi_signo) : 0;
@@ -42,8 +31,20 @@ int nextSignal(const Descriptor &signals) {
 
 Server::Server(std::string configFile, BackEnds backEnds)
     : configFile_(std::move(configFile)), backEnds_(std::move(backEnds)), config_(readConfig(configFile_, backEnds_)),
-      service_(std::make_shared<const Service>(config_, metrics_)), signals_(signalsOfInterest()),
-      listening_(listeningSocket(config_.socket)), connections_(config_.connections) {}
+      service_(std::make_shared<const Service>(config_, metrics_)), listening_(listeningSocket(config_.socket)),
+      connections_(config_.connections) {}
+
+// They are blocked for all threads to come.
+Descriptor Server::signalsOfInterest() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int each : {SIGTERM, SIGINT, SIGHUP}) {
+    sigaddset(&signals, each);
+  }
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  std::signal(SIGPIPE, SIG_IGN); // a token's module may write where nobody reads any more
+  return Descriptor(signalfd(-1, &signals, SFD_CLOEXEC));
+}
 
 void Server::run() {
   log("start", {{"socket", config_.socket}, {"keys", std::to_string(config_.keys.size())}});

@@ -17,11 +17,13 @@ public:
   void run();
 
 private:
+  static Descriptor signalsOfInterest();
   void accept();
   void reload();
   void writeMetrics();
   std::shared_ptr<const Service> current() const;
 
+  const Descriptor signals_ = signalsOfInterest(); // before a key's back end may begin threads
   const std::string configFile_;
   const BackEnds backEnds_;
   Config config_;
@@ -29,7 +31,6 @@ private:
   Clock::time_point metricsDue_ = Clock::now();
   mutable std::mutex mutex_; // of service_
   std::shared_ptr<const Service> service_;
-  Descriptor signals_;
   Descriptor listening_;
   Connections connections_;
 };

@@ -42,8 +42,9 @@ int library() {
         text(Reason::busy, "key holder is at its limit"),
         text(Reason::failed, "key holder failed"),
         {0, nullptr}};
-    static ERR_STRING_DATA name[] = {{0, "key holder's engine"}, {0, nullptr}};
     const int fresh = ERR_get_next_error_library();
+    static ERR_STRING_DATA name[] = {{ERR_PACK(static_cast<unsigned long>(fresh), 0, 0), "key holder's engine"},
+                                     {0, nullptr}};
     ERR_load_strings(fresh, texts);
     ERR_load_strings(fresh, name);
     return fresh;
