@@ -8,7 +8,7 @@ set -euo pipefail
 
 cd "$root"
 ensure_packages g++ cmake ninja-build libgtest-dev libgmock-dev libbenchmark-dev clang clang-format clang-tidy \
-  libclang-rt-14-dev openssl curl pkg-config binutils doxygen softhsm2 libp11-kit-dev libssl-dev libtomlplusplus-dev \
+  libclang-rt-14-dev openssl curl pkg-config binutils doxygen softhsm2 p11-kit p11-kit-modules libp11-kit-dev libssl-dev libtomlplusplus-dev \
   libasio-dev libboost-context-dev opensc valgrind gnuplot-nox python3 gnutls-bin
 package_installed nginx || ensure_servers nginx
 scripts/openssl.sh

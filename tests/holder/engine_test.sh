@@ -8,7 +8,7 @@ work=$(mktemp -d)
 trap 'kill $(jobs -p) 2>/dev/null || true; rm -rf "$work"' EXIT
 cd "$work"
 fail() { echo "FAILED: $*" >&2; tail -n 5 log server >&2; exit 1; }
-sanitizer=$(ldd "$engine" | awk '/lib[at]san/ { print $3 }')
+sanitizer=$(ldd "$engine" | awk '/lib[at]san/ { own = $3 } /libstdc/ { cpp = $3 } END { if (own) print own, cpp }')
 o11() { LD_PRELOAD=$sanitizer LD_LIBRARY_PATH=$prefix/lib OPENSSL_CONF=$work/openssl.cnf "$prefix/bin/openssl" "$@"; }
 says() { # TEXT COMMAND...: fails with this text, or succeeds where it is "ok"
   local status=0
