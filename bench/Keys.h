@@ -38,9 +38,9 @@ inline std::size_t signByOwnKey(Kind kind, std::span<const unsigned char> digest
   unsigned written = 0;
   const auto length = static_cast<unsigned>(digest.size());
   const int done = kind == Kind::rsa ? RSA_sign(NID_sha256, digest.data(), length, out, &written,
-                                                EVP_PKEY_get0_RSA(ownKey(Kind::rsa)))
+                                                krOpenSSL::keyObject::rsaOf(ownKey(Kind::rsa)))
                                      : ECDSA_sign(0, digest.data(), static_cast<int>(length), out, &written,
-                                                  EVP_PKEY_get0_EC_KEY(ownKey(Kind::ec)));
+                                                  krOpenSSL::keyObject::ecKeyOf(ownKey(Kind::ec)));
   return done == 1 ? written : 0;
 }
 
@@ -53,12 +53,12 @@ inline krOpenSSL::DelegatedKey delegatedKey(Kind kind) {
 }
 
 inline int encryptByOwnKey(int flen, const unsigned char *from, unsigned char *to, RSA * /*rsa*/, int padding) {
-  return RSA_private_encrypt(flen, from, to, EVP_PKEY_get0_RSA(ownKey(Kind::rsa)), padding);
+  return RSA_private_encrypt(flen, from, to, krOpenSSL::keyObject::rsaOf(ownKey(Kind::rsa)), padding);
 }
 
 inline ECDSA_SIG *signEcdsaByOwnKey(const unsigned char *digest, int length, const BIGNUM *kinv, const BIGNUM *r,
                                     EC_KEY * /*eckey*/) {
-  return ECDSA_do_sign_ex(digest, length, kinv, r, EVP_PKEY_get0_EC_KEY(ownKey(Kind::ec)));
+  return ECDSA_do_sign_ex(digest, length, kinv, r, krOpenSSL::keyObject::ecKeyOf(ownKey(Kind::ec)));
 }
 
 /// Registers the process-wide callbacks for its life.

@@ -21,7 +21,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/krOpenSSLConfigVersion.cm
   COMPATIBILITY SameMajorVersion)
 install(FILES
   ${PROJECT_BINARY_DIR}/krOpenSSLConfig.cmake ${PROJECT_BINARY_DIR}/krOpenSSLConfigVersion.cmake
-  ${PROJECT_SOURCE_DIR}/cmake/FindOpenSSL11.cmake
+  ${PROJECT_SOURCE_DIR}/cmake/SupportedOpenSSL.cmake
   DESTINATION ${_package})
 
 set(_lay_down ${KR_OPENSSL_UNPACKED})
@@ -30,11 +30,15 @@ if(WIN32)
 endif()
 option(KR_INSTALL_OPENSSL "Install OpenSSL beside the library" ${_lay_down})
 set(_openssl_requires "libssl >= 1.1.1, libssl < 3, libcrypto >= 1.1.1, libcrypto < 3")
+set(_openssl_cflags " -DOPENSSL_SUPPRESS_DEPRECATED -DKR_OPENSSL_SERIES=${KR_OPENSSL_SERIES}")
+if(KR_OPENSSL_SERIES EQUAL 3)
+  set(_openssl_requires "libssl >= 3, libssl < 4, libcrypto >= 3, libcrypto < 4")
+endif()
 if(KR_INSTALL_OPENSSL)
   include(${CMAKE_CURRENT_LIST_DIR}/InstallOpenSSL.cmake)
   set(_openssl_requires)
   set(_openssl_libs " -L\${libdir}/openssl-1.1/lib -lssl -lcrypto")
-  set(_openssl_cflags " -I\${libdir}/openssl-1.1/include")
+  string(APPEND _openssl_cflags " -I\${libdir}/openssl-1.1/include")
 endif()
 
 file(RELATIVE_PATH _to_prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)

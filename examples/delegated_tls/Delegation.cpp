@@ -6,7 +6,10 @@
 #include <krOpenSSL/krDelegation.h>
 
 #include <algorithm>
+#include <mutex>
 #include <span>
+#include <utility>
+#include <vector>
 
 namespace delegated_tls {
 
@@ -27,17 +30,43 @@ std::size_t deliver(WaitForHolder *wait, HeldKey &key, Operation operation, int 
   return result->size();
 }
 
-/// Where an RSA key of useCallbackKey names its holder.
-int heldKeyIndex() {
-  static const int index = RSA_get_ex_new_index(0, nullptr, nullptr, nullptr, nullptr);
-  return index;
-}
+/// The keys of useCallbackKey, by their moduli: with OpenSSL 3 a callback gets an object that is not the one that the
+/// program has.
+class HeldKeys {
+public:
+  void add(const RSA *rsa, HeldKey &key) {
+    const std::scoped_lock lock(mutex_);
+    if (find(rsa) == nullptr) {
+      keys_.emplace_back(checked(BN_dup(RSA_get0_n(rsa)), "out of memory"), &key);
+    }
+  }
+  HeldKey *of(const RSA *rsa) {
+    const std::scoped_lock lock(mutex_);
+    return find(rsa);
+  }
+  void clear() {
+    const std::scoped_lock lock(mutex_);
+    keys_.clear();
+  }
+
+private:
+  HeldKey *find(const RSA *rsa) const {
+    const auto found =
+        std::ranges::find_if(keys_, [rsa](const auto &held) { return BN_cmp(held.first.get(), RSA_get0_n(rsa)) == 0; });
+    return found != keys_.end() ? found->second : nullptr;
+  }
+
+  std::mutex mutex_;
+  std::vector<std::pair<BIGNUMPtr, HeldKey *>> keys_;
+};
+
+HeldKeys heldKeys; // NOLINT(cert-err58-cpp): an empty vector does not throw
 
 using RsaFunction = int (*)(int, const unsigned char *, unsigned char *, RSA *, int);
 
 int performRsa(Operation operation, RsaFunction ownMethod, int flen, const unsigned char *from, unsigned char *to,
                RSA *rsa, int padding) {
-  auto *key = static_cast<HeldKey *>(RSA_get_ex_data(rsa, heldKeyIndex()));
+  HeldKey *key = heldKeys.of(rsa);
   if (key == nullptr) {
     return ownMethod(flen, from, to, rsa, padding);
   }
@@ -79,8 +108,7 @@ DelegatedKey delegated(const Library &library, HeldKey &key, WaitForHolder *wait
 
 void useCallbackKey(SSL *ssl, HeldKey &held) {
   const EVPPKeyPtr key = publicKeyFrom(held.publicHalf());
-  RSA *rsa = checked(EVP_PKEY_get0_RSA(key.get()), "only RSA keys go through the RSA callbacks");
-  checked(RSA_set_ex_data(rsa, heldKeyIndex(), &held), "the key cannot be delegated");
+  heldKeys.add(checked(krOpenSSL::keyObject::rsaOf(key.get()), "only RSA keys go through the RSA callbacks"), held);
   checked(SSL_use_PrivateKey(ssl, key.get()), "the key cannot be used");
 }
 
@@ -92,6 +120,7 @@ RsaCallbacks::RsaCallbacks() {
 RsaCallbacks::~RsaCallbacks() {
   krEngineSetRSAPrivateKeyOpCallback(nullptr, 1);
   krEngineSetRSAPrivateKeyOpCallback(nullptr, 0);
+  heldKeys.clear();
 }
 
 } // namespace delegated_tls

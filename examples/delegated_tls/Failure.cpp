@@ -3,6 +3,8 @@
 
 #include <openssl/err.h>
 
+#include <cstring>
+
 namespace delegated_tls {
 
 void queueReason(const std::string &reason) {
@@ -15,7 +17,10 @@ Failure opensslFailure(const std::string &what) {
   int flags = 0;
   const unsigned long code = ERR_peek_error_line_data(nullptr, nullptr, &data, &flags);
   const bool isOurs = ERR_GET_LIB(code) == ERR_LIB_USER && (flags & ERR_TXT_STRING) != 0;
-  const char *reason = isOurs ? data : ERR_reason_error_string(code);
+  const bool isSystems = ERR_GET_LIB(code) == ERR_LIB_SYS; // OpenSSL 3 has no texts for these
+  const char *reason = isOurs      ? data
+                       : isSystems ? std::strerror(static_cast<int>(ERR_GET_REASON(code)))
+                                   : ERR_reason_error_string(code);
   const std::string text = reason != nullptr ? reason : krOpenSSL::errStr(code);
   ERR_clear_error();
   return Failure(code == 0 ? what : what + ": " + text);

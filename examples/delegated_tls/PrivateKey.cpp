@@ -35,6 +35,15 @@ std::optional<Bytes> resized(Bytes out, int length) {
   return out;
 }
 
+// With OpenSSL 3 the object of a key that was read is made at the first look: here, before the library is set up, since
+// one that is made later goes by its engine, whose callbacks come back to it.
+void takeObject(EVP_PKEY *key) {
+  keyObject::rsaOf(key);
+  keyObject::dsaOf(key);
+  keyObject::ecKeyOf(key);
+  ERR_clear_error(); // two of the three are of another type
+}
+
 } // namespace
 
 PrivateKey PrivateKey::fromPemFile(const std::string &path) {
@@ -47,6 +56,7 @@ PrivateKey PrivateKey::fromPemFile(const std::string &path) {
     throw opensslFailure("'" + path + "' holds no private key in clear PEM form");
   }
   requireSupportedType(key.get());
+  takeObject(key.get());
   return PrivateKey(std::move(key));
 }
 
@@ -84,7 +94,7 @@ std::optional<Bytes> PrivateKey::perform(Operation operation, int padding, const
   if (EVP_PKEY_base_id(key_.get()) != EVP_PKEY_RSA) {
     return std::nullopt;
   }
-  RSA *rsa = EVP_PKEY_get0_RSA(key_.get());
+  RSA *rsa = keyObject::rsaOf(key_.get());
   Bytes out(static_cast<std::size_t>(RSA_size(rsa)));
   const auto function = operation == Operation::rsaPrivateEncrypt ? RSA_private_encrypt : RSA_private_decrypt;
   const int length = function(static_cast<int>(data.size()), data.data(), out.data(), rsa, padding);
@@ -100,13 +110,13 @@ std::optional<Bytes> PrivateKey::sign(const Bytes &digest) const {
   switch (EVP_PKEY_base_id(key_.get())) {
   case EVP_PKEY_RSA:
     done = RSA_sign(hashOfLength(digest.size()), digest.data(), digestLength, out.data(), &length,
-                    EVP_PKEY_get0_RSA(key_.get()));
+                    keyObject::rsaOf(key_.get()));
     break;
   case EVP_PKEY_DSA:
-    done = DSA_sign(0, digest.data(), signedLength, out.data(), &length, EVP_PKEY_get0_DSA(key_.get()));
+    done = DSA_sign(0, digest.data(), signedLength, out.data(), &length, keyObject::dsaOf(key_.get()));
     break;
   default:
-    done = ECDSA_sign(0, digest.data(), signedLength, out.data(), &length, EVP_PKEY_get0_EC_KEY(key_.get()));
+    done = ECDSA_sign(0, digest.data(), signedLength, out.data(), &length, keyObject::ecKeyOf(key_.get()));
   }
   return resized(std::move(out), done == 1 ? static_cast<int>(length) : 0);
 }

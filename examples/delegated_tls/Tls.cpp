@@ -35,7 +35,7 @@ void requireTlsCurve(EVP_PKEY *key) {
   if (EVP_PKEY_base_id(key) != EVP_PKEY_EC) {
     return;
   }
-  const EC_GROUP *group = EC_KEY_get0_group(EVP_PKEY_get0_EC_KEY(key));
+  const EC_GROUP *group = EC_KEY_get0_group(krOpenSSL::keyObject::ecKeyOf(key));
   const bool isNamed = EC_GROUP_get_asn1_flag(group) == OPENSSL_EC_NAMED_CURVE;
   const int curve = isNamed ? EC_GROUP_get_curve_name(group) : NID_undef;
   if (std::ranges::find(kCurves, curve) == kCurves.end()) {

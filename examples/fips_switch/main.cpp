@@ -32,7 +32,8 @@ int signedByStore = 0;
 
 int signInKeyStore(int length, const unsigned char *from, unsigned char *to, RSA * /*publicHalf*/, int padding) {
   ++signedByStore;
-  return RSA_meth_get_priv_enc(RSA_PKCS1_OpenSSL())(length, from, to, EVP_PKEY_get0_RSA(keyStore.get()), padding);
+  return RSA_meth_get_priv_enc(RSA_PKCS1_OpenSSL())(length, from, to, krOpenSSL::keyObject::rsaOf(keyStore.get()),
+                                                    padding);
 }
 
 EVPPKeyPtr makeKey() {

@@ -20,7 +20,7 @@ std::unique_ptr<const krHolder::HeldKey> open(const krHolder::Settings &settings
   operations.sign = [key](const krOpenSSL::SignRequest &request, std::span<unsigned char> out) -> std::size_t {
     unsigned length = 0;
     ECDSA_sign(0, request.digest.data(), static_cast<int>(request.digest.size()), out.data(), &length,
-               EVP_PKEY_get0_EC_KEY(key.get()));
+               krOpenSSL::keyObject::ecKeyOf(key.get()));
     return length; // 0: it failed
   };
   return krHolder::callbackKey(krOpenSSL::publicHalf(key.get()), std::move(operations));

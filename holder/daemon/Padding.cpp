@@ -9,7 +9,7 @@ namespace krHolder {
 
 Bytes pssBlock(EVP_PKEY *key, const Signing &what) {
   Bytes block(static_cast<std::size_t>(EVP_PKEY_size(key)));
-  if (RSA_padding_add_PKCS1_PSS_mgf1(EVP_PKEY_get0_RSA(key), block.data(), what.value.data(), what.digest,
+  if (RSA_padding_add_PKCS1_PSS_mgf1(krOpenSSL::keyObject::rsaOf(key), block.data(), what.value.data(), what.digest,
                                      what.maskDigest, what.saltBytes) != 1) {
     ERR_clear_error();
     throw Refusal(Status::badRequest, "the key is too short for the digest and the salt");

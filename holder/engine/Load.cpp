@@ -54,8 +54,8 @@ template <class Object> Object *made(Object *object) {
 
 void give(EVP_PKEY *key, std::unique_ptr<Behind> behind) {
   const bool given = EVP_PKEY_base_id(key) == EVP_PKEY_RSA
-                         ? RSA_set_ex_data(EVP_PKEY_get0_RSA(key), rsaIndex(), behind.get()) == 1
-                         : EC_KEY_set_ex_data(EVP_PKEY_get0_EC_KEY(key), ecIndex(), behind.get()) == 1;
+                         ? RSA_set_ex_data(krOpenSSL::keyObject::rsaOf(key), rsaIndex(), behind.get()) == 1
+                         : EC_KEY_set_ex_data(krOpenSSL::keyObject::ecKeyOf(key), ecIndex(), behind.get()) == 1;
   if (!given) {
     throw std::bad_alloc();
   }
@@ -68,7 +68,7 @@ EVPPKeyPtr loadKey(ENGINE *engine, const char *file) {
   const auto remote = std::make_shared<const RemoteKey>(krHolder::readReferenceFile(file));
   const DelegatedKey delegated(library(), remote->publicKey(), operationsOf(remote));
   const SSLCtxPtr context(made(SSL_CTX_new(TLS_method())));
-  auto behind = std::make_unique<Behind>(remote, SSLPtr(made(SSL_new(context.get()))));
+  auto behind = std::make_unique<Behind>(Behind{remote, SSLPtr(made(SSL_new(context.get())))});
   SSL *const connection = behind->connection.get();
   delegated.bindTo(connection);
   EVPPKeyPtr key(made(SSL_get_privatekey(connection)));
@@ -84,9 +84,9 @@ EVPPKeyPtr loadKey(ENGINE *engine, const char *file) {
 const RemoteKey *remoteOf(EVP_PKEY *key) noexcept {
   const void *behind = nullptr;
   if (key != nullptr && EVP_PKEY_base_id(key) == EVP_PKEY_RSA) {
-    behind = RSA_get_ex_data(EVP_PKEY_get0_RSA(key), rsaIndex());
+    behind = RSA_get_ex_data(krOpenSSL::keyObject::rsaOf(key), rsaIndex());
   } else if (key != nullptr && EVP_PKEY_base_id(key) == EVP_PKEY_EC) {
-    behind = EC_KEY_get_ex_data(EVP_PKEY_get0_EC_KEY(key), ecIndex());
+    behind = EC_KEY_get_ex_data(krOpenSSL::keyObject::ecKeyOf(key), ecIndex());
   }
   return behind != nullptr ? static_cast<const Behind *>(behind)->remote.get() : nullptr;
 }

@@ -67,10 +67,10 @@ CK_OBJECT_HANDLE findEcKey(const Session &session, const EC_KEY *key) {
 CK_OBJECT_HANDLE findPrivateKey(const Session &session, EVP_PKEY *publicHalf) {
   switch (EVP_PKEY_base_id(publicHalf)) {
   case EVP_PKEY_RSA:
-    return onlyPrivateKey(session, CKK_RSA, CKA_MODULUS, modulus(EVP_PKEY_get0_RSA(publicHalf)),
+    return onlyPrivateKey(session, CKK_RSA, CKA_MODULUS, modulus(krOpenSSL::keyObject::rsaOf(publicHalf)),
                           "its modulus (CKA_MODULUS)");
   case EVP_PKEY_EC:
-    return findEcKey(session, EVP_PKEY_get0_EC_KEY(publicHalf));
+    return findEcKey(session, krOpenSSL::keyObject::ecKeyOf(publicHalf));
   default:
     throw Failure("only RSA and EC keys can be on a token");
   }

@@ -48,7 +48,8 @@ Bytes TokenKey::signDigest(View digest) const {
   if (EVP_PKEY_base_id(publicHalf_.get()) != EVP_PKEY_EC) {
     return sign({CKM_RSA_PKCS, nullptr, 0}, digestInfo(digest));
   }
-  return derSignature(sign({CKM_ECDSA, nullptr, 0}, leftmost(digest, EVP_PKEY_get0_EC_KEY(publicHalf_.get()))));
+  return derSignature(
+      sign({CKM_ECDSA, nullptr, 0}, leftmost(digest, krOpenSSL::keyObject::ecKeyOf(publicHalf_.get()))));
 }
 
 Bytes TokenKey::sign(CK_MECHANISM mechanism, View data) const { return carryOut(&Session::sign, mechanism, data); }

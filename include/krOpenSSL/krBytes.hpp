@@ -2,7 +2,7 @@
 /// Bytes for krCrypto.hpp: views of what goes in, buffers that are wiped, and hexadecimal text. Header only.
 #pragma once
 
-#include <krOpenSSL/krOpenSSL11.h>
+#include <krOpenSSL/krOpenSSLVersion.h>
 
 #include <openssl/crypto.h>
 

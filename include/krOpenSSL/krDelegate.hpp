@@ -111,6 +111,13 @@ struct SharedKey;
 /// @throws DelegateError for keys other than RSA, DSA and EC
 EVPPKeyPtr publicHalf(EVP_PKEY *key);
 
+/// The same with the private half: a key whose operations go by the engine of the current mode, with an object that is
+/// the key's own. With OpenSSL 3 a key that OpenSSL read or generated itself has none: what a program sets on the
+/// object that EVP_PKEY_get0_RSA and the like give for it is not seen when it signs.
+///
+/// @throws DelegateError as publicHalf, and for a key without a private half
+EVPPKeyPtr engineKey(EVP_PKEY *key);
+
 /// A private key that is elsewhere, for TLS connections: the provider's record, the key objects, what they point to
 /// and their lifetimes.
 ///

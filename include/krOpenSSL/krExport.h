@@ -2,7 +2,7 @@
 /// How the library's names become visible outside it.
 #pragma once
 
-#include <krOpenSSL/krOpenSSL11.h>
+#include <krOpenSSL/krOpenSSLVersion.h>
 
 #if defined(_WIN32)
 #if defined(KR_BUILDING_LIBRARY)

@@ -3,7 +3,7 @@
 /// Header only; used by the library itself and free for its callers to use.
 #pragma once
 
-#include <krOpenSSL/krOpenSSL11.h>
+#include <krOpenSSL/krOpenSSLVersion.h>
 
 #include <openssl/bio.h>
 #include <openssl/bn.h>
@@ -52,6 +52,15 @@ using SSLCtxPtr = Handle<SSL_CTX, SSL_CTX_free>;
 using X509Ptr = Handle<X509, X509_free>;
 using X509SigPtr = Handle<X509_SIG, X509_SIG_free>;
 ///@}
+
+/// The RSA, DSA or EC_KEY object of a key, which owns it; null for a key of another type. As 1.1.1's EVP_PKEY_get0_RSA
+/// and the like: OpenSSL 3 calls the answer const, and for a key that it read itself gives a copy that it made on first
+/// need, over the engine in force then. Not for `using namespace krOpenSSL` to bring in, lest it meet others' names.
+namespace keyObject {
+inline RSA *rsaOf(EVP_PKEY *key) noexcept { return const_cast<RSA *>(EVP_PKEY_get0_RSA(key)); }            ///< the RSA
+inline DSA *dsaOf(EVP_PKEY *key) noexcept { return const_cast<DSA *>(EVP_PKEY_get0_DSA(key)); }            ///< the DSA
+inline EC_KEY *ecKeyOf(EVP_PKEY *key) noexcept { return const_cast<EC_KEY *>(EVP_PKEY_get0_EC_KEY(key)); } ///< the EC
+} // namespace keyObject
 
 /// Hands objects to a setter of OpenSSL's that owns them once it answers other than 0.
 ///

@@ -1,6 +1,7 @@
 // Calling the caller's callbacks from inside OpenSSL.
 #pragma once
 
+#include "accessors/Recursion.h"
 #include "platform/CancellationDelay.h"
 
 namespace krOpenSSL {
@@ -15,6 +16,14 @@ Result callOut(Result failure, Result (*callback)(Parameters...), Arguments... a
   } catch (...) {
     return failure;
   }
+}
+
+/// The same for the callback that works with @p key on @p input; one that runs into itself fails.
+template <class Result, class... Parameters, class... Arguments>
+Result callOutWith(const void *key, const void *input, Result failure, Result (*callback)(Parameters...),
+                   Arguments... arguments) noexcept {
+  const RecursionWatch watch(key, input);
+  return watch.isEndless() ? failure : callOut(failure, callback, arguments...);
 }
 
 } // namespace krOpenSSL

@@ -4,6 +4,7 @@
 
 #include "BigEndian.h"
 #include "CipherContext.h"
+#include "Usable.h"
 #include "accessors/krAccessors.h"
 #include "accessors/krTraceLog.h"
 #include "state/FipsState.h"
@@ -168,7 +169,7 @@ struct kroAESWrap::Context {
       return;
     }
     // What is left half keyed after a failure must not be used.
-    if (key == nullptr || EVP_CipherInit_ex(context, cipher, nullptr, key, nullptr, direction) != 1) {
+    if (key == nullptr || !canBegin() || EVP_CipherInit_ex(context, cipher, nullptr, key, nullptr, direction) != 1) {
       EVP_CIPHER_CTX_reset(context);
       return;
     }

@@ -2,7 +2,9 @@
 #include <krOpenSSL/kroCiphers.h>
 
 #include "CipherContext.h"
+#include "LegacyAlgorithms.h"
 #include "Lengths.h"
+#include "Usable.h"
 #include "accessors/krAccessors.h"
 #include "accessors/krTraceLog.h"
 
@@ -42,7 +44,7 @@ void transformCbc(const EVP_CIPHER *cipher, Direction direction, const CbcCall &
     reportFailure();
     return;
   }
-  if (EVP_CipherInit_ex(context.get(), cipher, nullptr, call.key, call.iv, direction) != 1) {
+  if (!canBegin() || EVP_CipherInit_ex(context.get(), cipher, nullptr, call.key, call.iv, direction) != 1) {
     return;
   }
   EVP_CIPHER_CTX_set_padding(context.get(), 0);
@@ -75,7 +77,7 @@ EVP_CIPHER_CTX *newRc4Context() noexcept {
 
 bool keyRc4(EVP_CIPHER_CTX *context, const unsigned char *key, int length) noexcept {
   EVP_CIPHER_CTX_set_flags(context, EVP_CIPH_FLAG_NON_FIPS_ALLOW);
-  return EVP_CipherInit_ex(context, EVP_rc4(), nullptr, nullptr, nullptr, kEncrypt) == 1 &&
+  return canBegin() && EVP_CipherInit_ex(context, rc4(), nullptr, nullptr, nullptr, kEncrypt) == 1 &&
          EVP_CIPHER_CTX_set_key_length(context, length) == 1 &&
          EVP_CipherInit_ex(context, nullptr, nullptr, key, nullptr, kEncrypt) == 1;
 }

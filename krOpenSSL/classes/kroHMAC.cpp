@@ -2,6 +2,7 @@
 #include <krOpenSSL/kroHMAC.h>
 
 #include "Lengths.h"
+#include "Usable.h"
 #include "accessors/ErrorQueueScope.h"
 #include "accessors/krAccessors.h"
 #include "accessors/krTraceLog.h"
@@ -97,7 +98,8 @@ template <class T> struct kroHMAC<T>::Context {
       return true;
     }
     const unsigned char *bytes = key != nullptr ? key : &kEmptyKey;
-    return hmac.context_ != nullptr && HMAC_Init_ex(hmac.context_, bytes, *length, T::GetEVP_MD(), nullptr) == 1;
+    return hmac.context_ != nullptr && canBegin() &&
+           HMAC_Init_ex(hmac.context_, bytes, *length, T::GetEVP_MD(), nullptr) == 1;
   }
 
   static bool update(kroHMAC &hmac, const FipsModule *module, const unsigned char *data, std::uint64_t len) noexcept {

@@ -1,7 +1,9 @@
 // The digest classes.
 #include <krOpenSSL/kroHash.h>
 
+#include "LegacyAlgorithms.h"
 #include "Lengths.h"
+#include "Usable.h"
 
 #include <openssl/evp.h>
 
@@ -12,7 +14,7 @@ namespace {
 
 // A context in which the digest has been started, or null.
 EVP_MD_CTX *startDigest(const EVP_MD *algorithm) noexcept {
-  EVP_MD_CTX *context = algorithm != nullptr ? EVP_MD_CTX_new() : nullptr;
+  EVP_MD_CTX *context = algorithm != nullptr && krOpenSSL::canBegin() ? EVP_MD_CTX_new() : nullptr;
   if (context == nullptr) {
     return nullptr;
   }
@@ -90,7 +92,7 @@ void kroHashBase::__autoclassinit2(std::uint64_t n) { std::memset(static_cast<vo
   bool name::SupportsFips() { return supportsFips; }                                                                   \
   void name::__autoclassinit2(std::uint64_t n) { kroHashBase::__autoclassinit2(n); }
 
-KR_HASH_CLASS(kroMD4, EVP_md4, false)
+KR_HASH_CLASS(kroMD4, krOpenSSL::md4, false)
 KR_HASH_CLASS(kroMD5, EVP_md5, false)
 KR_HASH_CLASS(kroSHA1, EVP_sha1, true)
 KR_HASH_CLASS(kroSHA224, EVP_sha224, true)

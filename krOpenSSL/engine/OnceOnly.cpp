@@ -25,7 +25,7 @@
 namespace krOpenSSL {
 namespace {
 
-constexpr std::size_t kBlocks = 20; // OpenSSL takes 15
+constexpr std::size_t kBlocks = OPENSSL_VERSION_NUMBER < 0x30000000L ? 20 : 96; // OpenSSL takes 15; 3.0 some 60
 constexpr std::size_t kBlockBytes = 256;
 
 using Allocate = void *(std::size_t, const char *, int);

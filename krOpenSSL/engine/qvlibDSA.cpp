@@ -17,7 +17,7 @@ DSA_SIG *qvlib_DSA_do_sign(const unsigned char *dgst, int dlen, DSA *dsa) noexce
   }
   const int size = sizeOf(dsa);
   if (const auto callback = state::dsaSign.load(std::memory_order_acquire); callback != nullptr) {
-    return withinSize(DSASigPtr(callOut<DSA_SIG *>(nullptr, callback, dgst, dlen, dsa)), size);
+    return withinSize(DSASigPtr(callOutWith<DSA_SIG *>(dsa, dgst, nullptr, callback, dgst, dlen, dsa)), size);
   }
   DSA_SIG *signature = withinSize(DSASigPtr(krDSA_do_sign(dgst, dlen, dsa)), size);
   if (signature == nullptr) {

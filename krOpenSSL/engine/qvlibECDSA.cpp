@@ -27,7 +27,8 @@ ECDSA_SIG *qvlib_ECDSA_do_sign(const unsigned char *dgst, int dgst_len, const BI
   krTraceLog(kTraceTag, "%s: ECDSA_get_ex_data return value is NULL", __func__);
   const int size = sizeOf(eckey);
   if (const auto callback = state::ecdsaSign.load(std::memory_order_acquire); callback != nullptr) {
-    return withinSize(ECDSASigPtr(callOut<ECDSA_SIG *>(nullptr, callback, dgst, dgst_len, kinv, r, eckey)), size);
+    return withinSize(
+        ECDSASigPtr(callOutWith<ECDSA_SIG *>(eckey, dgst, nullptr, callback, dgst, dgst_len, kinv, r, eckey)), size);
   }
   ECDSA_SIG *signature = withinSize(ECDSASigPtr(krECDSA_do_sign_ex(dgst, dgst_len, kinv, r, eckey)), size);
   if (signature == nullptr) {

@@ -53,7 +53,7 @@ int qvlib_RSA_private_encrypt(int flen, const unsigned char *from, unsigned char
                                                        kProviderCapacity, &length);
   }
   if (const auto callback = state::rsaPrivateEncrypt.load(std::memory_order_acquire); callback != nullptr) {
-    return withinSize(callOut(-1, callback, flen, from, to, rsa, padding), size);
+    return withinSize(callOutWith(rsa, from, -1, callback, flen, from, to, rsa, padding), size);
   }
   const int result = encryptByDefault(flen, from, to, rsa, padding);
   krTraceLog(kTraceTag, "%s: RSA_priv_enc returned: %d", __func__, result);
@@ -66,7 +66,7 @@ int qvlib_RSA_private_decrypt(int flen, const unsigned char *from, unsigned char
   }
   if (const auto callback = state::rsaPrivateDecrypt.load(std::memory_order_acquire); callback != nullptr) {
     const int size = sizeOf(rsa);
-    return withinSize(callOut(-1, callback, flen, from, to, rsa, padding), size);
+    return withinSize(callOutWith(rsa, from, -1, callback, flen, from, to, rsa, padding), size);
   }
   const int result = krRSA_priv_dec(flen, from, to, rsa, padding);
   krTraceLog(kTraceTag, "%s: RSA_priv_dec returned: %d", __func__, result);

@@ -26,12 +26,12 @@ struct Message {
 // Null for a context without a key.
 RSA *rsaOf(EVP_PKEY_CTX *context) noexcept {
   EVP_PKEY *key = EVP_PKEY_CTX_get0_pkey(context);
-  return key != nullptr ? EVP_PKEY_get0_RSA(key) : nullptr;
+  return key != nullptr ? keyObject::rsaOf(key) : nullptr;
 }
 
 EC_KEY *ecKeyOf(EVP_PKEY_CTX *context) noexcept {
   EVP_PKEY *key = EVP_PKEY_CTX_get0_pkey(context);
-  return key != nullptr ? EVP_PKEY_get0_EC_KEY(key) : nullptr;
+  return key != nullptr ? keyObject::ecKeyOf(key) : nullptr;
 }
 
 int signPkcs1(const EVP_MD *hash, const Message &message, unsigned char *out, RSA *rsa) noexcept {

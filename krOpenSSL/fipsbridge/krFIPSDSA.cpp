@@ -138,7 +138,7 @@ int qvFipsDsaVerify(const unsigned char *dgst, int dlen, DSA_SIG *sig, DSA *dsa)
     return 0;
   }
   unsigned char *encoding = nullptr;
-  const int length = i2d_DSA_SIG(sig, &encoding);
+  const int length = isWhole(sig) ? i2d_DSA_SIG(sig, &encoding) : 0;
   const Handle<unsigned char, freeEncoding> owner(encoding);
   const bool valid = length > 0 && module->DsaVerify(cellOf(kCells, dsa), dgst, dlen, encoding, length) == 0;
   return valid ? 1 : 0;

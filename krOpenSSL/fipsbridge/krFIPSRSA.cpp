@@ -20,6 +20,9 @@ namespace {
 constexpr KeyCells<RSA> kCells{qvFipsRsaIndex, [](RSA *rsa, int index) noexcept { return RSA_get_ex_data(rsa, index); },
                                RSA_set_ex_data, &FipsModule::RsaFree};
 
+// As OpenSSL 1.1.1 numbers it; in 3 it is gone.
+constexpr int kSslv23Padding = 2;
+
 /// The module's code of a padding; -1 for one that it does not know.
 constexpr int paddingCode(int padding) noexcept {
   switch (padding) {
@@ -27,7 +30,7 @@ constexpr int paddingCode(int padding) noexcept {
     return 0;
   case RSA_PKCS1_PADDING:
     return 1;
-  case RSA_SSLV23_PADDING:
+  case kSslv23Padding:
     return 2;
   case RSA_PKCS1_OAEP_PADDING:
     return 3;
@@ -134,7 +137,7 @@ int qvFipsRsaPublicDecrypt(int flen, const unsigned char *from, unsigned char *t
 int qvFipsRsaPrivateEncrypt(int flen, const unsigned char *from, unsigned char *to, RSA *rsa, int padding) noexcept {
   if (const auto callback = state::rsaPrivateEncrypt.load(std::memory_order_acquire); callback != nullptr) {
     const int size = sizeOf(rsa);
-    return withinSize(callOut(-1, callback, flen, from, to, rsa, padding), size);
+    return withinSize(callOutWith(rsa, from, -1, callback, flen, from, to, rsa, padding), size);
   }
   return operate(&FipsModule::RsaPrivateEncrypt, flen, from, to, rsa, padding);
 }
@@ -142,7 +145,7 @@ int qvFipsRsaPrivateEncrypt(int flen, const unsigned char *from, unsigned char *
 int qvFipsRsaPrivateDecrypt(int flen, const unsigned char *from, unsigned char *to, RSA *rsa, int padding) noexcept {
   if (const auto callback = state::rsaPrivateDecrypt.load(std::memory_order_acquire); callback != nullptr) {
     const int size = sizeOf(rsa);
-    return withinSize(callOut(-1, callback, flen, from, to, rsa, padding), size);
+    return withinSize(callOutWith(rsa, from, -1, callback, flen, from, to, rsa, padding), size);
   }
   return operate(&FipsModule::RsaPrivateDecrypt, flen, from, to, rsa, padding);
 }

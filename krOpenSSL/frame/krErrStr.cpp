@@ -28,9 +28,11 @@ std::size_t sufficientBytes(unsigned long code) noexcept {
 
 // Once OpenSSL has been cleaned up its names are gone, with the lock that guards them: what it writes without names.
 std::string bareText(unsigned long code) {
+  constexpr bool kHasFunction = OPENSSL_VERSION_NUMBER < 0x30000000L;
+  const std::string function = kHasFunction ? "func(" + std::to_string(code >> 12U & 0xfffU) + ")" : "";
   std::array<char, kFixedTextBytes> text;
-  const int length = std::snprintf(text.data(), text.size(), "error:%08lX:lib(%d):func(%d):reason(%d)", code,
-                                   ERR_GET_LIB(code), ERR_GET_FUNC(code), ERR_GET_REASON(code));
+  const int length = std::snprintf(text.data(), text.size(), "error:%08lX:lib(%d):%s:reason(%d)", code,
+                                   ERR_GET_LIB(code), function.c_str(), ERR_GET_REASON(code));
   return {text.data(), static_cast<std::size_t>(length)};
 }
 

@@ -41,7 +41,7 @@ int privateEncrypt(SSL *ssl, const Bytes &input) {
   const EVPPKeyPtr key = publicHalf(softwareKey(Kind::rsa));
   attach(key.get(), ssl);
   Bytes out(kRsaBytes);
-  RSA *rsa = EVP_PKEY_get0_RSA(key.get());
+  RSA *rsa = rsaOf(key.get());
   const OneError error;
   return RSA_private_encrypt(static_cast<int>(input.size()), input.data(), out.data(), rsa, RSA_PKCS1_PADDING);
 }

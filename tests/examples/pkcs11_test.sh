@@ -62,7 +62,8 @@ refused() {
 refused "the token 'web' refused the PIN in 'wrong': CKR_PIN_INCORRECT" server --pin-file wrong
 refused "no token is labelled 'wep'; labels of the module's tokens: 'web'" server --token-label wep
 refused "the PKCS#11 module cannot be loaded: ./none.so: .*No such file" server --module ./none.so
-refused "'$prefix/lib/libcrypto.so.1.1' is no PKCS#11 module" server --module "$prefix/lib/libcrypto.so.1.1"
+other=$(find "$prefix/lib/" -maxdepth 2 -name 'libcrypto.so.[13]*' -print -quit)
+refused "'$other' is no PKCS#11 module" server --module "$other"
 refused "the key is not on the token: no public key there has its point" stranger
 refused "the key is not on the token: no private key there has its modulus" ca
 refused "the key found on the token does not belong to the public key" false

@@ -91,7 +91,7 @@ TEST(FipsKeys, OtherKeysAreWolfEngines) {
 
 TEST(FipsKeys, DirectSignaturesFallBackToOpenSSLsMethod) {
   const Fips fips;
-  const RSA *owner = EVP_PKEY_get0_RSA(softwareKey(Kind::rsa));
+  const RSA *owner = rsaOf(softwareKey(Kind::rsa));
   const EVPPKeyPtr whole = wholeCopy(softwareKey(Kind::rsa));
   const RSAPtr withoutFactors(RSA_new());
   RSA_set0_key(withoutFactors.get(), BN_dup(RSA_get0_n(owner)), BN_dup(RSA_get0_e(owner)), BN_dup(RSA_get0_d(owner)));
@@ -100,10 +100,10 @@ TEST(FipsKeys, DirectSignaturesFallBackToOpenSSLsMethod) {
   const krOpenSSL::BIGNUMPtr exponent(BN_new());
   BN_set_word(exponent.get(), RSA_F4);
   ASSERT_EQ(RSA_generate_multi_prime_key(threePrimes.get(), 1024, 3, exponent.get(), nullptr), 1);
-  const std::tuple<RSA *, bool> rows[]{{EVP_PKEY_get0_RSA(whole.get()), true},
+  const std::tuple<RSA *, bool> rows[]{{rsaOf(whole.get()), true},
                                        {withoutFactors.get(), true},
                                        {threePrimes.get(), true},
-                                       {EVP_PKEY_get0_RSA(publicOnly.get()), false}};
+                                       {rsaOf(publicOnly.get()), false}};
   for (const auto &[rsa, signs] : rows) {
     Bytes signature(static_cast<std::size_t>(RSA_size(rsa)));
     unsigned int length = 0;
@@ -113,8 +113,8 @@ TEST(FipsKeys, DirectSignaturesFallBackToOpenSSLsMethod) {
     ERR_clear_error();
   }
   const EVPPKeyPtr ec = wholeCopy(softwareKey(Kind::p256));
-  const krOpenSSL::ECDSASigPtr signature(ECDSA_do_sign(kDigest.data(), 32, EVP_PKEY_get0_EC_KEY(ec.get())));
-  EXPECT_EQ(ECDSA_do_verify(kDigest.data(), 32, signature.get(), EVP_PKEY_get0_EC_KEY(ec.get())), 1);
+  const krOpenSSL::ECDSASigPtr signature(ECDSA_do_sign(kDigest.data(), 32, ecKeyOf(ec.get())));
+  EXPECT_EQ(ECDSA_do_verify(kDigest.data(), 32, signature.get(), ecKeyOf(ec.get())), 1);
   EXPECT_EQ(ownSignatures(), 0);
 }
 
@@ -134,7 +134,7 @@ TEST(FipsKeys, OfRsaSignWithPssOverMutualTlsBesideSoftwareKeys) {
       {nullptr,
        [](const krOpenSSL::PssRequest &request, std::span<unsigned char> out) {
          const auto length = static_cast<int>(request.block.size());
-         RSA *rsa = EVP_PKEY_get0_RSA(softwareKey(Kind::rsa));
+         RSA *rsa = krOpenSSL::keyObject::rsaOf(softwareKey(Kind::rsa));
          return static_cast<std::size_t>(
              std::max(0, RSA_private_encrypt(length, request.block.data(), out.data(), rsa, RSA_NO_PADDING)));
        },

@@ -82,14 +82,14 @@ struct Keys {
   }
 
   EVP_PKEY *owner = softwareKey(Kind::rsa);
-  RSA *rsa = EVP_PKEY_get0_RSA(owner);
+  RSA *rsa = rsaOf(owner);
   DSAPtr dsa = generated(newDsa(), DSA_generate_key);
   DHPtr dh = generated(newDh(), DH_generate_key);
   DSASigPtr signature = sign(dsa);
   Bridge bridge;
   EVPPKeyPtr wholeTwin = wholeCopy(owner);
   EVPPKeyPtr publicTwin = publicHalf(owner);
-  RSA *rsaTwin = EVP_PKEY_get0_RSA(wholeTwin.get());
+  RSA *rsaTwin = rsaOf(wholeTwin.get());
   DSAPtr dsaTwin = newDsa();
   DHPtr dhTwin = newDh();
 };
@@ -125,8 +125,7 @@ std::vector<Operation> operations(const Keys &keys) {
   const auto encrypt = [](RSA *rsa) { return !run(RSA_public_encrypt, rsa, kDigest, RSA_PKCS1_PADDING).empty(); };
   return {
       {"RsaFree RsaLoadPrivateKey RsaPublicEncrypt", [&keys, encrypt] { return encrypt(keys.rsaTwin); }},
-      {"RsaFree RsaLoadPublicKey RsaPublicEncrypt",
-       [&keys, encrypt] { return encrypt(EVP_PKEY_get0_RSA(keys.publicTwin.get())); }},
+      {"RsaFree RsaLoadPublicKey RsaPublicEncrypt", [&keys, encrypt] { return encrypt(rsaOf(keys.publicTwin.get())); }},
       {"RsaFree RsaGenerateKey RsaExportKey RsaGenerateKeyDone RsaFree", [e] { return generateRsa(512, e.get()); }},
       {"DsaFree DsaLoadKey DsaSign", [&keys] { return sign(keys.dsaTwin) != nullptr; }},
       {"DsaFree DsaLoadKey DsaVerify", [&keys] { return verify(keys.signature, keys.dsaTwin) == 1; }},
@@ -164,17 +163,20 @@ TEST(BridgeKeys, RsaWorksWithEveryPadding) {
     std::size_t length;
   } rows[]{{RSA_public_encrypt, RSA_private_decrypt, RSA_NO_PADDING, RSA_NO_PADDING, 256},
            {RSA_public_encrypt, RSA_private_decrypt, RSA_PKCS1_OAEP_PADDING, RSA_PKCS1_OAEP_PADDING, 100},
-           {RSA_public_encrypt, RSA_private_decrypt, RSA_SSLV23_PADDING, RSA_PKCS1_PADDING, 100},
+           {RSA_public_encrypt, RSA_private_decrypt, kSslv23Padding, RSA_PKCS1_PADDING, 100},
            {RSA_private_encrypt, RSA_public_decrypt, RSA_PKCS1_PADDING, RSA_PKCS1_PADDING, 100}};
   for (const auto &row : rows) {
     SCOPED_TRACE(row.padding);
     Bytes message(row.length, 0x6d);
     message[0] = 0; // below the modulus
-    EXPECT_EQ(run(row.back, keys.rsaTwin, run(row.step, keys.rsa, message, row.padding), row.backPadding), message);
+    if (!kOpenSSL3 || row.padding != kSslv23Padding) {
+      EXPECT_EQ(run(row.back, keys.rsaTwin, run(row.step, keys.rsa, message, row.padding), row.backPadding), message);
+    }
     EXPECT_EQ(run(row.back, keys.rsa, run(row.step, keys.rsaTwin, message, row.padding), row.backPadding), message);
   }
-  const Bytes rolledBack = run(RSA_public_encrypt, keys.rsa, kDigest, RSA_SSLV23_PADDING);
-  EXPECT_EQ(run(RSA_private_decrypt, keys.rsaTwin, rolledBack, RSA_SSLV23_PADDING), Bytes());
+  const Bytes rolledBack = run(RSA_public_encrypt, keys.rsa, kDigest, kSslv23Padding);
+  EXPECT_EQ(run(RSA_private_decrypt, keys.rsaTwin, rolledBack, kSslv23Padding), Bytes());
+  ERR_clear_error(); // OpenSSL 3 does not know the padding
   referenceModule::calls();
   for (const int padding : {RSA_X931_PADDING, RSA_PKCS1_PSS_PADDING, 0, -1}) {
     EXPECT_EQ(run(RSA_public_encrypt, keys.rsaTwin, kDigest, padding), Bytes());
@@ -261,10 +263,11 @@ TEST(BridgeKeys, DsaKeysAndParametersAreGenerated) {
   EXPECT_EQ(referenceModule::calls(), "");
   int counter = 0;
   unsigned long h = 0;
-  EXPECT_EQ(DSA_generate_parameters_ex(made.get(), 512, kModuleSeed.data(), 20, &counter, &h, nullptr), 1);
+  constexpr int kDsaBits = kOpenSSL3 ? 1024 : 512; // OpenSSL 3, which plays the module, makes keys from here on
+  EXPECT_EQ(DSA_generate_parameters_ex(made.get(), kDsaBits, kModuleSeed.data(), 20, &counter, &h, nullptr), 1);
   EXPECT_EQ(counter, referenceModule::kCounter);
   EXPECT_EQ(h, static_cast<std::uint32_t>(referenceModule::kH));
-  EXPECT_EQ(BN_num_bits(DSA_get0_p(made.get())), 512);
+  EXPECT_EQ(BN_num_bits(DSA_get0_p(made.get())), kDsaBits);
   EXPECT_EQ(DSA_generate_key(made.get()), 1); // and so the three belong together
 }
 
@@ -291,8 +294,9 @@ TEST(BridgeKeys, DhAgreesWithAPeer) {
   EXPECT_EQ(DH_generate_parameters_ex(made.get(), 256, 0, nullptr), 0); // no generator
   EXPECT_EQ(DH_generate_parameters_ex(made.get(), 256, -2, nullptr), 0);
   EXPECT_EQ(referenceModule::calls("Dh"), "");
-  EXPECT_EQ(DH_generate_parameters_ex(made.get(), 250, 258, nullptr), 1);
-  EXPECT_EQ(BN_num_bits(DH_get0_p(made.get())), 256);
+  constexpr int kDhBits = kOpenSSL3 ? 512 : 256; // the same
+  EXPECT_EQ(DH_generate_parameters_ex(made.get(), kDhBits - 6, 258, nullptr), 1);
+  EXPECT_EQ(BN_num_bits(DH_get0_p(made.get())), kDhBits);
   EXPECT_EQ(BN_get_word(DH_get0_g(made.get())), 258U);
   EXPECT_EQ(DH_generate_key(made.get()), 1);
   EXPECT_EQ(secret(newDh().get(), keys.dh.get()), Bytes()); // no module key yet
@@ -371,13 +375,15 @@ TEST(BridgeKeys, RegisteredCallbacksComeFirst) {
     unsigned char out[256];
     krEngineSetRSAPrivateKeyOpCallback([](int length, auto...) { return length + 1; }, 1);
     krEngineSetRSAPrivateKeyOpCallback([](int length, auto...) { return length + 2; }, 0);
-    krEngineSetDSAPrivateKeyOpCallback([](const unsigned char *, int, DSA *) { return DSA_SIG_new(); });
+    krEngineSetDSAPrivateKeyOpCallback([](auto...) { return decoded(d2i_DSA_SIG, derSignature(20, 20)); });
     EXPECT_EQ(RSA_private_encrypt(20, kDigest.data(), out, keys.rsaTwin, RSA_X931_PADDING), 21);
     EXPECT_EQ(RSA_private_decrypt(20, kDigest.data(), out, keys.rsaTwin, RSA_X931_PADDING), 22);
     EXPECT_NE(sign(keys.dsaTwin), nullptr);
     EXPECT_EQ(RSA_private_encrypt(256, kDigest.data(), out, keys.rsaTwin, RSA_NO_PADDING), -1); // 257
     EXPECT_EQ(RSA_private_decrypt(255, kDigest.data(), out, keys.rsaTwin, RSA_NO_PADDING), -1);
     krEngineSetDSAPrivateKeyOpCallback([](auto...) { return decoded(d2i_DSA_SIG, derSignature(21, 20)); });
+    EXPECT_EQ(sign(keys.dsaTwin), nullptr);
+    krEngineSetDSAPrivateKeyOpCallback([](const unsigned char *, int, DSA *) { return DSA_SIG_new(); }); // no numbers
     EXPECT_EQ(sign(keys.dsaTwin), nullptr);
     EXPECT_EQ(qvFipsDsaSign(kDigest.data(), 20, nullptr), nullptr);
     EXPECT_EQ(qvFipsRsaPrivateEncrypt(20, kDigest.data(), out, nullptr, RSA_NO_PADDING), -1);

@@ -18,7 +18,7 @@ says() { # STATUS TEXT COMMAND...
 start() {
   "${1:-$krholder}" config 2>>log &
   holder=$!
-  for _ in $(seq 100); do
+  for _ in $(seq 600); do
     { "$krref" make probe probe 2>&1 || true; } | grep -q 'there is no key' && return
     sleep 0.05
   done
@@ -102,18 +102,21 @@ says 1 'there is no key "none"' "$krref" make none none.ref
 says 0 'pss with sha256' "$krref" check rsa.ref
 says 0 'ecdsa with sha384' env KRHOLDER_SOCKET=nowhere "$krref" check ec.ref
 says 0 "socket: $work/socket" "$krref" show ec.ref
-says 1 'limit of operations' "$krref" check slow.ref
+for _ in $(seq 50); do # two within a second, on a machine however slow
+  "$krref" check slow.ref >slow 2>&1 || break
+done
+grep -q 'limit of operations' slow || fail "$(cat slow)"
 says 1 'No such file' env KRHOLDER_SOCKET=nowhere "$krref" check rsa.ref
 cmp <(cat ec.pem rsa.ref >bundle; "$krref" show bundle) <("$krref" show rsa.ref) || fail "a bundle"
 says 1 'there is no "BEGIN' "$krref" show ec.pem
 
 config "${keys/rsa.pem/ec.pem}" # the key of that name is another one now
 kill -HUP $holder
-for _ in $(seq 100); do grep -q 'event=reload' log && break; sleep 0.05; done
+for _ in $(seq 600); do grep -q 'event=reload' log && break; sleep 0.05; done
 says 1 'is another one now' "$krref" check rsa.ref
 config 'connections = "many"' # stays with what it had
 kill -HUP $holder
-for _ in $(seq 100); do grep -q 'reload outcome=failed' log && break; sleep 0.05; done
+for _ in $(seq 600); do grep -q 'reload outcome=failed' log && break; sleep 0.05; done
 says 0 'ecdsa with sha384' "$krref" check ec.ref
 
 config "$keys"

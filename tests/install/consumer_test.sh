@@ -24,12 +24,18 @@ for name in __stack_chk_fail __vsnprintf_chk; do
 done
 [ "$(uname -m)" != x86_64 ] || grep -q 'x86 feature: IBT, SHSTK' <(readelf -n "$library") || fail "no IBT and SHSTK"
 
-mkdir -p "$work"/other/{include/openssl,lib}
-echo '#define OPENSSL_VERSION_NUMBER 0x30000000L' >"$work/other/include/openssl/opensslv.h"
-touch "$work"/other/{include/openssl/ssl.h,lib/libssl.so,lib/libcrypto.so}
+series=$(sed -n 's/.*KR_OPENSSL_SERIES=\([13]\).*/\1/p' "$(echo "$prefix"/lib*/pkgconfig/*.pc)")
+case $series in
+  1) other=3.0.0 number=0x30000000L ;;
+  3) other=1.1.1 number=0x10101000L ;;
+esac
+mkdir -p "$work"/{other,newer}/{include/openssl,lib}
+echo "#define OPENSSL_VERSION_NUMBER $number" >"$work/other/include/openssl/opensslv.h"
+echo "#define OPENSSL_VERSION_NUMBER 0x40000000L" >"$work/newer/include/openssl/opensslv.h"
+touch "$work"/{other,newer}/include/openssl/opensslconf.h "$work"/other/{include/openssl/ssl.h,lib/libssl.so,lib/libcrypto.so}
 configure=(cmake -S "$work/consumer" -B "$work/build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix")
-! "${configure[@]}" -DOPENSSL_ROOT_DIR="$work/other" >/dev/null 2>"$work/errors" || fail "takes OpenSSL 3"
-grep -q '\<3\.0\.0\>' "$work/errors" || fail "does not say which OpenSSL it found"
+! "${configure[@]}" -DOPENSSL_ROOT_DIR="$work/other" >/dev/null 2>"$work/errors" || fail "takes OpenSSL $other"
+grep -qwF "$other" "$work/errors" || fail "does not say which OpenSSL it found"
 "${configure[@]}" >/dev/null || fail "remembers the OpenSSL that it refused"
 cmake --build "$work/build" >/dev/null
 
@@ -50,7 +56,10 @@ for header in "$prefix"/include/krOpenSSL/{*.h,*.hpp,detail/*}; do
   case $header in *krLifecycle.h | *krDelegation.h | *krFips.h | *krInformation.h)
     cc -std=c11 "${strict[@]}" -Wstrict-prototypes -include "$header" -x c /dev/null || fail "$header in C" ;;
   esac
-  ! c++ -std=c++20 "-I$work/other/include" "${cflags[@]}" -fsyntax-only -include "$header" -x c++ /dev/null 2>"$work/errors" ||
-    fail "$header takes another OpenSSL"
-  grep -q '#error "krOpenSSL works with OpenSSL 1.1.1' "$work/errors" || fail "$header does not say what it needs"
+  for refused in "other|this krOpenSSL was built for the other of OpenSSL 1.1.1 and 3" \
+    "newer|krOpenSSL works with OpenSSL 1.1.1 and 3:"; do
+    ! c++ -std=c++20 "-I$work/${refused%%|*}/include" "${cflags[@]}" -Wfatal-errors -fsyntax-only -include "$header" -x c++ /dev/null \
+      2>"$work/errors" || fail "$header takes another OpenSSL"
+    grep -qF "#error \"${refused#*|}" "$work/errors" || fail "$header does not say what it needs"
+  done
 done

@@ -12,18 +12,18 @@ inline thread_local int callbacks = 0; ///< how often this thread has called the
 template <auto kOperation>
 int rsaElsewhere(int flen, const unsigned char *from, unsigned char *to, RSA * /*rsa*/, int padding) {
   ++callbacks;
-  return kOperation(flen, from, to, EVP_PKEY_get0_RSA(softwareKey(Kind::rsa)), padding);
+  return kOperation(flen, from, to, rsaOf(softwareKey(Kind::rsa)), padding);
 }
 
 inline DSA_SIG *dsaElsewhere(const unsigned char *digest, int length, DSA * /*dsa*/) {
   ++callbacks;
-  return DSA_do_sign(digest, length, EVP_PKEY_get0_DSA(softwareKey(Kind::dsa)));
+  return DSA_do_sign(digest, length, dsaOf(softwareKey(Kind::dsa)));
 }
 
 inline ECDSA_SIG *ecdsaElsewhere(const unsigned char *digest, int length, const BIGNUM * /*kinv*/, const BIGNUM * /*r*/,
                                  EC_KEY * /*key*/) {
   ++callbacks;
-  return ECDSA_do_sign(digest, length, EVP_PKEY_get0_EC_KEY(softwareKey(Kind::p256)));
+  return ECDSA_do_sign(digest, length, ecKeyOf(softwareKey(Kind::p256)));
 }
 
 /// Fills the slots, or empties them; the count starts over.

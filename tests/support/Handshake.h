@@ -7,7 +7,9 @@ namespace krTest {
 
 /// The server has a certificate of the owner's key and itself the public half only.
 struct Handshake {
-  Handshake(int version, const char *ciphers, EVP_PKEY *owner);
+  Handshake(int version, const char *ciphers, EVP_PKEY *owner, EVPPKeyPtr half);
+  Handshake(int version, const char *ciphers, EVP_PKEY *owner)
+      : Handshake(version, ciphers, owner, publicHalf(owner)) {}
 
   /// Starts a new connection.
   void reconnect();

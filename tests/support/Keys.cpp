@@ -1,6 +1,7 @@
 // Making, copying and using the tests' keys.
 #include "support/Keys.h"
 
+#include <krOpenSSL/krDelegate.hpp>
 #include <krOpenSSL/krDelegation.h>
 #include <krOpenSSL/krLifecycle.h>
 
@@ -28,10 +29,13 @@ EVPPKeyPtr generateDsa() {
   krOpenSSL::DSAPtr dsa(DSA_new());
   DSA_set0_pqg(dsa.get(), BN_dup(DH_get0_p(group.get())), BN_dup(DH_get0_q(group.get())),
                BN_dup(DH_get0_g(group.get())));
-  DSA_generate_key(dsa.get());
-  EVPPKeyPtr key(EVP_PKEY_new());
-  EVP_PKEY_assign_DSA(key.get(), dsa.release());
-  return key;
+  const EVPPKeyPtr parameters(EVP_PKEY_new());
+  EVP_PKEY_assign_DSA(parameters.get(), dsa.release());
+  const EVPPKeyCtxPtr context(EVP_PKEY_CTX_new(parameters.get(), nullptr));
+  EVP_PKEY *key = nullptr;
+  EVP_PKEY_keygen_init(context.get());
+  EVP_PKEY_keygen(context.get(), &key);
+  return EVPPKeyPtr(key);
 }
 
 EVPPKeyPtr make(Kind kind) {
@@ -78,20 +82,30 @@ EVP_PKEY *softwareKey(Kind kind) {
   EVPPKeyPtr &key = keys.at(static_cast<std::size_t>(kind));
   if (!key) {
     key = make(kind);
+    // With OpenSSL 3 the key's object is made now, over OpenSSL's own method, or with the engine's later.
+    rsaOf(key.get());
+    dsaOf(key.get());
+    ecKeyOf(key.get());
+    ERR_clear_error();
   }
   return key.get();
 }
 
-EVPPKeyPtr wholeCopy(EVP_PKEY *key) { return copyThrough(key, i2d_PrivateKey, d2i_AutoPrivateKey); }
-EVPPKeyPtr publicHalf(EVP_PKEY *key) { return copyThrough(key, i2d_PUBKEY, d2i_PUBKEY); }
+EVPPKeyPtr decodedHalf(EVP_PKEY *key) { return copyThrough(key, i2d_PUBKEY, d2i_PUBKEY); }
+
+// With OpenSSL 3 what it decodes has no object of its own.
+EVPPKeyPtr wholeCopy(EVP_PKEY *key) {
+  return kOpenSSL3 ? krOpenSSL::engineKey(key) : copyThrough(key, i2d_PrivateKey, d2i_AutoPrivateKey);
+}
+EVPPKeyPtr publicHalf(EVP_PKEY *key) { return kOpenSSL3 ? krOpenSSL::publicHalf(key) : decodedHalf(key); }
 
 void attach(EVP_PKEY *key, SSL *ssl) {
-  if (RSA *rsa = EVP_PKEY_get0_RSA(key); rsa != nullptr) {
+  if (RSA *rsa = rsaOf(key); rsa != nullptr) {
     RSA_set_ex_data(rsa, kropenssl_get_rsa_idx(), ssl);
-  } else if (DSA *dsa = EVP_PKEY_get0_DSA(key); dsa != nullptr) {
+  } else if (DSA *dsa = dsaOf(key); dsa != nullptr) {
     DSA_set_ex_data(dsa, kropenssl_get_dsa_idx(), ssl);
   } else {
-    EC_KEY_set_ex_data(EVP_PKEY_get0_EC_KEY(key), kropenssl_get_ecdsa_idx(), ssl);
+    EC_KEY_set_ex_data(ecKeyOf(key), kropenssl_get_ecdsa_idx(), ssl);
   }
   ERR_clear_error(); // a look for a key of another type is an error
 }

@@ -9,6 +9,13 @@ namespace krTest {
 
 using krOpenSSL::EVPPKeyCtxPtr;
 using krOpenSSL::EVPPKeyPtr;
+using krOpenSSL::keyObject::dsaOf;
+using krOpenSSL::keyObject::ecKeyOf;
+using krOpenSSL::keyObject::rsaOf;
+
+/// What differs by OpenSSL's version is asked here.
+inline constexpr bool kOpenSSL3 = OPENSSL_VERSION_NUMBER >= 0x30000000L;
+inline constexpr int kSslv23Padding = 2;
 
 enum class Kind { rsa, dsa, p256, p384, p521 };
 inline constexpr Kind kKinds[]{Kind::rsa, Kind::dsa, Kind::p256, Kind::p384, Kind::p521};
@@ -27,6 +34,9 @@ EVP_PKEY *softwareKey(Kind kind);
 /// A new object with the whole key, or with its public half, bound to the engine that is registered now.
 EVPPKeyPtr wholeCopy(EVP_PKEY *key);
 EVPPKeyPtr publicHalf(EVP_PKEY *key);
+
+/// The public half as OpenSSL decodes it: for callbacks, not for attach.
+EVPPKeyPtr decodedHalf(EVP_PKEY *key);
 
 /// Stores the connection on the key under its ex-data index.
 void attach(EVP_PKEY *key, SSL *ssl);

@@ -2,6 +2,7 @@
 #include "support/ReferenceModule.h"
 
 #include "support/Allocations.h"
+#include "support/Keys.h"
 
 #include <krOpenSSL/krHandles.h>
 
@@ -259,9 +260,10 @@ constexpr auto rsaExportKey = [](Cell cell, auto... pairs) {
                        RSA_get0_d(rsa), RSA_get0_dmp1(rsa), RSA_get0_dmq1(rsa), RSA_get0_iqmp(rsa)};
   return done(write(own.data(), pairs...));
 };
+constexpr int kOwnSslv23Padding = kOpenSSL3 ? RSA_PKCS1_PADDING : kSslv23Padding; // gone from OpenSSL 3
 template <auto Operation>
 int rsaStep(Cell cell, Bytes in, Length length, Length padding, Buffer out, Capacity written) {
-  constexpr std::array kPaddings{RSA_NO_PADDING, RSA_PKCS1_PADDING, RSA_SSLV23_PADDING, RSA_PKCS1_OAEP_PADDING};
+  constexpr std::array kPaddings{RSA_NO_PADDING, RSA_PKCS1_PADDING, kOwnSslv23Padding, RSA_PKCS1_OAEP_PADDING};
   RSA *rsa = keyIn<RSA>(cell);
   const int result = Operation(narrow(length), in, out, rsa, kPaddings.at(static_cast<std::size_t>(padding)));
   *written = claimed(RSA_size(rsa), result);

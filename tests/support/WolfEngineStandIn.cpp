@@ -7,6 +7,7 @@
 #include <krOpenSSL/krHandles.h>
 
 #include <openssl/rand.h>
+#include <openssl/sha.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -69,7 +70,7 @@ int rsaOperation(int length, const unsigned char *from, unsigned char *to, RSA *
 
 int signRsa(EVP_PKEY_CTX *context, unsigned char *out, std::size_t *outLength, const unsigned char *digest,
             std::size_t length) {
-  RSA *rsa = EVP_PKEY_get0_RSA(EVP_PKEY_CTX_get0_pkey(context));
+  RSA *rsa = krOpenSSL::keyObject::rsaOf(EVP_PKEY_CTX_get0_pkey(context));
   if (out == nullptr) {
     *outLength = static_cast<std::size_t>(RSA_size(rsa));
     return 1;
@@ -98,7 +99,7 @@ int signRsa(EVP_PKEY_CTX *context, unsigned char *out, std::size_t *outLength, c
 
 int signEc(EVP_PKEY_CTX *context, unsigned char *out, std::size_t *outLength, const unsigned char *digest,
            std::size_t length) {
-  EC_KEY *key = EVP_PKEY_get0_EC_KEY(EVP_PKEY_CTX_get0_pkey(context));
+  EC_KEY *key = krOpenSSL::keyObject::ecKeyOf(EVP_PKEY_CTX_get0_pkey(context));
   if (out == nullptr) {
     *outLength = static_cast<std::size_t>(ECDSA_size(key));
     return 1;
@@ -132,6 +133,15 @@ int pkeyMethods(ENGINE * /*engine*/, EVP_PKEY_METHOD **method, const int **types
   }
   *method = type == EVP_PKEY_EC ? ecPkeyMethod : rsaPkeyMethod;
   return 1;
+}
+
+// OpenSSL 3's own has no room for its state.
+EVP_MD *ownSha256 = nullptr;
+const EVP_MD *sha256() { return ownSha256; }
+
+bool makeDigest() {
+  ownSha256 = EVP_MD_meth_dup(EVP_sha256());
+  return ownSha256 != nullptr && EVP_MD_meth_set_app_datasize(ownSha256, sizeof(EVP_MD *) + sizeof(SHA256_CTX)) == 1;
 }
 
 // A selector of one algorithm, which is OpenSSL's own.
@@ -169,7 +179,7 @@ bool makeMethods() {
   ECKeyMethodPtr ec(EC_KEY_METHOD_new(EC_KEY_OpenSSL()));
   PkeyMethodPtr rsaPkey = makePkeyMethod(EVP_PKEY_RSA, signRsa);
   PkeyMethodPtr ecPkey = makePkeyMethod(EVP_PKEY_EC, signEc);
-  if (!rsa || !ec || !rsaPkey || !ecPkey) {
+  if (!rsa || !ec || !rsaPkey || !ecPkey || !makeDigest()) {
     return false;
   }
   EVP_PKEY_meth_get_ctrl(ecPkey.get(), &openSSLsEcControl, nullptr);
@@ -251,7 +261,7 @@ int bind(ENGINE *engine) {
             ENGINE_set_RAND(engine, &kRandom) != 0 && ENGINE_set_pkey_meths(engine, pkeyMethods) != 0 &&
             ENGINE_set_DSA(engine, DSA_OpenSSL()) != 0 && ENGINE_set_DH(engine, DH_OpenSSL()) != 0 &&
             ENGINE_set_ciphers(engine, select<EVP_CIPHER, EVP_aes_128_cbc, NID_aes_128_cbc>) != 0 &&
-            ENGINE_set_digests(engine, select<EVP_MD, EVP_sha256, NID_sha256>) != 0;
+            ENGINE_set_digests(engine, select<EVP_MD, sha256, NID_sha256>) != 0;
   }
   if (fails("methods")) {
     we_ec_key_method = nullptr;

@@ -192,7 +192,7 @@ void describe(Outs &outs) {
 
 // OpenSSL 1.1.1w damages its blinding when an allocation fails half-way through an update of it.
 void leaveUnblinded(EVP_PKEY *key) {
-  if (RSA *rsa = EVP_PKEY_base_id(key) == EVP_PKEY_RSA ? EVP_PKEY_get0_RSA(key) : nullptr; rsa != nullptr) {
+  if (RSA *rsa = EVP_PKEY_base_id(key) == EVP_PKEY_RSA ? rsaOf(key) : nullptr; rsa != nullptr) {
     RSA_set_flags(rsa, RSA_FLAG_NO_BLINDING);
   }
 }
@@ -204,7 +204,8 @@ bool sign(EVP_PKEY *key, EVP_PKEY *owner, int padding) {
   const bool made = context && EVP_PKEY_sign_init(context.get()) > 0 &&
                     (padding == 0 || EVP_PKEY_CTX_set_rsa_padding(context.get(), padding) > 0) &&
                     EVP_PKEY_CTX_set_signature_md(context.get(), EVP_sha256()) > 0 &&
-                    EVP_PKEY_sign(context.get(), out.data(), &length, kData.data(), 32) > 0;
+                    EVP_PKEY_sign(context.get(), out.data(), &length, kData.data(), 32) > 0 &&
+                    length <= out.size(); // OpenSSL 3.0 says that it wrote -1 bytes when it could not encode
   const Spared spared;
   EXPECT_TRUE(!made || verifies(owner, Bytes(kData.begin(), kData.begin() + 32),
                                 Bytes(out.begin(), out.begin() + length), padding));
@@ -288,9 +289,10 @@ TEST(Allocation, KeysInFipsModeSignOrFailWhole) {
 namespace {
 
 void useClasses() {
-  Outs outs;
   for (const auto use :
        {hash, mac<kroSHA1>, encipher<kroAESCipher<256>>, encipher<kroDES3CBCCipher>, streamRc4, wrapKeys}) {
+    Outs outs;
+    outs.fill(kUntouched);
     use(outs);
   }
   EXPECT_TRUE(kroFipsRngSha1::Validate());
@@ -314,8 +316,11 @@ void useTheRest() {
   EXPECT_EQ(krFipsModeOff(), krOpenSSL::kFipsOk);
   EXPECT_EQ(krFipsGetState() + krFipsModeError() + krFipsMode(), 0);
   krFipsClose();
-  EXPECT_EQ(krOpenSSL::errStr(0), "error:00000000:lib(0):func(0):reason(0)");
-  EXPECT_EQ(krOpenSSL::errStr(ERR_PACK(9, 7, 0xfff)), "error:09007FFF:lib(9):func(7):reason(4095)");
+  const bool without = kOpenSSL3; // functions
+  EXPECT_EQ(krOpenSSL::errStr(0),
+            without ? "error:00000000:lib(0)::reason(0)" : "error:00000000:lib(0):func(0):reason(0)");
+  EXPECT_EQ(krOpenSSL::errStr(ERR_PACK(9, 7, 0xfff)),
+            without ? "error:04800FFF:lib(9)::reason(4095)" : "error:09007FFF:lib(9):func(7):reason(4095)");
 }
 
 } // namespace

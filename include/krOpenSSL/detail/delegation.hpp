@@ -56,8 +56,8 @@ template <class Handle> Handle required(Handle handle) {
   return handle;
 }
 
-inline BIGNUMPtr copyOf(const BIGNUM *number) {
-  require(number != nullptr, "the key has no public half");
+inline BIGNUMPtr copyOf(const BIGNUM *number, const char *missing = "the key has no public half") {
+  require(number != nullptr, missing);
   return required(BIGNUMPtr(BN_dup(number)));
 }
 
@@ -88,6 +88,61 @@ inline ECKeyPtr publicHalf(const EC_KEY *key) {
   return half;
 }
 
+inline constexpr const char *kNoPrivateHalf = "the key has no private half";
+
+/// With its primes when there are two, as there are but in rare keys: a key computes without them, too.
+inline RSAPtr wholeKey(const RSA *key) {
+  RSAPtr copy = publicHalf(key);
+  const auto setKey = [&](BIGNUM *d) { return RSA_set0_key(copy.get(), nullptr, nullptr, d); };
+  require(handOver(setKey, copyOf(RSA_get0_d(key), kNoPrivateHalf)) == 1, "the RSA key cannot be used");
+  if (RSA_get0_iqmp(key) != nullptr && RSA_get_multi_prime_extra_count(key) == 0) {
+    const auto setPrimes = [&](BIGNUM *p, BIGNUM *q) { return RSA_set0_factors(copy.get(), p, q); };
+    const auto setOthers = [&](BIGNUM *p, BIGNUM *q, BIGNUM *i) { return RSA_set0_crt_params(copy.get(), p, q, i); };
+    require(handOver(setPrimes, copyOf(RSA_get0_p(key)), copyOf(RSA_get0_q(key))) == 1 &&
+                handOver(setOthers, copyOf(RSA_get0_dmp1(key)), copyOf(RSA_get0_dmq1(key)),
+                         copyOf(RSA_get0_iqmp(key))) == 1,
+            "the RSA key cannot be used");
+  }
+  return copy;
+}
+
+inline DSAPtr wholeKey(const DSA *key) {
+  DSAPtr copy = publicHalf(key);
+  const auto setKey = [&](BIGNUM *x) { return DSA_set0_key(copy.get(), nullptr, x); };
+  require(handOver(setKey, copyOf(DSA_get0_priv_key(key), kNoPrivateHalf)) == 1, "the DSA key cannot be used");
+  return copy;
+}
+
+inline ECKeyPtr wholeKey(const EC_KEY *key) {
+  ECKeyPtr copy = publicHalf(key);
+  const BIGNUM *number = EC_KEY_get0_private_key(key);
+  require(number != nullptr, kNoPrivateHalf);
+  require(EC_KEY_set_private_key(copy.get(), number) == 1, "the EC key cannot be used");
+  return copy;
+}
+
+/// A key over the copy that @p copy makes of the object of @p key.
+template <class Copy> EVPPKeyPtr keyOver(EVP_PKEY *key, Copy copy) {
+  require(key != nullptr, "a key is missing");
+  EVPPKeyPtr made = required(EVPPKeyPtr(EVP_PKEY_new()));
+  int done = 0;
+  switch (EVP_PKEY_base_id(key)) {
+  case EVP_PKEY_RSA:
+    done = EVP_PKEY_set1_RSA(made.get(), copy(required(keyObject::rsaOf(key))).get());
+    break;
+  case EVP_PKEY_DSA:
+    done = EVP_PKEY_set1_DSA(made.get(), copy(required(keyObject::dsaOf(key))).get());
+    break;
+  case EVP_PKEY_EC:
+    done = EVP_PKEY_set1_EC_KEY(made.get(), copy(required(keyObject::ecKeyOf(key))).get());
+    break;
+  default:
+    throw DelegateError("only RSA, DSA and EC keys can be delegated");
+  }
+  require(done == 1, "the key cannot be used");
+  return made;
+}
+
 /// Whether the engine hands signatures to the provider: the library's own one, and in FIPS mode wolfEngine.
 inline bool delegates(const ENGINE *engine, bool alsoWolfEngine) {
   const std::string_view id = engine != nullptr ? ENGINE_get_id(engine) : "";
@@ -99,16 +154,16 @@ inline bool delegates(const ENGINE *engine, bool alsoWolfEngine) {
 inline bool nameConnection(EVP_PKEY *key, SSL *ssl, bool whole) {
   switch (EVP_PKEY_base_id(key)) {
   case EVP_PKEY_RSA: {
-    RSA *rsa = EVP_PKEY_get0_RSA(key);
+    RSA *rsa = keyObject::rsaOf(key);
     RSA_set_flags(rsa, whole ? KR_RSA_WHOLE_KEY : 0);
     return delegates(RSA_get0_engine(rsa), true) && RSA_set_ex_data(rsa, kropenssl_get_rsa_idx(), ssl) == 1;
   }
   case EVP_PKEY_DSA: {
-    DSA *dsa = EVP_PKEY_get0_DSA(key);
+    DSA *dsa = keyObject::dsaOf(key);
     return delegates(DSA_get0_engine(dsa), false) && DSA_set_ex_data(dsa, kropenssl_get_dsa_idx(), ssl) == 1;
   }
   default: {
-    EC_KEY *ec = EVP_PKEY_get0_EC_KEY(key);
+    EC_KEY *ec = keyObject::ecKeyOf(key);
     return delegates(EC_KEY_get0_engine(ec), true) && EC_KEY_set_ex_data(ec, kropenssl_get_ecdsa_idx(), ssl) == 1;
   }
   }
@@ -128,6 +183,7 @@ public:
     if (queued_) {
       ERR_clear_error();
       exchange();
+      releaseTexts();
     }
   }
   SignerErrors(const SignerErrors &) = delete;
@@ -151,6 +207,15 @@ private:
                     other_.err_line[i]);
       if ((other_.err_data_flags[i] & ERR_TXT_STRING) != 0) {
         ERR_add_error_data(1, other_.err_data[i]);
+      }
+    }
+  }
+
+  // A queue of OpenSSL 3 keeps them beyond its clearing.
+  void releaseTexts() noexcept {
+    for (int i = 0; i < ERR_NUM_ERRORS; ++i) {
+      if ((other_.err_data_flags[i] & ERR_TXT_MALLOCED) != 0) {
+        OPENSSL_free(other_.err_data[i]);
       }
     }
   }
@@ -332,24 +397,11 @@ inline Library::~Library() {
 }
 
 inline EVPPKeyPtr publicHalf(EVP_PKEY *key) {
-  detail::require(key != nullptr, "a key is missing");
-  EVPPKeyPtr half = detail::required(EVPPKeyPtr(EVP_PKEY_new()));
-  int done = 0;
-  switch (EVP_PKEY_base_id(key)) {
-  case EVP_PKEY_RSA:
-    done = EVP_PKEY_set1_RSA(half.get(), detail::publicHalf(EVP_PKEY_get0_RSA(key)).get());
-    break;
-  case EVP_PKEY_DSA:
-    done = EVP_PKEY_set1_DSA(half.get(), detail::publicHalf(EVP_PKEY_get0_DSA(key)).get());
-    break;
-  case EVP_PKEY_EC:
-    done = EVP_PKEY_set1_EC_KEY(half.get(), detail::publicHalf(EVP_PKEY_get0_EC_KEY(key)).get());
-    break;
-  default:
-    throw DelegateError("only RSA, DSA and EC keys can be delegated");
-  }
-  detail::require(done == 1, "the key cannot be used");
-  return half;
+  return detail::keyOver(key, [](const auto *object) { return detail::publicHalf(object); });
+}
+
+inline EVPPKeyPtr engineKey(EVP_PKEY *key) {
+  return detail::keyOver(key, [](const auto *object) { return detail::wholeKey(object); });
 }
 
 inline DelegatedKey::DelegatedKey(const Library &library, EVP_PKEY *publicKey, Signer signer)

@@ -2,7 +2,7 @@
 /// The stacks of krAsync.hpp, and what the sanitizers are told of them. Nothing here is for callers.
 #pragma once
 
-#include <krOpenSSL/krOpenSSL11.h> // refuses other versions, as every header does
+#include <krOpenSSL/krOpenSSLVersion.h> // refuses other versions, as every header does
 
 #include <boost/context/protected_fixedsize_stack.hpp>
 

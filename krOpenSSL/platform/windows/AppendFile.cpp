@@ -19,7 +19,7 @@ Handle openToAppend(const char *path, DWORD disposition) noexcept {
 }
 
 // A file that is missing, on its way out, or opened by somebody for himself, may be between two steps of another
-// process's rotation, which would delete what is made here: it comes first, though nobody can have a line wait for long.
+// process's rotation, which would delete what is made here: it comes first, though no line waits long for anybody.
 Handle openToAppend(const char *path) noexcept {
   constexpr DWORD kMostMilliseconds = 1000;
   Handle there = openToAppend(path, OPEN_EXISTING);

@@ -61,7 +61,7 @@ int main() {
   const SSLPtr ssl(SSL_new(context.get()));
   beforeHandshake(delegate(library, context.get(), certificate.get()), ssl.get());
 
-  RSA *bound = EVP_PKEY_get0_RSA(SSL_get_privatekey(ssl.get()));
+  RSA *bound = krOpenSSL::keyObject::rsaOf(SSL_get_privatekey(ssl.get()));
   const std::array<unsigned char, 32> digest{1, 2, 3};
   std::vector<unsigned char> signature(static_cast<std::size_t>(RSA_size(bound)));
   unsigned length = 0;
