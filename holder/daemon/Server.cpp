@@ -42,7 +42,7 @@ Descriptor Server::signalsOfInterest() {
     sigaddset(&signals, each);
   }
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-  std::signal(SIGPIPE, SIG_IGN); // a token's module may write where nobody reads any more
+  static_cast<void>(std::signal(SIGPIPE, SIG_IGN)); // a token's module may write where nobody reads any more
   return Descriptor(signalfd(-1, &signals, SFD_CLOEXEC));
 }
 
