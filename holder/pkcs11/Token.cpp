@@ -120,11 +120,13 @@ KeySession Token::openSession() {
   }
   module_->startAnewIfLost();
   module_->setLost(true); // unless what follows succeeds
-  KeySession opened{std::make_unique<Session>(module_->module(), slot()), {}};
-  if (!opened.session->loggedIn()) {
-    login(*opened.session);
+  auto session = std::make_unique<Session>(module_->module(), slot());
+  if (!session->loggedIn()) {
+    login(*session);
   }
   module_->setLost(false);
+  KeySession opened;
+  opened.session = std::move(session);
   return opened;
 }
 

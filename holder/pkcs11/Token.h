@@ -3,6 +3,8 @@
 
 #include "SessionPool.h"
 
+#include <tuple>
+
 namespace krHolder::pkcs11 {
 
 struct TokenOptions {
@@ -10,7 +12,9 @@ struct TokenOptions {
   std::string label;   ///< the token's
   std::string pinFile; ///< readable by its owner alone
 
-  auto operator<=>(const TokenOptions &) const = default;
+  friend bool operator<(const TokenOptions &one, const TokenOptions &other) {
+    return std::tie(one.module, one.label, one.pinFile) < std::tie(other.module, other.label, other.pinFile);
+  }
 };
 
 /// Several threads may use it at once.
