@@ -9,8 +9,8 @@ set -euo pipefail
 
 cd "$root"
 ensure_packages g++ cmake ninja-build libgtest-dev libgmock-dev libbenchmark-dev clang clang-format clang-tidy \
-  libclang-rt-14-dev openssl curl pkg-config binutils doxygen softhsm2 libp11-kit-dev libssl-dev libtomlplusplus-dev \
-  libasio-dev libboost-context-dev opensc valgrind gnuplot-nox python3 gnutls-bin \
+  libclang-rt-14-dev openssl curl pkg-config binutils doxygen softhsm2 p11-kit p11-kit-modules libp11-kit-dev \
+  libssl-dev libtomlplusplus-dev libasio-dev libboost-context-dev opensc valgrind gnuplot-nox python3 gnutls-bin \
   lintian dpkg-dev file man-db systemd
 ensure_servers nginx apache2-bin haproxy postgresql-15
 scripts/openssl.sh

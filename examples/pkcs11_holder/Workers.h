@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-namespace delegated_tls::pkcs11 {
+namespace delegated_tls {
 
 class Workers {
 public:
@@ -51,4 +51,4 @@ private:
   std::vector<std::jthread> threads_; // use all of the above
 };
 
-} // namespace delegated_tls::pkcs11
+} // namespace delegated_tls

@@ -31,12 +31,15 @@ constexpr std::array<Word<Digest>, 6> kDigests{{{"md5-sha1", Digest::md5Sha1},
 constexpr std::array<Word<Use>, 2> kUses{{{"tls", Use::tls}, {"everything", Use::everything}}};
 
 // An error at a place of the file.
-[[noreturn]] void fail(const toml::source_region &place, std::string_view what) {
+std::string placeOf(const toml::source_region &place) {
   std::ostringstream text;
-  text << *place.path << ':' << place.begin.line << ':' << place.begin.column << ": " << what;
-  throw Unusable(text.str());
+  text << *place.path << ':' << place.begin.line << ':' << place.begin.column;
+  return text.str();
 }
-[[noreturn]] void fail(const toml::node &node, std::string_view what) { fail(node.source(), what); }
+[[noreturn]] void fail(const toml::source_region &place, const std::string &what) {
+  throw Unusable(placeOf(place) + ": " + what);
+}
+[[noreturn]] void fail(const toml::node &node, const std::string &what) { fail(node.source(), what); }
 
 std::string textOf(const toml::node &node) {
   const auto text = node.value<std::string>();
@@ -119,20 +122,21 @@ template <class Target> struct Setter {
   void (*set)(Target &, const toml::node &);
 };
 
-template <class Target, std::size_t Count>
-void read(const toml::table &table, const std::array<Setter<Target>, Count> &setters, Target &target) {
+// @param otherwise  takes a word and its node; false for a word that it does not know either
+template <class Target, std::size_t Count, class Otherwise>
+void read(const toml::table &table, const std::array<Setter<Target>, Count> &setters, Target &target,
+          Otherwise otherwise) {
   for (const auto &[key, node] : table) {
     const auto setter = std::ranges::find(setters, key.str(), &Setter<Target>::word);
-    if (setter == setters.end()) {
+    if (setter != setters.end()) {
+      setter->set(target, node);
+    } else if (!otherwise(key, node)) {
       fail(key.source(), "\"" + std::string(key.str()) + "\" is not known here");
     }
-    setter->set(target, node);
   }
 }
 
-constexpr std::array<Setter<KeyConfig>, 10> kKeySetters{{
-    {"file", [](auto &key, const auto &node) { key.file = textOf(node); }},
-    {"passphrase_file", [](auto &key, const auto &node) { key.passphraseFile = textOf(node); }},
+constexpr std::array<Setter<KeyConfig>, 8> kKeySetters{{
     {"users", [](auto &key, const auto &node) { key.policy.users = idsOf<uid_t>(node, "user", getpwnam); }},
     {"groups", [](auto &key, const auto &node) { key.policy.groups = idsOf<gid_t>(node, "group", getgrnam); }},
     {"schemes", [](auto &key, const auto &node) { key.policy.schemes = wordsOf<Scheme>(kSchemes, node); }},
@@ -144,23 +148,49 @@ constexpr std::array<Setter<KeyConfig>, 10> kKeySetters{{
      [](auto &key, const auto &node) { key.perSecond = static_cast<double>(numberOf(node, 1, 1'000'000)); }},
 }};
 
-KeyConfig readKey(const toml::node &node) {
+// The one whose word stands in a key's table.
+const BackEnd &backEndOf(const toml::table &table, const BackEnds &backEnds) {
+  const BackEnd *found = nullptr;
+  std::string all;
+  for (const BackEnd &each : backEnds) {
+    all += (all.empty() ? "\"" : ", \"") + each.word + "\"";
+    if (!table.contains(each.word)) {
+      continue;
+    }
+    if (found != nullptr && found->word != each.word) {
+      fail(table.find(each.word)->second, "the key has \"" + found->word + "\" already");
+    }
+    found = found != nullptr ? found : &each;
+  }
+  if (found == nullptr) {
+    fail(table, "the key has none of " + all);
+  }
+  return *found;
+}
+
+KeyConfig readKey(const toml::node &node, const BackEnds &backEnds) {
   const auto *const table = node.as_table();
   if (table == nullptr) {
     fail(node, "a table is needed here");
   }
   KeyConfig key;
-  read(*table, kKeySetters, key);
-  if (key.file.empty()) {
-    fail(node, "the key has no \"file\"");
-  }
+  const BackEnd &backEnd = backEndOf(*table, backEnds);
+  key.place = placeOf(table->find(backEnd.word)->second.source());
+  key.open = backEnd.open;
+  read(*table, kKeySetters, key, [&](const toml::key &word, const toml::node &value) {
+    const bool known = word.str() == backEnd.word || std::ranges::count(backEnd.more, word.str()) != 0;
+    if (known) {
+      key.settings.emplace(word.str(), textOf(value));
+    }
+    return known;
+  });
   if (key.policy.users.empty() && key.policy.groups.empty()) {
     fail(node, "nobody may use the key: \"users\" or \"groups\" is needed");
   }
   return key;
 }
 
-void readKeys(Config &config, const toml::node &node) {
+void readKeys(Config &config, const toml::node &node, const BackEnds &backEnds) {
   const auto *const table = node.as_table();
   if (table == nullptr) {
     fail(node, "a table is needed here");
@@ -169,31 +199,36 @@ void readKeys(Config &config, const toml::node &node) {
     if (!isName(name.str())) {
       fail(name.source(), "a name has 1 to 64 letters, digits, \".\", \"_\" and \"-\"");
     }
-    config.keys.emplace(name.str(), readKey(key));
+    config.keys.emplace(name.str(), readKey(key, backEnds));
   }
 }
 
-constexpr std::array<Setter<Config>, 4> kSetters{{
+constexpr std::array<Setter<Config>, 3> kSetters{{
     {"socket", [](auto &config, const auto &node) { config.socket = textOf(node); }},
     {"metrics", [](auto &config, const auto &node) { config.metrics = textOf(node); }},
     {"connections",
      [](auto &config, const auto &node) { config.connections = static_cast<std::size_t>(numberOf(node, 1, 10'000)); }},
-    {"keys", readKeys},
 }};
 
 } // namespace
 
-Config readConfig(const std::string &file) {
+Config readConfig(const std::string &file, const BackEnds &backEnds) {
   try {
     const toml::table all = toml::parse_file(file);
     Config config;
-    read(all, kSetters, config);
+    read(all, kSetters, config, [&](const toml::key &word, const toml::node &value) {
+      const bool isKeys = word.str() == "keys";
+      if (isKeys) {
+        readKeys(config, value, backEnds);
+      }
+      return isKeys;
+    });
     if (config.keys.empty()) {
       throw Unusable(file + ": there is no key");
     }
     return config;
   } catch (const toml::parse_error &error) {
-    fail(error.source(), error.description());
+    fail(error.source(), std::string(error.description()));
   }
 }
 

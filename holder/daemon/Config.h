@@ -1,6 +1,7 @@
 // The holder's configuration, a TOML file.
 #pragma once
 
+#include "BackEnd.h"
 #include "Policy.h"
 
 #include <map>
@@ -9,9 +10,10 @@
 namespace krHolder {
 
 struct KeyConfig {
-  std::string file;
-  std::string passphraseFile; ///< empty: the key is not encrypted
-  double perSecond = 0;       ///< 0: no limit
+  std::string place; ///< file, line and column of the word that picks the back end
+  decltype(BackEnd::open) open;
+  Settings settings;    ///< for open
+  double perSecond = 0; ///< 0: no limit
   Policy policy;
 };
 
@@ -22,7 +24,8 @@ struct Config {
   std::map<std::string, KeyConfig> keys; ///< by name
 };
 
+/// @param backEnds  whose words a key's table may have
 /// @throws Unusable with file, line and column for what is not as docs/krholder.md has it
-Config readConfig(const std::string &file);
+Config readConfig(const std::string &file, const BackEnds &backEnds);
 
 } // namespace krHolder

@@ -1,4 +1,4 @@
-// Private keys in PEM files.
+// Keys in PEM files.
 #include "KeyFile.h"
 
 #include "Failure.h"
@@ -64,6 +64,8 @@ int givePassphrase(char *out, int capacity, int /*writing*/, void *from) {
   return static_cast<int>(passphrase.size());
 }
 
+int giveNone(char * /*out*/, int /*capacity*/, int /*writing*/, void * /*from*/) { return -1; }
+
 } // namespace
 
 krOpenSSL::EVPPKeyPtr readKeyFile(const std::string &file, const std::string &passphraseFile) {
@@ -75,6 +77,23 @@ krOpenSSL::EVPPKeyPtr readKeyFile(const std::string &file, const std::string &pa
   if (!key) {
     fail(file, passphraseFile.empty() ? "is no private key, or is encrypted and has no \"passphrase_file\""
                                       : "is no private key, or the passphrase does not open it");
+  }
+  return key;
+}
+
+krOpenSSL::EVPPKeyPtr readPublicKeyFile(const std::string &file) {
+  const krOpenSSL::BIOPtr in(BIO_new_file(file.c_str(), "r"));
+  if (!in) {
+    ERR_clear_error();
+    failOn(file);
+  }
+  const krOpenSSL::X509Ptr certificate(PEM_read_bio_X509(in.get(), nullptr, giveNone, nullptr));
+  BIO_seek(in.get(), 0);
+  krOpenSSL::EVPPKeyPtr key(certificate ? X509_get_pubkey(certificate.get())
+                                        : PEM_read_bio_PUBKEY(in.get(), nullptr, giveNone, nullptr));
+  ERR_clear_error();
+  if (!key) {
+    fail(file, "is neither certificate nor public key");
   }
   return key;
 }

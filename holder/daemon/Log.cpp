@@ -39,6 +39,9 @@ void log(std::string_view event, std::initializer_list<std::pair<std::string_vie
   std::string line = "krholder event=";
   append(line, event);
   for (const auto &[name, value] : values) {
+    if (name == "reason" && value.empty()) {
+      continue;
+    }
     (line += ' ').append(name) += '=';
     append(line, value);
   }

@@ -9,7 +9,8 @@
 namespace krHolder {
 
 /// Writes one line, whole, whatever other threads write. A value with anything but letters, digits and plain signs
-/// stands in quotes, with what would end them or the line escaped.
+/// stands in quotes, with what would end them or the line escaped; an
+/// empty reason is left out.
 void log(std::string_view event, std::initializer_list<std::pair<std::string_view, std::string>> values);
 
 } // namespace krHolder

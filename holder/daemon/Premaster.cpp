@@ -21,7 +21,8 @@ Bytes premasterOf(View block, std::uint16_t clientVersion, std::uint16_t otherVe
   }
   const unsigned version = static_cast<unsigned>(secret[0] << 8U) | secret[1];
   const unsigned otherGiven = ~isZero(otherVersion);
-  good &= isVersion(version, clientVersion) | (isVersion(version, otherVersion) & otherGiven);
+  const unsigned anyWill = isZero(clientVersion ^ kAnyVersion);
+  good &= isVersion(version, clientVersion) | (isVersion(version, otherVersion) & otherGiven) | anyWill;
   Bytes chosen(kPremasterBytes);
   for (std::size_t i = 0; i < chosen.size(); ++i) {
     chosen[i] = static_cast<unsigned char>((secret[i] & good) | (random[i] & ~good));

@@ -1,4 +1,4 @@
-// What a private key does for a request, by OpenSSL.
+// What a private key does for a request.
 #include "PrivateKey.h"
 
 #include "Premaster.h"
@@ -13,8 +13,7 @@ namespace krHolder {
 
 namespace {
 
-using krOpenSSL::EVPPKeyCtxPtr;
-
+constexpr char kFailed[] = "the key's operation failed";
 constexpr std::size_t kLongestKeyBytes = 2048;
 constexpr std::size_t kPremasterPaddingBytes = 11;
 
@@ -34,11 +33,9 @@ void require(bool possible, const char *otherwise) {
 void mustDo(bool done) {
   if (!done) {
     ERR_clear_error();
-    throw Refusal(Status::failed, "the key's operation failed");
+    throw Refusal(Status::failed, kFailed);
   }
 }
-
-bool isRsa(const EVP_PKEY *key) { return EVP_PKEY_base_id(key) == EVP_PKEY_RSA; }
 
 bool fits(Scheme scheme, const EVP_PKEY *key) {
   switch (EVP_PKEY_base_id(key)) {
@@ -57,58 +54,40 @@ Bytes digestOf(const Bytes &message, const EVP_MD *algorithm) {
   return digest;
 }
 
-EVPPKeyCtxPtr contextOf(EVP_PKEY *key, int (*begin)(EVP_PKEY_CTX *)) {
-  EVPPKeyCtxPtr context(EVP_PKEY_CTX_new(key, nullptr));
-  mustDo(context != nullptr && begin(context.get()) == 1);
-  return context;
-}
-
-// OpenSSL asks for the room first, and tells in the end how much of it is used.
-template <class Operation> Bytes resultOf(EVP_PKEY_CTX *context, Operation operate, const Bytes &data) {
-  std::size_t length = 0;
-  mustDo(operate(context, nullptr, &length, data.data(), data.size()) == 1);
-  Bytes out(length);
-  mustDo(operate(context, out.data(), &length, data.data(), data.size()) == 1);
-  out.resize(length);
-  return out;
-}
-
-void setPss(EVP_PKEY_CTX *context, const Sign &request) {
-  const EVP_MD *const mask = algorithmOf(request.maskDigest);
-  require(mask != nullptr, "PSS needs a mask digest");
-  mustDo(EVP_PKEY_CTX_set_rsa_mgf1_md(context, mask) == 1);
-  mustDo(EVP_PKEY_CTX_set_rsa_pss_saltlen(context, request.saltBytes) == 1);
-}
-
-void setOaep(EVP_PKEY_CTX *context, const Decrypt &request) {
-  const EVP_MD *const digest = algorithmOf(request.digest);
-  const EVP_MD *const mask = algorithmOf(request.maskDigest);
-  require(digest != nullptr && mask != nullptr, "OAEP needs a digest and a mask digest");
-  mustDo(EVP_PKEY_CTX_set_rsa_oaep_md(context, digest) == 1 && EVP_PKEY_CTX_set_rsa_mgf1_md(context, mask) == 1);
-  if (!request.label.empty()) {
-    void *label = OPENSSL_memdup(request.label.data(), request.label.size());
-    const bool taken = label != nullptr &&
-                       EVP_PKEY_CTX_set0_rsa_oaep_label(context, label, static_cast<int>(request.label.size())) == 1;
-    if (!taken) {
-      OPENSSL_free(label);
-    }
-    mustDo(taken);
+// The back end's reasons are not for the client, and what it gives is not believed.
+template <class Operate> Bytes resultOf(Operate operate, std::size_t least, std::size_t most) {
+  Bytes result;
+  try {
+    result = operate();
+  } catch (const Refusal &) {
+    throw;
+  } catch (const std::bad_alloc &) {
+    throw;
+  } catch (const std::exception &reason) {
+    throw Refusal(Status::failed, kFailed, reason.what());
   }
+  if (result.size() < least || result.size() > most) {
+    throw Refusal(Status::failed, kFailed, "the result has " + std::to_string(result.size()) + " bytes");
+  }
+  return result;
 }
+
+std::size_t sizeOf(const HeldKey &key) { return static_cast<std::size_t>(EVP_PKEY_size(key.publicHalf())); }
 
 } // namespace
 
-PrivateKey::PrivateKey(krOpenSSL::EVPPKeyPtr key) : key_(std::move(key)) {
-  const int type = EVP_PKEY_base_id(key_.get());
-  const int length = EVP_PKEY_size(key_.get());
+PrivateKey::PrivateKey(std::unique_ptr<const HeldKey> key) : key_(std::move(key)) {
+  EVP_PKEY *const half = key_ ? key_->publicHalf() : nullptr;
+  const int type = half != nullptr ? EVP_PKEY_base_id(half) : NID_undef;
+  const int length = half != nullptr ? EVP_PKEY_size(half) : 0;
   if ((type != EVP_PKEY_RSA && type != EVP_PKEY_RSA_PSS && type != EVP_PKEY_EC) || length <= 0 ||
       static_cast<std::size_t>(length) > kLongestKeyBytes) {
-    throw Unusable("is no RSA, RSA-PSS or EC key that can be used");
+    throw Unusable("it is no RSA, RSA-PSS or EC key that can be used");
   }
   unsigned char *der = nullptr;
-  const int derBytes = i2d_PUBKEY(key_.get(), &der);
+  const int derBytes = i2d_PUBKEY(half, &der);
   if (derBytes <= 0) {
-    throw Unusable("has no public half that can be written");
+    throw Unusable("it has no public half that can be written");
   }
   publicKey_.assign(der, der + derBytes);
   OPENSSL_free(der);
@@ -116,52 +95,44 @@ PrivateKey::PrivateKey(krOpenSSL::EVPPKeyPtr key) : key_(std::move(key)) {
 }
 
 Bytes PrivateKey::sign(const Sign &request) const {
-  require(fits(request.scheme, key_.get()), "the key is of another kind than the signature");
+  require(fits(request.scheme, key_->publicHalf()), "the key is of another kind than the signature");
   const EVP_MD *const algorithm = algorithmOf(request.digest);
   require(algorithm != nullptr, "a signature needs a digest");
   require(request.form == Form::digest || request.data.size() <= kMaxMessageBytes, "the message is too long");
+  const bool isPss = request.scheme == Scheme::pss;
+  const EVP_MD *const mask = isPss ? algorithmOf(request.maskDigest) : nullptr;
+  require(!isPss || mask != nullptr, "PSS needs a mask digest");
   const Bytes digest = request.form == Form::message ? digestOf(request.data, algorithm) : request.data;
   require(digest.size() == static_cast<std::size_t>(EVP_MD_size(algorithm)), "the digest has another length");
-  const EVPPKeyCtxPtr context = contextOf(key_.get(), EVP_PKEY_sign_init);
-  if (request.scheme != Scheme::ecdsa) {
-    const int padding = request.scheme == Scheme::pss ? RSA_PKCS1_PSS_PADDING : RSA_PKCS1_PADDING;
-    mustDo(EVP_PKEY_CTX_set_rsa_padding(context.get(), padding) == 1);
-  }
-  mustDo(EVP_PKEY_CTX_set_signature_md(context.get(), algorithm) == 1);
-  if (request.scheme == Scheme::pss) {
-    setPss(context.get(), request);
-  }
-  return resultOf(context.get(), EVP_PKEY_sign, digest);
+  const Signing what{request.scheme, algorithm, mask, isPss ? request.saltBytes : 0, digest};
+  const std::size_t size = sizeOf(*key_);
+  return resultOf([&] { return key_->sign(what); }, request.scheme == Scheme::ecdsa ? 1 : size, size);
 }
 
 Bytes PrivateKey::decrypt(const Decrypt &request) const {
-  require(isRsa(key_.get()), "only RSA keys decrypt");
   if (request.padding == Padding::tls) {
-    const Bytes block = decryptRaw(request.data);
+    const Bytes block = asked({RSA_NO_PADDING, nullptr, nullptr, {}, request.data});
     require(block.size() >= kPremasterBytes + kPremasterPaddingBytes, "the key is too short");
     std::array<unsigned char, kPremasterBytes> random;
     mustDo(RAND_bytes(random.data(), random.size()) == 1);
     return premasterOf(block, request.clientVersion, request.otherVersion, random);
   }
-  const EVPPKeyCtxPtr context = contextOf(key_.get(), EVP_PKEY_decrypt_init);
-  const bool oaep = request.padding == Padding::oaep;
-  mustDo(EVP_PKEY_CTX_set_rsa_padding(context.get(), oaep ? RSA_PKCS1_OAEP_PADDING : RSA_PKCS1_PADDING) == 1);
-  if (oaep) {
-    setOaep(context.get(), request);
+  if (request.padding == Padding::pkcs1) {
+    return asked({RSA_PKCS1_PADDING, nullptr, nullptr, {}, request.data});
   }
-  return resultOf(context.get(), EVP_PKEY_decrypt, request.data);
+  const EVP_MD *const digest = algorithmOf(request.digest);
+  const EVP_MD *const mask = algorithmOf(request.maskDigest);
+  require(digest != nullptr && mask != nullptr, "OAEP needs a digest and a mask digest");
+  return asked({RSA_PKCS1_OAEP_PADDING, digest, mask, request.label, request.data});
 }
 
-Bytes PrivateKey::raw(const Raw &request) const {
-  require(isRsa(key_.get()), "only RSA keys do that");
-  return decryptRaw(request.data);
-}
+Bytes PrivateKey::raw(const Raw &request) const { return asked({RSA_NO_PADDING, nullptr, nullptr, {}, request.data}); }
 
-Bytes PrivateKey::decryptRaw(const Bytes &data) const {
-  require(data.size() == static_cast<std::size_t>(EVP_PKEY_size(key_.get())), "the data have another length");
-  const EVPPKeyCtxPtr context = contextOf(key_.get(), EVP_PKEY_decrypt_init);
-  mustDo(EVP_PKEY_CTX_set_rsa_padding(context.get(), RSA_NO_PADDING) == 1);
-  return resultOf(context.get(), EVP_PKEY_decrypt, data);
+Bytes PrivateKey::asked(const Decrypting &what) const {
+  require(EVP_PKEY_base_id(key_->publicHalf()) == EVP_PKEY_RSA, "only RSA keys do that");
+  const std::size_t size = sizeOf(*key_);
+  require(what.data.size() == size, "the data have another length");
+  return resultOf([&] { return key_->decrypt(what); }, what.padding == RSA_NO_PADDING ? size : 0, size);
 }
 
 } // namespace krHolder

@@ -1,9 +1,8 @@
-// What a private key does for a request. A key comes from a back end as an EVP_PKEY, and OpenSSL does the rest.
+// What a private key does for a request: what may be asked of the back end's key, and what it may answer.
 #pragma once
 
 #include "Failure.h"
-
-#include <krOpenSSL/krHandles.h>
+#include "HeldKey.h"
 
 namespace krHolder {
 
@@ -11,7 +10,7 @@ namespace krHolder {
 class PrivateKey {
 public:
   /// @throws Unusable for another type than RSA, RSA-PSS or EC, and for an RSA key longer than 16384 bits
-  explicit PrivateKey(krOpenSSL::EVPPKeyPtr key);
+  explicit PrivateKey(std::unique_ptr<const HeldKey> key);
 
   const Bytes &publicKey() const noexcept { return publicKey_; } ///< DER, SubjectPublicKeyInfo
   const Fingerprint &fingerprint() const noexcept { return fingerprint_; }
@@ -22,9 +21,9 @@ public:
   Bytes raw(const Raw &request) const;
 
 private:
-  Bytes decryptRaw(const Bytes &data) const;
+  Bytes asked(const Decrypting &what) const;
 
-  krOpenSSL::EVPPKeyPtr key_;
+  std::unique_ptr<const HeldKey> key_;
   Bytes publicKey_;
   Fingerprint fingerprint_{};
 };

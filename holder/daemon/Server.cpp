@@ -22,17 +22,6 @@ constexpr std::chrono::milliseconds kMetricsPeriod{15'000};
 constexpr int kRestMilliseconds = 100; // where there is no descriptor for another connection
 constexpr std::chrono::seconds kLastAnswers{5};
 
-// Blocked before the first thread is made, so that all have them blocked.
-Descriptor signalsOfInterest() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  for (const int each : {SIGTERM, SIGINT, SIGHUP}) {
-    sigaddset(&signals, each);
-  }
-  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-  return Descriptor(signalfd(-1, &signals, SFD_CLOEXEC));
-}
-
 int nextSignal(const Descriptor &signals) {
   signalfd_siginfo info{};
   return read(signals.get(), &info, sizeof info) == sizeof info ? static_cast<int>(info.ssi_signo) : 0;
@@ -40,10 +29,22 @@ int nextSignal(const Descriptor &signals) {
 
 } // namespace
 
-Server::Server(std::string configFile)
-    : configFile_(std::move(configFile)), config_(readConfig(configFile_)),
-      service_(std::make_shared<const Service>(config_, metrics_)), signals_(signalsOfInterest()),
-      listening_(listeningSocket(config_.socket)), connections_(config_.connections) {}
+Server::Server(std::string configFile, BackEnds backEnds)
+    : configFile_(std::move(configFile)), backEnds_(std::move(backEnds)), config_(readConfig(configFile_, backEnds_)),
+      service_(std::make_shared<const Service>(config_, metrics_)), listening_(listeningSocket(config_.socket)),
+      connections_(config_.connections) {}
+
+// They are blocked for all threads to come.
+Descriptor Server::signalsOfInterest() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int each : {SIGTERM, SIGINT, SIGHUP}) {
+    sigaddset(&signals, each);
+  }
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  static_cast<void>(std::signal(SIGPIPE, SIG_IGN)); // a token's module may write where nobody reads any more
+  return Descriptor(signalfd(-1, &signals, SFD_CLOEXEC));
+}
 
 void Server::run() {
   log("start", {{"socket", config_.socket}, {"keys", std::to_string(config_.keys.size())}});
@@ -87,7 +88,7 @@ void Server::accept() {
 
 void Server::reload() {
   try {
-    const Config fresh = readConfig(configFile_);
+    const Config fresh = readConfig(configFile_, backEnds_);
     auto service = std::make_shared<const Service>(fresh, metrics_);
     config_.metrics = fresh.metrics;
     const std::lock_guard lock(mutex_);

@@ -2,7 +2,6 @@
 #include "Service.h"
 
 #include "Failure.h"
-#include "KeyFile.h"
 #include "Log.h"
 #include "wire/Octets.h"
 
@@ -43,11 +42,10 @@ bool isWorthALine(const Request &request, const Answer &answer) {
 
 Service::Service(const Config &config, Metrics &metrics) : metrics_(metrics) {
   for (const auto &[name, key] : config.keys) {
-    auto pair = readKeyFile(key.file, key.passphraseFile);
     try {
-      entries_.emplace(name, std::make_unique<const Entry>(PrivateKey(std::move(pair)), key));
-    } catch (const Unusable &reason) {
-      throw Unusable(key.file + ": " + reason.what());
+      entries_.emplace(name, std::make_unique<const Entry>(PrivateKey(key.open(key.settings)), key));
+    } catch (const std::exception &reason) { // a back end may be anybody's
+      throw Unusable(key.place + ": " + reason.what());
     }
   }
 }
@@ -97,11 +95,13 @@ Bytes Service::work(const Request &request, const Peer &peer, std::string &keyNa
 Answer Service::answer(const Request &request, const Peer &peer) const {
   const auto begun = std::chrono::steady_clock::now();
   std::string keyName;
+  std::string why;
   Answer answer;
   try {
     answer = {request.id, Status::ok, work(request, peer, keyName)};
   } catch (const Refusal &reason) {
     answer = refusal(request.id, reason.status, reason.what());
+    why = reason.reason;
   } catch (const std::bad_alloc &) {
     answer = refusal(request.id, Status::failed, "the holder has no memory");
   }
@@ -113,7 +113,8 @@ Answer Service::answer(const Request &request, const Peer &peer) const {
                                     {"uid", std::to_string(peer.user)},
                                     {"pid", std::to_string(peer.process)},
                                     {"outcome", std::string(nameOf(answer.status))},
-                                    {"us", std::to_string(microseconds)}});
+                                    {"us", std::to_string(microseconds)},
+                                    {"reason", why}});
   }
   return answer;
 }

@@ -1,6 +1,6 @@
 // krref: makes, shows and checks references to keys that a key holder has.
-#include "ReferenceFile.h"
 #include "TestSignature.h"
+#include "reference/ReferenceFile.h"
 
 #include <krOpenSSL/krHandles.h>
 

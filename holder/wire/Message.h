@@ -19,6 +19,7 @@ inline constexpr std::size_t kMaxMessageBytes = 16384; // that the holder hashes
 inline constexpr std::size_t kMaxNameBytes = 64;
 inline constexpr std::size_t kMaxTextBytes = 200;
 inline constexpr std::size_t kPremasterBytes = 48;
+inline constexpr std::uint16_t kAnyVersion = 0; // of a key exchange: the client looks at it itself
 
 enum class Operation : std::uint8_t { hello = 1, ping, publicKey, sign, decrypt, raw };
 enum class Scheme : std::uint8_t { pkcs1 = 1, pss, ecdsa };

@@ -1,10 +1,11 @@
 // The sessions of a token's key holder: how many there are at once, which are kept, and which are opened anew.
-#include "SessionPool.h"
-#include "Failure.h"
+#include "pkcs11/SessionPool.h"
+#include "pkcs11/Failure.h"
 
 #include <gtest/gtest.h>
 
-using namespace delegated_tls;
+using namespace krHolder;
+using pkcs11::Failure;
 
 TEST(SessionPool, PlacesAreBoundedSessionsKeptAndFailedOnesReplaced) {
   using namespace std::chrono_literals;

@@ -64,9 +64,9 @@ refused "no token is labelled 'wep'; labels of the module's tokens: 'web'" serve
 refused "the PKCS#11 module cannot be loaded: ./none.so: .*No such file" server --module ./none.so
 other=$(find "$prefix/lib/" -maxdepth 2 -name 'libcrypto.so.[13]*' -print -quit)
 refused "'$other' is no PKCS#11 module" server --module "$other"
-refused "the certificate's key is not on the token: no public key there has its point" stranger
-refused "the certificate's key is not on the token: no private key there has its modulus" ca
-refused "the key found on the token does not belong to the certificate" false
+refused "the key is not on the token: no public key there has its point" stranger
+refused "the key is not on the token: no private key there has its modulus" ca
+refused "the key found on the token does not belong to the public key" false
 refused "the key wants the PIN for each signature \(CKA_ALWAYS_AUTHENTICATE\)" always
 refused "cannot read the PIN file 'none': No such file" server --pin-file none
 refused "the PIN file 'open' is open to group or others" server --pin-file open

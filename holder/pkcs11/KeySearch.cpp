@@ -7,7 +7,7 @@
 
 #include <array>
 
-namespace delegated_tls::pkcs11 {
+namespace krHolder::pkcs11 {
 namespace {
 
 using OctetStringPtr = krOpenSSL::Handle<ASN1_OCTET_STRING, ASN1_OCTET_STRING_free>;
@@ -24,10 +24,10 @@ CK_OBJECT_HANDLE onlyPrivateKey(const Session &session, CK_KEY_TYPE type, CK_ATT
                                 const std::string &by) {
   const auto keys = findKeys(session, CKO_PRIVATE_KEY, type, name, value, 2);
   if (keys.empty()) {
-    throw Failure("the certificate's key is not on the token: no private key there has " + by);
+    throw Failure("the key is not on the token: no private key there has " + by);
   }
   if (keys.size() > 1) {
-    throw Failure("the certificate's key is ambiguous: more than one private key on the token has " + by);
+    throw Failure("the key is ambiguous: more than one private key on the token has " + by);
   }
   return keys.front();
 }
@@ -45,19 +45,19 @@ Bytes point(const EC_KEY *key) {
   const EC_POINT *point = EC_KEY_get0_public_key(key);
   Bytes bytes(EC_POINT_point2oct(group, point, POINT_CONVERSION_UNCOMPRESSED, nullptr, 0, nullptr));
   EC_POINT_point2oct(group, point, POINT_CONVERSION_UNCOMPRESSED, bytes.data(), bytes.size(), nullptr);
-  const OctetStringPtr wrapped(checked(ASN1_OCTET_STRING_new(), "out of memory"));
-  checked(ASN1_OCTET_STRING_set(wrapped.get(), bytes.data(), static_cast<int>(bytes.size())), "out of memory");
+  const OctetStringPtr wrapped(checked(ASN1_OCTET_STRING_new()));
+  checked(ASN1_OCTET_STRING_set(wrapped.get(), bytes.data(), static_cast<int>(bytes.size())));
   return derOf(wrapped.get(), i2d_ASN1_OCTET_STRING);
 }
 
 CK_OBJECT_HANDLE findEcKey(const Session &session, const EC_KEY *key) {
   const auto publicObjects = findKeys(session, CKO_PUBLIC_KEY, CKK_EC, CKA_EC_POINT, point(key), 1);
   if (publicObjects.empty()) {
-    throw Failure("the certificate's key is not on the token: no public key there has its point (CKA_EC_POINT)");
+    throw Failure("the key is not on the token: no public key there has its point (CKA_EC_POINT)");
   }
   const Bytes id = session.attribute(publicObjects.front(), CKA_ID);
   if (id.empty()) {
-    throw Failure("the certificate's key cannot be found: its public key on the token has no CKA_ID");
+    throw Failure("the key cannot be found: its public key on the token has no CKA_ID");
   }
   return onlyPrivateKey(session, CKK_EC, CKA_ID, id, "the CKA_ID of its public key");
 }
@@ -72,8 +72,8 @@ CK_OBJECT_HANDLE findPrivateKey(const Session &session, EVP_PKEY *publicHalf) {
   case EVP_PKEY_EC:
     return findEcKey(session, krOpenSSL::keyObject::ecKeyOf(publicHalf));
   default:
-    throw Failure("the holder pkcs11 has RSA and EC keys only");
+    throw Failure("only RSA and EC keys can be on a token");
   }
 }
 
-} // namespace delegated_tls::pkcs11
+} // namespace krHolder::pkcs11

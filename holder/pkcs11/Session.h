@@ -1,13 +1,13 @@
 // A session with a token, and what this program does in one.
 #pragma once
 
-#include "Bytes.h"
 #include "Module.h"
+#include "wire/Wiping.h"
 
 #include <span>
 #include <vector>
 
-namespace delegated_tls::pkcs11 {
+namespace krHolder::pkcs11 {
 
 /// One thread at a time.
 class Session {
@@ -28,12 +28,12 @@ public:
   Bytes attribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) const;
 
   /// @p capacity is the most that can come out.
-  Bytes sign(CK_MECHANISM_TYPE mechanism, CK_OBJECT_HANDLE key, const Bytes &data, std::size_t capacity) const;
-  Bytes decrypt(CK_MECHANISM_TYPE mechanism, CK_OBJECT_HANDLE key, const Bytes &data, std::size_t capacity) const;
+  Bytes sign(CK_MECHANISM mechanism, CK_OBJECT_HANDLE key, View data, std::size_t capacity) const;
+  Bytes decrypt(CK_MECHANISM mechanism, CK_OBJECT_HANDLE key, View data, std::size_t capacity) const;
 
 private:
   const std::shared_ptr<const Module> module_;
   CK_SESSION_HANDLE handle_ = CK_INVALID_HANDLE;
 };
 
-} // namespace delegated_tls::pkcs11
+} // namespace krHolder::pkcs11

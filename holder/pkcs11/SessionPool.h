@@ -1,17 +1,20 @@
-// Sessions for handshakes that run at once: opened when they are needed, kept, and bounded in number.
+// Sessions for operations that run at once: opened when they are needed, kept, and bounded in number.
 #pragma once
 
-#include "Token.h"
+#include "Session.h"
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
+#include <map>
+#include <mutex>
 
-namespace delegated_tls::pkcs11 {
+namespace krHolder::pkcs11 {
 
-/// A session and the key as that session knows it.
+/// A session and the keys as that session knows them, by their public halves.
 struct KeySession {
   std::unique_ptr<Session> session;
-  CK_OBJECT_HANDLE key;
+  std::map<Bytes, CK_OBJECT_HANDLE> keys;
 };
 
 /// Several threads may use it at once.
@@ -40,7 +43,7 @@ public:
     explicit Lease(SessionPool &pool) : pool_(pool), place_(pool), session_(pool.idleOrNew()) {}
 
     const Session &session() const { return *session_.session; }
-    CK_OBJECT_HANDLE key() const { return session_.key; }
+    std::map<Bytes, CK_OBJECT_HANDLE> &keys() { return session_.keys; }
     void giveBack() { pool_.keep(std::move(session_)); }
 
   private:
@@ -65,4 +68,4 @@ private:
   std::vector<KeySession> idle_;
 };
 
-} // namespace delegated_tls::pkcs11
+} // namespace krHolder::pkcs11

@@ -5,7 +5,7 @@
 #include <array>
 #include <sstream>
 
-namespace delegated_tls::pkcs11 {
+namespace krHolder::pkcs11 {
 namespace {
 
 struct Name {
@@ -82,4 +82,4 @@ std::string nameOf(CK_RV value) {
   return text.str();
 }
 
-} // namespace delegated_tls::pkcs11
+} // namespace krHolder::pkcs11

@@ -5,10 +5,10 @@
 
 #include <openssl/evp.h>
 
-namespace delegated_tls::pkcs11 {
+namespace krHolder::pkcs11 {
 
 /// An RSA key is found by its modulus. The private object of an EC key does not tell its point, so the key's public
 /// object is found first, and then the private one with the same CKA_ID. Throws a Failure that says what is missing.
 CK_OBJECT_HANDLE findPrivateKey(const Session &session, EVP_PKEY *publicHalf);
 
-} // namespace delegated_tls::pkcs11
+} // namespace krHolder::pkcs11

@@ -1,8 +1,8 @@
 // Reading a PIN, straight into memory that is wiped.
 #include "Pin.h"
 
-#include "Descriptor.h"
 #include "Failure.h"
+#include "wire/Stream.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -11,7 +11,7 @@
 #include <cerrno>
 #include <system_error>
 
-namespace delegated_tls::pkcs11 {
+namespace krHolder::pkcs11 {
 namespace {
 
 constexpr std::size_t kMaxPinBytes = 255;
@@ -68,4 +68,4 @@ Bytes readPin(const std::string &path) {
   return pin;
 }
 
-} // namespace delegated_tls::pkcs11
+} // namespace krHolder::pkcs11

@@ -5,7 +5,7 @@
 
 #include <p11-kit/pkcs11.h>
 
-namespace delegated_tls::pkcs11 {
+namespace krHolder::pkcs11 {
 
 /// A PKCS#11 function failed: "WHAT: CKR_TOKEN_NOT_PRESENT".
 struct TokenFailure : Failure {
@@ -20,4 +20,4 @@ void require(CK_RV returned, const char *what);
 /// "CKR_PIN_INCORRECT"; "return value 0x80000001" for one without a name here.
 std::string nameOf(CK_RV value);
 
-} // namespace delegated_tls::pkcs11
+} // namespace krHolder::pkcs11

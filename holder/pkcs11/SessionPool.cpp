@@ -3,7 +3,7 @@
 
 #include "Failure.h"
 
-namespace delegated_tls::pkcs11 {
+namespace krHolder::pkcs11 {
 
 SessionPool::Place::Place(SessionPool &pool) : pool_(pool) {
   std::unique_lock lock(pool_.mutex_);
@@ -42,4 +42,4 @@ void SessionPool::keep(KeySession session) {
   idle_.push_back(std::move(session));
 }
 
-} // namespace delegated_tls::pkcs11
+} // namespace krHolder::pkcs11

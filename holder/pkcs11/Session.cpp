@@ -3,11 +3,21 @@
 
 #include "ReturnValue.h"
 
-namespace delegated_tls::pkcs11 {
+namespace krHolder::pkcs11 {
 namespace {
 
+constexpr std::size_t kLongestAttributeBytes = 65536;
+
 // The standard's functions take what they only read without const.
-CK_BYTE *unconst(const Bytes &bytes) { return const_cast<CK_BYTE *>(bytes.data()); }
+CK_BYTE *unconst(View bytes) { return const_cast<CK_BYTE *>(bytes.data()); }
+
+// A token may be on another machine: a length that cannot be is a failure, not a size.
+std::size_t atMost(std::size_t room, CK_ULONG length) {
+  if (length > room) {
+    throw Failure("the token's answer is longer than it can be");
+  }
+  return length;
+}
 
 /// A search ends with its object: a session has one at a time.
 class Search {
@@ -24,7 +34,7 @@ public:
   std::size_t next(std::span<CK_OBJECT_HANDLE> found) const {
     CK_ULONG count = 0;
     require(module_->C_FindObjects(session_, found.data(), found.size(), &count), "the search for an object failed");
-    return count;
+    return atMost(found.size(), count);
   }
 
 private:
@@ -71,32 +81,30 @@ Bytes Session::attribute(CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type) const 
     return {};
   }
   require(returned, "an object's attribute cannot be read");
-  Bytes value(attribute.ulValueLen);
+  Bytes value(atMost(kLongestAttributeBytes, attribute.ulValueLen));
   attribute.pValue = value.data();
   require((*module_)->C_GetAttributeValue(handle_, object, &attribute, 1), "an object's attribute cannot be read");
+  value.resize(atMost(value.size(), attribute.ulValueLen));
   return value;
 }
 
-Bytes Session::sign(CK_MECHANISM_TYPE mechanism, CK_OBJECT_HANDLE key, const Bytes &data, std::size_t capacity) const {
-  CK_MECHANISM chosen{mechanism, nullptr, 0};
-  require((*module_)->C_SignInit(handle_, &chosen, key), "the token does not begin a signature");
+Bytes Session::sign(CK_MECHANISM mechanism, CK_OBJECT_HANDLE key, View data, std::size_t capacity) const {
+  require((*module_)->C_SignInit(handle_, &mechanism, key), "the token does not begin a signature");
   Bytes out(capacity);
   CK_ULONG length = out.size();
   require((*module_)->C_Sign(handle_, unconst(data), data.size(), out.data(), &length), "the token does not sign");
-  out.resize(length);
+  out.resize(atMost(out.size(), length));
   return out;
 }
 
-Bytes Session::decrypt(CK_MECHANISM_TYPE mechanism, CK_OBJECT_HANDLE key, const Bytes &data,
-                       std::size_t capacity) const {
-  CK_MECHANISM chosen{mechanism, nullptr, 0};
-  require((*module_)->C_DecryptInit(handle_, &chosen, key), "the token does not begin a decryption");
+Bytes Session::decrypt(CK_MECHANISM mechanism, CK_OBJECT_HANDLE key, View data, std::size_t capacity) const {
+  require((*module_)->C_DecryptInit(handle_, &mechanism, key), "the token does not begin a decryption");
   Bytes out(capacity);
   CK_ULONG length = out.size();
   require((*module_)->C_Decrypt(handle_, unconst(data), data.size(), out.data(), &length),
           "the token does not decrypt");
-  out.resize(length);
+  out.resize(atMost(out.size(), length));
   return out;
 }
 
-} // namespace delegated_tls::pkcs11
+} // namespace krHolder::pkcs11

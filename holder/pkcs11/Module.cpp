@@ -5,7 +5,9 @@
 
 #include <dlfcn.h>
 
-namespace delegated_tls::pkcs11 {
+#include <map>
+
+namespace krHolder::pkcs11 {
 namespace {
 
 std::string loaderReason() {
@@ -38,4 +40,29 @@ Module::Module(const SharedLibrary &library) : functions_(library.functions()) {
 
 Module::~Module() { functions_->C_Finalize(nullptr); }
 
-} // namespace delegated_tls::pkcs11
+std::shared_ptr<SharedModule> SharedModule::at(const std::string &path) {
+  static std::mutex mutex;
+  static std::map<std::string, std::weak_ptr<SharedModule>> modules;
+  const std::scoped_lock lock(mutex);
+  std::weak_ptr<SharedModule> &known = modules[path];
+  std::shared_ptr<SharedModule> module = known.lock();
+  if (!module) {
+    known = module = std::make_shared<SharedModule>(path);
+  }
+  return module;
+}
+
+void SharedModule::startAnewIfLost() {
+  if (lost_ && module_.use_count() <= 1) {
+    module_.reset();
+  }
+}
+
+const std::shared_ptr<const Module> &SharedModule::module() {
+  if (!module_) { // its new beginning may have failed
+    module_ = std::make_shared<const Module>(library_);
+  }
+  return module_;
+}
+
+} // namespace krHolder::pkcs11
