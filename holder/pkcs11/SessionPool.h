@@ -8,13 +8,14 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <string>
 
 namespace krHolder::pkcs11 {
 
-/// A session and the keys as that session knows them, by their public halves.
+/// A session and the keys as that session knows them, by their public halves' DER.
 struct KeySession {
   std::unique_ptr<Session> session;
-  std::map<Bytes, CK_OBJECT_HANDLE> keys;
+  std::map<std::string, CK_OBJECT_HANDLE> keys;
 };
 
 /// Several threads may use it at once.
@@ -43,7 +44,7 @@ public:
     explicit Lease(SessionPool &pool) : pool_(pool), place_(pool), session_(pool.idleOrNew()) {}
 
     const Session &session() const { return *session_.session; }
-    std::map<Bytes, CK_OBJECT_HANDLE> &keys() { return session_.keys; }
+    std::map<std::string, CK_OBJECT_HANDLE> &keys() { return session_.keys; }
     void giveBack() { pool_.keep(std::move(session_)); }
 
   private:

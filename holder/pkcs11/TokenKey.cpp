@@ -36,10 +36,15 @@ bool verifies(EVP_PKEY *key, View digest, View signature) {
   return good;
 }
 
+std::string publicDer(EVP_PKEY *key) {
+  const Bytes der = derOf(key, i2d_PUBKEY);
+  return {der.begin(), der.end()};
+}
+
 } // namespace
 
 TokenKey::TokenKey(std::shared_ptr<Token> token, EVP_PKEY *publicHalf)
-    : token_(std::move(token)), publicHalf_(shareOf(publicHalf)), der_(derOf(publicHalf, i2d_PUBKEY)) {
+    : token_(std::move(token)), publicHalf_(shareOf(publicHalf)), der_(publicDer(publicHalf)) {
   requireKeyWithoutFurtherPin();
   requireSignature();
 }

@@ -5,6 +5,8 @@
 
 #include <krOpenSSL/krHandles.h>
 
+#include <string>
+
 namespace krHolder::pkcs11 {
 
 /// Several threads may use it at once. Each operation throws a Failure with the token's reason when it fails.
@@ -34,7 +36,7 @@ private:
 
   const std::shared_ptr<Token> token_;
   const krOpenSSL::EVPPKeyPtr publicHalf_;
-  const Bytes der_; // of the public half
+  const std::string der_; // of the public half
 };
 
 } // namespace krHolder::pkcs11
