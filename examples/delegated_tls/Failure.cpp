@@ -3,7 +3,7 @@
 
 #include <openssl/err.h>
 
-#include <cstring>
+#include <system_error>
 
 namespace delegated_tls {
 
@@ -18,10 +18,10 @@ Failure opensslFailure(const std::string &what) {
   const unsigned long code = ERR_peek_error_line_data(nullptr, nullptr, &data, &flags);
   const bool isOurs = ERR_GET_LIB(code) == ERR_LIB_USER && (flags & ERR_TXT_STRING) != 0;
   const bool isSystems = ERR_GET_LIB(code) == ERR_LIB_SYS; // OpenSSL 3 has no texts for these
-  const char *reason = isOurs      ? data
-                       : isSystems ? std::strerror(static_cast<int>(ERR_GET_REASON(code)))
-                                   : ERR_reason_error_string(code);
-  const std::string text = reason != nullptr ? reason : krOpenSSL::errStr(code);
+  const char *reason = isOurs ? data : ERR_reason_error_string(code);
+  const std::string text = isSystems           ? std::generic_category().message(static_cast<int>(ERR_GET_REASON(code)))
+                           : reason != nullptr ? reason
+                                               : krOpenSSL::errStr(code);
   ERR_clear_error();
   return Failure(code == 0 ? what : what + ": " + text);
 }
