@@ -1,4 +1,5 @@
 // krref: makes, shows and checks references to keys that a key holder has.
+#include "SystemOpenSSL.h"
 #include "TestSignature.h"
 #include "reference/ReferenceFile.h"
 
@@ -17,7 +18,9 @@ namespace {
 constexpr std::string_view kUsage =
     "usage: krref make [--socket PATH] NAME FILE   writes a reference to the holder's key NAME\n"
     "       krref show FILE                        what stands in a reference\n"
-    "       krref check [--socket PATH] FILE       asks the holder, compares the key, has it sign\n\n"
+    "       krref check [--socket PATH] FILE       asks the holder, compares the key, has it sign; and says whether "
+    "the\n"
+    "                                              system's OpenSSL, in this environment, takes the reference\n\n"
     "The socket is --socket's, else the reference's, else KRHOLDER_SOCKET's, else /run/krholder/socket.\n"
     "A reference that is made with --socket names it. The answer is 0; 1 for what is not good; 2 for a wrong command "
     "line.\n";
@@ -65,6 +68,10 @@ int check(const std::string &socket, const Words &words) {
   Client holder(optionsFor(socket.empty() ? reference.socket : socket));
   const std::string what = testSignature(holder, reference);
   std::cout << words[0] << ": good: " << holder.options().socket << " signed " << what << '\n';
+  if (const std::string complaint = complaintOfOpenSSL(words[0]); !complaint.empty()) {
+    std::cout << words[0] << ": but programs of the system's OpenSSL do not take it here (" << complaint
+              << "): does the configuration that they read, OPENSSL_CONF's or the system's, load krprovider.so?\n";
+  }
   return EXIT_SUCCESS;
 }
 
