@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -26,6 +27,12 @@ void limitWaiting(const Descriptor &socket, Clock::duration left) {
   constexpr std::int64_t kSecond = 1'000'000;
   const timeval limit{microseconds / kSecond, microseconds % kSecond};
   setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+}
+
+// A holder speaks when it is asked: what there is to hear from one that was not is that it ended.
+bool isGone(const Descriptor &connection) noexcept {
+  pollfd there{connection.get(), POLLIN, 0};
+  return poll(&there, 1, 0) != 0;
 }
 
 // A refusal of whatever comes over this connection.
@@ -150,8 +157,9 @@ Descriptor Client::connect(Clock::time_point deadline) const {
 Descriptor Client::takeIdle() noexcept {
   for (auto &slot : idle_) {
     if (slot.load() != 0) {
-      if (const int taken = slot.exchange(0); taken != 0) {
-        return Descriptor(taken - 1);
+      Descriptor taken(slot.exchange(0) - 1);
+      if (taken && !isGone(taken)) {
+        return taken;
       }
     }
   }

@@ -42,8 +42,8 @@ public:
 
   const ClientOptions &options() const noexcept { return options_; }
 
-  /// Asks once, and once more on a new connection where the first broke: what is asked may be done twice, never after a
-  /// deadline. While the holder hangs, whoever asks fails at once, but for one who tries it now and then.
+  /// Asks once, and once more on a new connection where the first broke meanwhile: what is asked may be done twice,
+  /// never after a deadline. While the holder hangs, whoever asks fails at once, but for one who tries it now and then.
   /// @param request  gets an id and a deadline
   /// @throws Unreachable when no answer came, std::bad_alloc
   Answer ask(Request request);
