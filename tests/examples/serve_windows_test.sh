@@ -8,6 +8,7 @@ trap 'kill -KILL "$server" 2>/dev/null || true; rm -rf "$work"' EXIT
 
 openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout key.pem -out certificate.pem \
   -subj /CN=localhost -addext subjectAltName=DNS:localhost,IP:127.0.0.1 2>/dev/null
+: >out
 "$1" "$2" serve --cert certificate.pem --key key.pem >trace 2>out &
 server=$!
 for _ in $(seq 300); do

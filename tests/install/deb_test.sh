@@ -64,7 +64,7 @@ install -d -o krholder -g krholder /run/krholder
 install -d -o www-data www
 setpriv --reuid krholder --regid krholder --init-groups krholder /etc/krholder/krholder.toml 2>log &
 holder=$!
-for _ in $(seq 100); do
+for _ in $(seq 600); do
   [ ! -S /run/krholder/socket ] || break
   sleep 0.05
 done
