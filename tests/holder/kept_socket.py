@@ -28,7 +28,7 @@ while not os.path.exists("done"):
     lines, errors = os.pipe()
     holder = start(errors)
     os.read(lines, 1)  # it has started
-    time.sleep(0.2)
+    time.sleep(0.5)  # for whoever the last one left without an answer
     os.kill(holder, signal.SIGKILL)
     os.waitpid(holder, 0)
     os.close(lines)
