@@ -73,7 +73,7 @@ bool report() {
             << "; the delegated key's signature was made by "
             << (signedByStore > before ? "the key store" : "someone else") << " and is " << (good ? "good" : "BAD")
             << '\n';
-  ERR_print_errors_cb([](const char *text, std::size_t, void *) { return std::cerr << text ? 1 : 0; }, nullptr);
+  ERR_print_errors_cb([](const char *text, std::size_t, void *) { return (std::cerr << text) ? 1 : 0; }, nullptr);
   return good && signedByStore > before;
 }
 
