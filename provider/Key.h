@@ -1,6 +1,7 @@
 // A key that is at a holder: what everybody may know of it, and how to ask for the rest.
 #pragma once
 
+#include "Beginnings.h"
 #include "Provider.h"
 #include "reference/Reference.h"
 
@@ -25,6 +26,12 @@ public:
   /// The most bytes of a signature, or of a text or cipher.
   std::size_t maxBytes() const noexcept { return maxBytes_; }
 
+  /// An operation on the public key that has begun.
+  /// @throws Raised, std::bad_alloc
+  Shadow begin(Shadow::Start *how, const char *digest, const char *properties) const {
+    return beginnings_.begin(provider_.library(), publicKey_.get(), how, digest, properties);
+  }
+
   /// Asks the holder.
   /// @return the answer's data, at most room bytes
   /// @throws Failure when the holder did not do it, krHolder::Unreachable, std::bad_alloc
@@ -38,6 +45,7 @@ private:
   KeyPtr publicKey_;
   Kind kind_;
   std::size_t maxBytes_;
+  mutable Beginnings beginnings_;
 };
 
 /// What libcrypto holds as a key's data: a share of it, on the heap.

@@ -1,12 +1,14 @@
 // The public side of an operation, and the digests.
 #include "Shadow.h"
 
+#include "Reasons.h"
+
 #include <strings.h>
 
 namespace krProvider {
 
-Shadow::Shadow(const Key &key, const char *properties, Start *start, const OSSL_PARAM params[])
-    : context_(EVP_PKEY_CTX_new_from_pkey(key.provider().library(), key.publicKey(), properties)) {
+Shadow::Shadow(OSSL_LIB_CTX *library, EVP_PKEY *key, const char *properties, Start *start, const OSSL_PARAM params[])
+    : context_(EVP_PKEY_CTX_new_from_pkey(library, key, properties)) {
   if (!context_) {
     throw Raised();
   }
@@ -19,7 +21,7 @@ Shadow::Shadow(const Shadow &other) : context_(EVP_PKEY_CTX_dup(other.get())) {
   }
 }
 
-const Digest &digestNamed(const Key &key, const char *name, const char *properties) {
+const Digest &digestNamed(OSSL_LIB_CTX *library, const char *name, const char *properties) {
   static constexpr Digest kDigests[] = {
       {"SHA256", krHolder::Digest::sha256, 32},    {"SHA384", krHolder::Digest::sha384, 48},
       {"SHA512", krHolder::Digest::sha512, 64},    {"SHA1", krHolder::Digest::sha1, 20},
@@ -31,7 +33,7 @@ const Digest &digestNamed(const Key &key, const char *name, const char *properti
     }
   }
   // By another of its names: the providers know them all.
-  const DigestPtr digest(*name != '\0' ? EVP_MD_fetch(key.provider().library(), name, properties) : nullptr);
+  const DigestPtr digest(*name != '\0' ? EVP_MD_fetch(library, name, properties) : nullptr);
   for (const Digest &known : kDigests) {
     if (EVP_MD_is_a(digest.get(), known.name) == 1) {
       return known;

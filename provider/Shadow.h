@@ -2,7 +2,8 @@
 // defaults and the algorithm's identifier, and does what needs no private key.
 #pragma once
 
-#include "Key.h"
+#include "Handles.h"
+#include "wire/Message.h"
 
 #include <openssl/params.h>
 
@@ -14,7 +15,7 @@ public:
 
   /// @param properties  null for none
   /// @throws Raised
-  Shadow(const Key &key, const char *properties, Start *start, const OSSL_PARAM params[]);
+  Shadow(OSSL_LIB_CTX *library, EVP_PKEY *key, const char *properties, Start *start, const OSSL_PARAM params[]);
   Shadow(const Shadow &other);
   Shadow(Shadow &&other) noexcept = default;
   Shadow &operator=(Shadow &&other) noexcept = default;
@@ -36,6 +37,6 @@ struct Digest {
 
 /// A digest that the program names, among those that holders sign.
 /// @throws Failure when it is none of them, or the program's providers do not have it
-const Digest &digestNamed(const Key &key, const char *name, const char *properties);
+const Digest &digestNamed(OSSL_LIB_CTX *library, const char *name, const char *properties);
 
 } // namespace krProvider

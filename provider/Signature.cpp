@@ -93,11 +93,7 @@ void Signature::start(Shadow::Start *how, const Share *key, const char *digest, 
   }
   message_.clear();
   hash_.reset();
-  OSSL_PARAM named[] = {OSSL_PARAM_construct_end(), OSSL_PARAM_construct_end()};
-  if (digest != nullptr) {
-    named[0] = OSSL_PARAM_construct_utf8_string(OSSL_SIGNATURE_PARAM_DIGEST, const_cast<char *>(digest), 0);
-  }
-  shadow_.emplace(*key_, properties(), how, named);
+  shadow_.emplace(key_->begin(how, digest, properties()));
   if (params != nullptr) {
     done(shadow_->set(params));
   }
@@ -146,7 +142,8 @@ krHolder::Bytes Signature::signDigest(krHolder::View digest, std::size_t room) c
 krHolder::Bytes Signature::ask(krHolder::Form form, krHolder::Bytes data, std::size_t room) const {
   const Wishes wishes(*shadow_);
   const bool byLength = key_->kind() == Kind::ec && form == krHolder::Form::digest && *wishes.digest == '\0';
-  const Digest &digest = digestNamed(*key_, byLength ? nameByLength(data.size()) : wishes.digest, properties());
+  const Digest &digest =
+      digestNamed(provider_.library(), byLength ? nameByLength(data.size()) : wishes.digest, properties());
   if (form == krHolder::Form::digest && data.size() != digest.bytes) {
     throw Failure(Reason::digestLength);
   }
@@ -167,7 +164,7 @@ krHolder::Bytes Signature::ask(krHolder::Form form, krHolder::Bytes data, std::s
 
 void Signature::describePss(krHolder::Sign &sign, std::size_t digestBytes, const char *maskDigest, int saltRule) const {
   sign.scheme = krHolder::Scheme::pss;
-  sign.maskDigest = digestNamed(*key_, maskDigest, properties()).code;
+  sign.maskDigest = digestNamed(provider_.library(), maskDigest, properties()).code;
   sign.saltBytes = static_cast<std::uint16_t>(saltBytes(saltRule, digestBytes, key_->publicKey()));
 }
 

@@ -1,7 +1,7 @@
 // Signing at the holder; verifying here, with the public key.
 #pragma once
 
-#include "Shadow.h"
+#include "Key.h"
 
 #include <optional>
 

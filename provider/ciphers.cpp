@@ -1,6 +1,6 @@
 // RSA's cipher: deciphering at the holder, enciphering here, with the public key.
 #include "Algorithms.h"
-#include "Shadow.h"
+#include "Key.h"
 
 #include <openssl/core_names.h>
 #include <openssl/rsa.h>
@@ -49,8 +49,8 @@ void describeOaep(krHolder::Decrypt &decrypt, const Cipher &cipher, const Wishes
   const char *digest = *wishes.digest != '\0' ? wishes.digest : "SHA1"; // RFC 8017, A.2.1: the default
   const char *mask = *wishes.mask != '\0' ? wishes.mask : digest;
   decrypt.padding = krHolder::Padding::oaep;
-  decrypt.digest = digestNamed(*cipher.key, digest, nullptr).code;
-  decrypt.maskDigest = digestNamed(*cipher.key, mask, nullptr).code;
+  decrypt.digest = digestNamed(cipher.provider.library(), digest, nullptr).code;
+  decrypt.maskDigest = digestNamed(cipher.provider.library(), mask, nullptr).code;
   const krHolder::View label(static_cast<const unsigned char *>(wishes.label), wishes.labelBytes);
   if (label.size() > krHolder::kMaxMessageBytes) {
     throw Failure(Reason::unsupportedPadding, "the label is too long");
@@ -111,7 +111,10 @@ template <Shadow::Start *how> int start(void *context, void *keyData, const OSSL
   Cipher &cipher = cipherOf(context);
   return guarded(cipher.provider, [&] {
     cipher.key = shareOf(keyData);
-    cipher.shadow.emplace(*cipher.key, nullptr, how, params);
+    cipher.shadow.emplace(cipher.key->begin(how, nullptr, nullptr));
+    if (params != nullptr) {
+      done(cipher.shadow->set(params));
+    }
     return 1;
   });
 }

@@ -107,9 +107,10 @@ Client::Attempt Client::exchange(Descriptor connection, View frames, int answers
   if (made.outcome == Outcome::closed) {
     made.outcome = Outcome::done; // an answer may have come before
   }
+  Incoming incoming(connection);
+  Bytes payload;
   while (made.outcome == Outcome::done && answers-- > 0) {
-    Bytes payload;
-    made.outcome = receive(connection, payload, deadline);
+    made.outcome = incoming.next(payload, deadline);
     if (made.outcome != Outcome::done) {
       return made;
     }
@@ -123,7 +124,7 @@ Client::Attempt Client::exchange(Descriptor connection, View frames, int answers
       return made;
     }
   }
-  if (made.outcome == Outcome::done) {
+  if (made.outcome == Outcome::done && incoming.empty()) {
     keep(std::move(connection));
   }
   return made;

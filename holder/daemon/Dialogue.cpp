@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <poll.h>
 #include <sys/socket.h>
 
 namespace krHolder {
@@ -33,16 +32,12 @@ std::optional<Peer> peerOf(const Descriptor &connection) {
   return peer;
 }
 
-void awaitFrame(const Descriptor &connection) {
-  pollfd entry{connection.get(), POLLIN, 0};
-  while (poll(&entry, 1, -1) < 0 && errno == EINTR) {
-  }
-}
-
-std::optional<Request> nextRequest(const Descriptor &connection, const Peer &peer) {
-  awaitFrame(connection);
+std::optional<Request> nextRequest(Incoming &incoming, const Peer &peer) {
   Bytes payload;
-  const Outcome outcome = receive(connection, payload, Clock::now() + kPatience);
+  Outcome outcome = incoming.await();
+  if (outcome == Outcome::done) {
+    outcome = incoming.next(payload, Clock::now() + kPatience);
+  }
   auto request = outcome == Outcome::done ? decodeRequest(payload) : std::nullopt;
   if (!request && outcome != Outcome::closed) {
     log("malformed", {{"uid", std::to_string(peer.user)}, {"pid", std::to_string(peer.process)}});
@@ -51,8 +46,9 @@ std::optional<Request> nextRequest(const Descriptor &connection, const Peer &pee
 }
 
 void serve(const Descriptor &connection, const Peer &peer, const CurrentService &current) {
+  Incoming incoming(connection);
   bool greeted = false;
-  while (const auto request = nextRequest(connection, peer)) {
+  while (const auto request = nextRequest(incoming, peer)) {
     const bool greets = request->operation == Operation::hello;
     const Answer answer = greets == greeted ? refusal(request->id, Status::badRequest, "one greeting, first of all")
                                             : current()->answer(*request, peer);

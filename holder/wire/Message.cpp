@@ -8,8 +8,14 @@ namespace krHolder {
 
 namespace {
 
-Bytes framed(const Bytes &payload) {
-  return std::move(Writer().number(static_cast<std::uint32_t>(payload.size())).bytes(payload)).take();
+constexpr std::uint32_t kHead = 0; // until the length is known
+
+Bytes framed(Bytes frame) {
+  std::size_t length = frame.size() - kHeadBytes;
+  for (std::size_t at = kHeadBytes; at-- > 0; length >>= 8U) {
+    frame[at] = static_cast<unsigned char>(length);
+  }
+  return frame;
 }
 
 View viewOf(std::string_view text) { return {reinterpret_cast<const unsigned char *>(text.data()), text.size()}; }
@@ -73,7 +79,7 @@ decltype(Request::body) readBody(Operation operation, Reader &from) {
 
 Bytes encode(const Request &request) {
   Writer to;
-  to.code(request.operation).number(request.id).number(request.deadline).bytes(request.key);
+  to.number(kHead).code(request.operation).number(request.id).number(request.deadline).bytes(request.key);
   to.number(static_cast<std::uint8_t>(request.name.size())).bytes(viewOf(request.name));
   std::visit([&](const auto &body) { write(to, body); }, request.body);
   return framed(std::move(to).take());
@@ -81,7 +87,7 @@ Bytes encode(const Request &request) {
 
 Bytes encode(const Answer &answer) {
   Writer to;
-  to.number(answer.id).code(answer.status).bytes(answer.data);
+  to.number(kHead).number(answer.id).code(answer.status).bytes(answer.data);
   return framed(std::move(to).take());
 }
 

@@ -9,6 +9,8 @@ namespace krHolder {
 
 class Writer {
 public:
+  Writer() { bytes_.reserve(kUsualBytes); }
+
   template <std::unsigned_integral Number> Writer &number(Number value) {
     for (std::size_t left = sizeof(Number); left-- > 0;) {
       bytes_.push_back(static_cast<unsigned char>(value >> (8 * left)));
@@ -24,6 +26,8 @@ public:
   Bytes take() && { return std::move(bytes_); }
 
 private:
+  static constexpr std::size_t kUsualBytes = 512; // growing wipes and copies
+
   Bytes bytes_;
 };
 

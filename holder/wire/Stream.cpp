@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstring>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -41,16 +42,31 @@ Outcome afterFailure(const Descriptor &socket, short events, Clock::time_point d
   return errno == EPIPE || errno == ECONNRESET ? Outcome::closed : Outcome::failed;
 }
 
-Outcome receiveAll(const Descriptor &socket, std::span<unsigned char> out, Clock::time_point deadline) noexcept {
-  while (!out.empty()) {
-    const ssize_t received = recv(socket.get(), out.data(), out.size(), MSG_DONTWAIT);
-    if (received > 0) {
-      out = out.subspan(static_cast<std::size_t>(received));
-    } else if (received == 0) {
-      return Outcome::closed;
-    } else if (const Outcome outcome = afterFailure(socket, POLLIN, deadline); outcome != Outcome::done) {
+// Some bytes, one at least.
+Outcome receiveSome(const Descriptor &socket, std::span<unsigned char> out, std::size_t &count,
+                    Clock::time_point deadline) noexcept {
+  for (;;) {
+    if (const Outcome outcome = await(socket, POLLIN, deadline); outcome != Outcome::done) {
       return outcome;
     }
+    const ssize_t received = recv(socket.get(), out.data(), out.size(), MSG_DONTWAIT);
+    if (received >= 0) {
+      count = static_cast<std::size_t>(received);
+      return received > 0 ? Outcome::done : Outcome::closed;
+    }
+    if (const Outcome outcome = afterFailure(socket, POLLIN, deadline); outcome != Outcome::done) {
+      return outcome;
+    }
+  }
+}
+
+Outcome receiveAll(const Descriptor &socket, std::span<unsigned char> out, Clock::time_point deadline) noexcept {
+  while (!out.empty()) {
+    std::size_t count = 0;
+    if (const Outcome outcome = receiveSome(socket, out, count, deadline); outcome != Outcome::done) {
+      return outcome;
+    }
+    out = out.subspan(count);
   }
   return Outcome::done;
 }
@@ -77,17 +93,51 @@ Outcome send(const Descriptor &socket, View frames, Clock::time_point deadline) 
   return Outcome::done;
 }
 
-Outcome receive(const Descriptor &socket, Bytes &payload, Clock::time_point deadline) {
-  std::array<unsigned char, kHeadBytes> head;
-  if (const Outcome outcome = receiveAll(socket, head, deadline); outcome != Outcome::done) {
+Incoming::~Incoming() { explicit_bzero(room_.data(), room_.size()); }
+
+Outcome Incoming::await() noexcept {
+  while (come_.empty()) {
+    const ssize_t received = recv(socket_.get(), room_.data(), room_.size(), 0);
+    if (received > 0) {
+      come_ = std::span(room_).first(static_cast<std::size_t>(received));
+    } else if (received == 0) {
+      return Outcome::closed;
+    } else if (errno != EINTR) {
+      return errno == ECONNRESET ? Outcome::closed : Outcome::failed;
+    }
+  }
+  return Outcome::done;
+}
+
+Outcome Incoming::receiveHead(Clock::time_point deadline) noexcept {
+  std::memmove(room_.data(), come_.data(), come_.size());
+  std::size_t there = come_.size();
+  while (there < kHeadBytes) {
+    std::size_t count = 0;
+    if (const Outcome outcome = receiveSome(socket_, std::span(room_).subspan(there), count, deadline);
+        outcome != Outcome::done) {
+      return outcome;
+    }
+    there += count;
+  }
+  come_ = std::span(room_).first(there);
+  return Outcome::done;
+}
+
+Outcome Incoming::next(Bytes &payload, Clock::time_point deadline) {
+  if (const Outcome outcome = receiveHead(deadline); outcome != Outcome::done) {
     return outcome;
   }
-  const auto length = payloadBytes(head);
+  const auto length = payloadBytes(come_.first<kHeadBytes>());
   if (!length) {
     return Outcome::malformed;
   }
-  payload.assign(*length, 0);
-  return receiveAll(socket, payload, deadline);
+  come_ = come_.subspan(kHeadBytes);
+  const auto here = come_.first(std::min(come_.size(), *length));
+  come_ = come_.subspan(here.size());
+  payload.resize(*length);
+  std::ranges::copy(here, payload.begin());
+  return receiveAll(socket_, std::span(payload).subspan(here.size()), deadline);
 }
 
 } // namespace krHolder

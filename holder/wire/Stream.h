@@ -38,8 +38,31 @@ enum class Outcome { done, closed, timedOut, malformed, failed };
 /// Sends all of it; the peer's death raises no signal.
 Outcome send(const Descriptor &socket, View frames, Clock::time_point deadline) noexcept;
 
-/// Receives one frame.
-/// @param payload  is replaced
-Outcome receive(const Descriptor &socket, Bytes &payload, Clock::time_point deadline);
+/// The frames that come over a socket, a call of the system for each: what comes with one of the next is kept for it.
+class Incoming {
+public:
+  /// @param socket  lives longer than this
+  explicit Incoming(const Descriptor &socket) : socket_(socket) {}
+  ~Incoming();
+  Incoming(const Incoming &) = delete;
+  Incoming &operator=(const Incoming &) = delete;
+
+  /// Waits for the first bytes of a frame, for as long as it takes.
+  Outcome await() noexcept;
+
+  /// Receives one frame.
+  /// @param payload  is replaced
+  Outcome next(Bytes &payload, Clock::time_point deadline);
+
+  /// Whether nothing has come of a further frame.
+  bool empty() const noexcept { return come_.empty(); }
+
+private:
+  Outcome receiveHead(Clock::time_point deadline) noexcept;
+
+  const Descriptor &socket_;
+  std::array<unsigned char, 1024> room_{};         // most frames are shorter
+  std::span<unsigned char> come_{room_.data(), 0}; // the part of it that nobody has had
+};
 
 } // namespace krHolder

@@ -1,0 +1,31 @@
+// How operations on a key begin: fetching what they need takes longer than most of what comes after.
+#pragma once
+
+#include "Shadow.h"
+
+#include <array>
+#include <atomic>
+
+namespace krProvider {
+
+/// Keeps the first operation of each kind as it began, under the properties and providers of then; those after it are
+/// copies. Any number of threads may use one, and a forked child too.
+class Beginnings {
+public:
+  Beginnings() = default;
+  ~Beginnings();
+  Beginnings(const Beginnings &) = delete;
+  Beginnings &operator=(const Beginnings &) = delete;
+
+  /// @param digest      null: none is set
+  /// @param properties  null for none
+  /// @throws Raised, std::bad_alloc
+  Shadow begin(OSSL_LIB_CTX *library, EVP_PKEY *key, Shadow::Start *how, const char *digest, const char *properties);
+
+private:
+  struct Kept;
+
+  std::array<std::atomic<const Kept *>, 8> kept_{}; // from the front; a fork leaves nothing half done, unlike a lock
+};
+
+} // namespace krProvider
