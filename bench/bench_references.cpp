@@ -1,5 +1,6 @@
 // Handshakes of a server of OpenSSL 3 with a key reference against those with the key file that it stands for:
-// processor time of the server's side and of the holder together. Uses the system's OpenSSL 3, not the library.
+// processor time of the server's side and of the holder together, with one core for everything, and with all; and how
+// many are made in a second. Uses the system's OpenSSL 3, not the library.
 #include <benchmark/benchmark.h>
 
 #include <openssl/pem.h>
@@ -14,6 +15,7 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <sched.h>
 #include <stdexcept>
 #include <string>
 #include <sys/stat.h>
@@ -80,6 +82,30 @@ bool run(const std::vector<std::string> &words) {
   return waitpid(start(words), &status, 0) > 0 && status == 0;
 }
 
+cpu_set_t coresOfProgram() {
+  cpu_set_t cores;
+  require(sched_getaffinity(0, sizeof cores, &cores) == 0, "the cores cannot be read");
+  return cores;
+}
+
+cpu_set_t oneOf(const cpu_set_t &cores) {
+  std::size_t first = 0;
+  while (CPU_ISSET(first, &cores) == 0) {
+    ++first;
+  }
+  cpu_set_t one;
+  CPU_ZERO(&one);
+  CPU_SET(first, &one);
+  return one;
+}
+
+// All threads of a process; those to come are made by one of them.
+void confine(pid_t process, const cpu_set_t &cores) {
+  for (const auto &thread : std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
+    sched_setaffinity(std::stoi(thread.path().filename()), sizeof cores, &cores);
+  }
+}
+
 // A holder of both keys, as long as this lives.
 class Holder {
 public:
@@ -106,6 +132,7 @@ public:
   Holder(const Holder &) = delete;
   Holder &operator=(const Holder &) = delete;
   double seconds() const { return secondsOf(clock_); }
+  pid_t process() const { return process_; }
 
 private:
   pid_t process_ = 0;
@@ -153,6 +180,11 @@ public:
             "the server does not take its key");
   }
 
+  void confineTo(const cpu_set_t &cores) const {
+    confine(getpid(), cores);
+    confine(holder_.process(), cores);
+  }
+
   // A full handshake: what its server's side and the holder took.
   double play() const {
     const double holderBefore = holder_.seconds();
@@ -187,14 +219,16 @@ private:
   const Holder &holder_;
 };
 
-void add(const std::string &name, const std::shared_ptr<const Scene> &scene) {
-  const auto measure = [scene](benchmark::State &state) {
+using SharedScene = std::shared_ptr<const Scene>;
+
+benchmark::internal::Benchmark *add(const std::string &name, const SharedScene &scene, const cpu_set_t &cores) {
+  return benchmark::RegisterBenchmark(name.c_str(), [scene, cores](benchmark::State &state) {
+    scene->confineTo(cores);
     for ([[maybe_unused]] auto round : state) {
       state.SetIterationTime(scene->play());
     }
     state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()));
-  };
-  benchmark::RegisterBenchmark(name.c_str(), measure)->UseManualTime();
+  });
 }
 
 void measureAll() {
@@ -206,10 +240,21 @@ void measureAll() {
   OSSL_PROVIDER_set_default_search_path(nullptr, KR_PROVIDER_DIR);
   require(OSSL_PROVIDER_load(nullptr, "default") != nullptr && OSSL_PROVIDER_load(nullptr, "krprovider") != nullptr,
           "the provider cannot be loaded");
+  const cpu_set_t all = coresOfProgram();
   for (const Case &row : kCases) {
-    const std::string name = "reference/" + std::string(row.name);
-    add(name + "/key file", std::make_shared<const Scene>(row, folder, ".pem", holder));
-    add(name + "/reference", std::make_shared<const Scene>(row, folder, ".ref", holder));
+    const std::string name = std::string("reference/") + row.name;
+    const std::array<std::pair<std::string, SharedScene>, 2> ways{
+        {{name + "/key file", std::make_shared<const Scene>(row, folder, ".pem", holder)},
+         {name + "/reference", std::make_shared<const Scene>(row, folder, ".ref", holder)}}};
+    for (const auto &[way, scene] : ways) {
+      add(way + "/one core", scene, oneOf(all))->UseManualTime();
+    }
+    for (const auto &[way, scene] : ways) {
+      add(way + "/all cores", scene, all)->UseManualTime();
+    }
+    for (const auto &[way, scene] : ways) {
+      add(way, scene, all)->UseRealTime()->Threads(4);
+    }
   }
   benchmark::ConsoleReporter reporter(benchmark::ConsoleReporter::OO_Tabular);
   reporter.SetOutputStream(&std::cerr);

@@ -127,10 +127,13 @@ def waiting_table(results):
 def reference_table(results):
     rows = []
     for case in results.cases("reference"):
-        plain = 1e6 / results.rate("reference", case, "key file")
-        speed = results.speed("reference", case, "reference", "key file")
-        rows.append([case, f"{plain:,.0f}", f"{1 / speed.value:.2f}", f"{1 / speed.high:.2f} to {1 / speed.low:.2f}"])
-    return table(["handshake", "key file, µs", "reference, times that", "interval"], rows)
+        row = [case, f"{1e6 / results.rate('reference', case, 'key file', 'one core'):,.0f}"]
+        for cores in ("one core", "all cores"):
+            speed = results.speed("reference", case, "reference", "key file", cores)
+            row.append(f"{1 / speed.value:.2f} ({1 / speed.high:.2f} to {1 / speed.low:.2f})")
+        rows.append([*row, both(results.speed("reference", case, "reference", "key file", "threads:4"), 2)])
+    return table(["handshake", "key file, µs", "reference, times that, on one core", "on all cores",
+                  "handshakes a second"], rows)
 
 
 def rest_table(results):
