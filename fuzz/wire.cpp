@@ -1,9 +1,11 @@
-// Frames and references from anybody: what is taken is what it would be written as.
+// Frames and references from anybody: what is taken is what it would be written as. And frames over a socket, cut
+// anywhere.
 #include "reference/Reference.h"
-#include "wire/Message.h"
+#include "wire/Stream.h"
 
 #include <algorithm>
 #include <cstdlib>
+#include <sys/socket.h>
 
 using namespace krHolder;
 
@@ -23,12 +25,40 @@ template <class Message> void expectSame(const std::optional<Message> &message, 
   }
 }
 
+void expectNext(Incoming &incoming, View payload) {
+  Bytes come;
+  expect(incoming.next(come, Clock::now() + std::chrono::seconds(5)) == Outcome::done);
+  expect(std::ranges::equal(come, payload));
+}
+
+// Two frames, of which some bytes of the second come with the first.
+void expectThrough(View payload) {
+  std::array<int, 2> ends{};
+  expect(socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) == 0);
+  const Descriptor from(ends[0]);
+  const Descriptor to(ends[1]);
+  Bytes frame{0, 0, static_cast<unsigned char>(payload.size() >> 8U), static_cast<unsigned char>(payload.size())};
+  frame.insert(frame.end(), payload.begin(), payload.end());
+  Bytes first = frame;
+  const auto cut = frame.begin() + payload[0] % static_cast<std::ptrdiff_t>(frame.size());
+  first.insert(first.end(), frame.begin(), cut);
+  Incoming incoming(to);
+  expect(send(from, first, Clock::time_point::max()) == Outcome::done);
+  expectNext(incoming, payload);
+  expect(send(from, View(cut, frame.end()), Clock::time_point::max()) == Outcome::done);
+  expectNext(incoming, payload);
+  expect(incoming.empty());
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, std::size_t size) {
   const View payload(data, std::min(size, kMaxPayloadBytes));
   expectSame(decodeRequest(payload), payload);
   expectSame(decodeAnswer(payload), payload);
+  if (!payload.empty() && size < kMaxPayloadBytes) {
+    expectThrough(payload);
+  }
   try {
     expect(std::ranges::equal(encode(decodeReference(payload)), payload));
   } catch (const BadReference &) {
