@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# From a fresh Debian 12 machine to docs/benchmarks: sets up, builds, runs the benchmarks for some fifteen minutes and
+# From a fresh Debian 12 machine to docs/benchmarks: sets up, builds, runs the benchmarks for some twenty minutes and
 # writes the page, its plots and the results. With --quick everything runs once, in about a minute, and the page goes
 # to build/bench/report: its figures mean nothing.
 set -euo pipefail
