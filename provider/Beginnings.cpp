@@ -28,6 +28,7 @@ Shadow first(OSSL_LIB_CTX *library, EVP_PKEY *key, Shadow::Start *how, const cha
 
 struct Beginnings::Kept {
   Shadow::Start *how;
+  bool isFips;
   std::optional<std::string> digest;
   std::optional<std::string> properties;
   Shadow shadow;
@@ -41,18 +42,20 @@ Beginnings::~Beginnings() {
 
 Shadow Beginnings::begin(OSSL_LIB_CTX *library, EVP_PKEY *key, Shadow::Start *how, const char *digest,
                          const char *properties) {
+  const bool isFips = EVP_default_properties_is_fips_enabled(library) == 1;
   for (auto &slot : kept_) {
     const Kept *kept = slot.load();
     if (kept == nullptr) {
       auto fresh = std::make_unique<Kept>(
-          Kept{how, copyOf(digest), copyOf(properties), first(library, key, how, digest, properties)});
+          Kept{how, isFips, copyOf(digest), copyOf(properties), first(library, key, how, digest, properties)});
       Shadow own = fresh->shadow;
       if (slot.compare_exchange_strong(kept, fresh.get())) {
         static_cast<void>(fresh.release());
       }
       return own;
     }
-    if (kept->how == how && isSame(kept->digest, digest) && isSame(kept->properties, properties)) {
+    if (kept->how == how && kept->isFips == isFips && isSame(kept->digest, digest) &&
+        isSame(kept->properties, properties)) {
       return kept->shadow;
     }
   }

@@ -8,8 +8,9 @@
 
 namespace krProvider {
 
-/// Keeps the first operation of each kind as it began, under the properties and providers of then; those after it are
-/// copies. Any number of threads may use one, and a forked child too.
+/// Keeps the first operation of each kind as it began, with the providers of then; those after it are copies. FIPS as a
+/// default property makes a kind of its own; other default properties are those of then. Any number of threads may use
+/// one, and a fork leaves nothing of it half done.
 class Beginnings {
 public:
   Beginnings() = default;
@@ -25,7 +26,7 @@ public:
 private:
   struct Kept;
 
-  std::array<std::atomic<const Kept *>, 8> kept_{}; // from the front; a fork leaves nothing half done, unlike a lock
+  std::array<std::atomic<const Kept *>, 8> kept_{}; // from the front
 };
 
 } // namespace krProvider

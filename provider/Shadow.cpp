@@ -21,6 +21,13 @@ Shadow::Shadow(const Shadow &other) : context_(EVP_PKEY_CTX_dup(other.get())) {
   }
 }
 
+const Shadow &begun(const std::optional<Shadow> &shadow) {
+  if (!shadow) {
+    throw Failure(Reason::internal, "no operation has begun");
+  }
+  return *shadow;
+}
+
 const Digest &digestNamed(OSSL_LIB_CTX *library, const char *name, const char *properties) {
   static constexpr Digest kDigests[] = {
       {"SHA256", krHolder::Digest::sha256, 32},    {"SHA384", krHolder::Digest::sha384, 48},

@@ -7,6 +7,8 @@
 
 #include <openssl/params.h>
 
+#include <optional>
+
 namespace krProvider {
 
 class Shadow {
@@ -28,6 +30,10 @@ public:
 private:
   KeyContextPtr context_;
 };
+
+/// For what an operation does once it has begun: libcrypto goes on when its beginning has failed.
+/// @throws Failure when it has not
+const Shadow &begun(const std::optional<Shadow> &shadow);
 
 struct Digest {
   const char *name;

@@ -85,6 +85,7 @@ Signature::Signature(const Signature &other)
 }
 
 void Signature::start(Shadow::Start *how, const Share *key, const char *digest, const OSSL_PARAM params[]) {
+  shadow_.reset();
   if (key != nullptr) {
     key_ = *key;
   }
@@ -93,10 +94,11 @@ void Signature::start(Shadow::Start *how, const Share *key, const char *digest, 
   }
   message_.clear();
   hash_.reset();
-  shadow_.emplace(key_->begin(how, digest, properties()));
+  Shadow fresh = key_->begin(how, digest, properties());
   if (params != nullptr) {
-    done(shadow_->set(params));
+    done(fresh.set(params));
   }
+  shadow_ = std::move(fresh);
 }
 
 int Signature::set(const OSSL_PARAM params[]) { return shadow_ ? shadow_->set(params) : 0; }
@@ -113,7 +115,7 @@ void Signature::update(krHolder::View data) {
 }
 
 void Signature::startHash() {
-  const DigestPtr digest(EVP_MD_fetch(provider_.library(), Wishes(*shadow_).digest, properties()));
+  const DigestPtr digest(EVP_MD_fetch(provider_.library(), Wishes(begun(shadow_)).digest, properties()));
   DigestContextPtr hash(EVP_MD_CTX_new());
   done(EVP_DigestInit_ex2(hash.get(), digest.get(), nullptr));
   done(EVP_DigestUpdate(hash.get(), message_.data(), message_.size()));
@@ -140,7 +142,7 @@ krHolder::Bytes Signature::signDigest(krHolder::View digest, std::size_t room) c
 }
 
 krHolder::Bytes Signature::ask(krHolder::Form form, krHolder::Bytes data, std::size_t room) const {
-  const Wishes wishes(*shadow_);
+  const Wishes wishes(begun(shadow_));
   const bool byLength = key_->kind() == Kind::ec && form == krHolder::Form::digest && *wishes.digest == '\0';
   const Digest &digest =
       digestNamed(provider_.library(), byLength ? nameByLength(data.size()) : wishes.digest, properties());
@@ -171,7 +173,8 @@ void Signature::describePss(krHolder::Sign &sign, std::size_t digestBytes, const
 bool Signature::verifyMessage(krHolder::View signature) { return verifyDigest(signature, finishHash()); }
 
 bool Signature::verifyDigest(krHolder::View signature, krHolder::View digest) const noexcept {
-  return EVP_PKEY_verify(shadow_->get(), signature.data(), signature.size(), digest.data(), digest.size()) == 1;
+  return shadow_ &&
+         EVP_PKEY_verify(shadow_->get(), signature.data(), signature.size(), digest.data(), digest.size()) == 1;
 }
 
 } // namespace krProvider

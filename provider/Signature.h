@@ -16,7 +16,7 @@ public:
 
   const Provider &provider() const noexcept { return provider_; }
   const Shadow *shadow() const noexcept { return shadow_ ? &*shadow_ : nullptr; }
-  std::size_t maxBytes() const noexcept { return key_->maxBytes(); }
+  std::size_t maxBytes() const noexcept { return key_ ? key_->maxBytes() : 0; }
 
   /// Contacts nobody: TLS 1.3 begins twice for each signature.
   /// @param key     null: the one it had

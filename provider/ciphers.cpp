@@ -110,19 +110,22 @@ void *duplicate(void *context) noexcept {
 template <Shadow::Start *how> int start(void *context, void *keyData, const OSSL_PARAM params[]) noexcept {
   Cipher &cipher = cipherOf(context);
   return guarded(cipher.provider, [&] {
+    cipher.shadow.reset();
     cipher.key = shareOf(keyData);
-    cipher.shadow.emplace(cipher.key->begin(how, nullptr, nullptr));
+    Shadow fresh = cipher.key->begin(how, nullptr, nullptr);
     if (params != nullptr) {
-      done(cipher.shadow->set(params));
+      done(fresh.set(params));
     }
+    cipher.shadow = std::move(fresh);
     return 1;
   });
 }
 
 int encrypt(void *context, unsigned char *out, std::size_t *length, std::size_t room, const unsigned char *in,
             std::size_t inLength) noexcept {
+  const auto &shadow = cipherOf(context).shadow;
   *length = room;
-  return EVP_PKEY_encrypt(cipherOf(context).shadow->get(), out, length, in, inLength) == 1;
+  return shadow && EVP_PKEY_encrypt(shadow->get(), out, length, in, inLength) == 1;
 }
 
 // Without out only the length is asked for.
@@ -130,7 +133,7 @@ int decrypt(void *context, unsigned char *out, std::size_t *length, std::size_t 
             std::size_t inLength) noexcept {
   const Cipher &cipher = cipherOf(context);
   return guarded(cipher.provider, [&] {
-    const Wishes wishes(*cipher.shadow);
+    const Wishes wishes(begun(cipher.shadow));
     if (out == nullptr) {
       *length = wishes.padding == RSA_PKCS1_WITH_TLS_PADDING ? krHolder::kPremasterBytes : cipher.key->maxBytes();
       return 1;

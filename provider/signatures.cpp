@@ -101,7 +101,7 @@ int recover(void *context, unsigned char *out, std::size_t *length, std::size_t 
             std::size_t signatureLength) noexcept {
   *length = room;
   const Shadow *shadow = signatureOf(context).shadow();
-  return EVP_PKEY_verify_recover(shadow->get(), out, length, signature, signatureLength) == 1;
+  return shadow != nullptr && EVP_PKEY_verify_recover(shadow->get(), out, length, signature, signatureLength) == 1;
 }
 
 int setParams(void *context, const OSSL_PARAM params[]) noexcept { return signatureOf(context).set(params); }

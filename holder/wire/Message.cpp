@@ -106,7 +106,7 @@ std::optional<Request> decodeRequest(View payload) {
   const View name = from.take(from.number<std::uint8_t>());
   request.name.assign(name.begin(), name.end());
   request.body = readBody(request.operation, from);
-  const bool good = from.whole() && (request.name.empty() || isName(request.name));
+  const bool good = from.whole() && request.id != 0 && (request.name.empty() || isName(request.name));
   return good ? std::optional(std::move(request)) : std::nullopt;
 }
 

@@ -78,6 +78,24 @@ ec|bad setting of the key holder's provider::-1:the socket|KRHOLDER_SOCKET=x ope
 off-curve|bad key reference::-1:its public key is damaged|openssl pkey -in KEY.ref -pubout
 ROWS
 
+# A program that goes on after a beginning that failed, and one that wants FIPS from now on, for a key that it has used.
+sed '/^module/a fips = yes' openssl.cnf >fips.cnf
+says ok env OPENSSL_CONF=fips.cnf python3 -c '
+import ctypes
+crypto, pointer = ctypes.CDLL("libcrypto.so.3"), ctypes.c_void_p
+for name in ("BIO_new_file", "PEM_read_bio_PrivateKey", "EVP_MD_CTX_new"):
+    getattr(crypto, name).restype = pointer
+key = pointer(crypto.PEM_read_bio_PrivateKey(pointer(crypto.BIO_new_file(b"rsa.ref", b"r")), None, None, None))
+def signs(digest):
+    context, out, length = pointer(crypto.EVP_MD_CTX_new()), ctypes.create_string_buffer(512), ctypes.c_size_t(512)
+    begun = crypto.EVP_DigestSignInit_ex(context, None, digest, None, None, key, None)
+    signed = crypto.EVP_DigestSign(context, out, ctypes.byref(length), b"text", ctypes.c_size_t(4))
+    return begun == 1 and signed == 1
+assert signs(b"SHA256") and not signs(b"SHAKE256")
+crypto.EVP_default_properties_enable_fips(None, 1)
+assert not signs(b"SHA256")
+'
+
 # Handshakes: nginx and curl show the same key, each from the holder.
 port=$((20000 + RANDOM % 12000)) # below those that connections get
 {
