@@ -131,7 +131,7 @@ def reference_table(results):
         row = [case, f"{1e6 / results.rate('reference', case, 'key file', 'one core'):,.0f}"]
         for cores in ("one core", "all cores"):
             speed = results.speed("reference", case, "reference", "key file", cores)
-            row.append(f"{1 / speed.value:.2f} ({1 / speed.high:.2f} to {1 / speed.low:.2f})")
+            row.append(both(Speed(1 / speed.value, 1 / speed.high, 1 / speed.low), 2))
         rows.append([*row, both(results.speed("reference", case, "reference", "key file", "threads:4"), 2)])
     return table(["handshake", "key file, µs", "reference, times that, on one core", "on all cores",
                   "handshakes a second"], rows)

@@ -1,6 +1,7 @@
 // Frames and references from anybody: what is taken is what it would be written as. And frames over a socket, cut
 // anywhere.
 #include "reference/Reference.h"
+#include "wire/Octets.h"
 #include "wire/Stream.h"
 
 #include <algorithm>
@@ -37,8 +38,7 @@ void expectThrough(View payload) {
   expect(socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) == 0);
   const Descriptor from(ends[0]);
   const Descriptor to(ends[1]);
-  Bytes frame{0, 0, static_cast<unsigned char>(payload.size() >> 8U), static_cast<unsigned char>(payload.size())};
-  frame.insert(frame.end(), payload.begin(), payload.end());
+  const Bytes frame = std::move(Writer().number(static_cast<std::uint32_t>(payload.size())).bytes(payload)).take();
   Bytes first = frame;
   const auto cut = frame.begin() + payload[0] % static_cast<std::ptrdiff_t>(frame.size());
   first.insert(first.end(), frame.begin(), cut);

@@ -61,6 +61,14 @@ Key::Key(Provider &provider, const krHolder::Reference &reference)
       publicKey_(readPublicKey(provider.library(), reference.publicKey)), kind_(kindOf(publicKey_.get())),
       maxBytes_(static_cast<std::size_t>(std::max(EVP_PKEY_get_size(publicKey_.get()), 0))) {}
 
+Shadow Key::begin(Shadow::Start *how, const char *digest, const char *properties, const OSSL_PARAM params[]) const {
+  Shadow fresh = beginnings_.begin(provider_.library(), publicKey_.get(), how, digest, properties);
+  if (params != nullptr) {
+    done(fresh.set(params));
+  }
+  return fresh;
+}
+
 krHolder::Bytes Key::ask(krHolder::Operation operation, decltype(krHolder::Request::body) body,
                          std::size_t room) const {
   krHolder::Answer answer = client_->ask({operation, 0, 0, fingerprint_, name_, std::move(body)});

@@ -27,10 +27,9 @@ public:
   std::size_t maxBytes() const noexcept { return maxBytes_; }
 
   /// An operation on the public key that has begun.
+  /// @param digest, properties, params  null for none
   /// @throws Raised, std::bad_alloc
-  Shadow begin(Shadow::Start *how, const char *digest, const char *properties) const {
-    return beginnings_.begin(provider_.library(), publicKey_.get(), how, digest, properties);
-  }
+  Shadow begin(Shadow::Start *how, const char *digest, const char *properties, const OSSL_PARAM params[]) const;
 
   /// Asks the holder.
   /// @return the answer's data, at most room bytes

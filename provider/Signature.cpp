@@ -94,11 +94,7 @@ void Signature::start(Shadow::Start *how, const Share *key, const char *digest, 
   }
   message_.clear();
   hash_.reset();
-  Shadow fresh = key_->begin(how, digest, properties());
-  if (params != nullptr) {
-    done(fresh.set(params));
-  }
-  shadow_ = std::move(fresh);
+  shadow_ = key_->begin(how, digest, properties(), params);
 }
 
 int Signature::set(const OSSL_PARAM params[]) { return shadow_ ? shadow_->set(params) : 0; }

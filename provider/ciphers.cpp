@@ -112,11 +112,7 @@ template <Shadow::Start *how> int start(void *context, void *keyData, const OSSL
   return guarded(cipher.provider, [&] {
     cipher.shadow.reset();
     cipher.key = shareOf(keyData);
-    Shadow fresh = cipher.key->begin(how, nullptr, nullptr);
-    if (params != nullptr) {
-      done(fresh.set(params));
-    }
-    cipher.shadow = std::move(fresh);
+    cipher.shadow = cipher.key->begin(how, nullptr, nullptr, params);
     return 1;
   });
 }

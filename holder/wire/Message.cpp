@@ -11,10 +11,7 @@ namespace {
 constexpr std::uint32_t kHead = 0; // until the length is known
 
 Bytes framed(Bytes frame) {
-  std::size_t length = frame.size() - kHeadBytes;
-  for (std::size_t at = kHeadBytes; at-- > 0; length >>= 8U) {
-    frame[at] = static_cast<unsigned char>(length);
-  }
+  std::ranges::copy(octetsOf(static_cast<std::uint32_t>(frame.size() - kHeadBytes)), frame.begin());
   return frame;
 }
 

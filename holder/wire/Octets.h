@@ -3,20 +3,25 @@
 
 #include "Message.h"
 
+#include <array>
 #include <concepts>
 
 namespace krHolder {
+
+/// A number as frames have it: most significant byte first.
+template <std::unsigned_integral Number> std::array<unsigned char, sizeof(Number)> octetsOf(Number value) {
+  std::array<unsigned char, sizeof(Number)> octets;
+  for (std::size_t at = octets.size(); at-- > 0; value = static_cast<Number>(value >> 7U >> 1U)) {
+    octets[at] = static_cast<unsigned char>(value);
+  }
+  return octets;
+}
 
 class Writer {
 public:
   Writer() { bytes_.reserve(kUsualBytes); }
 
-  template <std::unsigned_integral Number> Writer &number(Number value) {
-    for (std::size_t left = sizeof(Number); left-- > 0;) {
-      bytes_.push_back(static_cast<unsigned char>(value >> (8 * left)));
-    }
-    return *this;
-  }
+  template <std::unsigned_integral Number> Writer &number(Number value) { return bytes(octetsOf(value)); }
   template <class Enumeration> Writer &code(Enumeration value) { return number(static_cast<std::uint8_t>(value)); }
   Writer &bytes(View view) {
     bytes_.insert(bytes_.end(), view.begin(), view.end());

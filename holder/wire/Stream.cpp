@@ -42,31 +42,22 @@ Outcome afterFailure(const Descriptor &socket, short events, Clock::time_point d
   return errno == EPIPE || errno == ECONNRESET ? Outcome::closed : Outcome::failed;
 }
 
-// Some bytes, one at least.
-Outcome receiveSome(const Descriptor &socket, std::span<unsigned char> out, std::size_t &count,
-                    Clock::time_point deadline) noexcept {
-  for (;;) {
+// Until so many bytes of the room are there, or more.
+Outcome receive(const Descriptor &socket, std::span<unsigned char> room, std::size_t &there, std::size_t least,
+                Clock::time_point deadline) noexcept {
+  while (there < least) {
     if (const Outcome outcome = await(socket, POLLIN, deadline); outcome != Outcome::done) {
       return outcome;
     }
-    const ssize_t received = recv(socket.get(), out.data(), out.size(), MSG_DONTWAIT);
-    if (received >= 0) {
-      count = static_cast<std::size_t>(received);
-      return received > 0 ? Outcome::done : Outcome::closed;
-    }
-    if (const Outcome outcome = afterFailure(socket, POLLIN, deadline); outcome != Outcome::done) {
+    const auto rest = room.subspan(there);
+    const ssize_t received = recv(socket.get(), rest.data(), rest.size(), MSG_DONTWAIT);
+    if (received > 0) {
+      there += static_cast<std::size_t>(received);
+    } else if (received == 0) {
+      return Outcome::closed;
+    } else if (const Outcome outcome = afterFailure(socket, POLLIN, deadline); outcome != Outcome::done) {
       return outcome;
     }
-  }
-}
-
-Outcome receiveAll(const Descriptor &socket, std::span<unsigned char> out, Clock::time_point deadline) noexcept {
-  while (!out.empty()) {
-    std::size_t count = 0;
-    if (const Outcome outcome = receiveSome(socket, out, count, deadline); outcome != Outcome::done) {
-      return outcome;
-    }
-    out = out.subspan(count);
   }
   return Outcome::done;
 }
@@ -112,16 +103,9 @@ Outcome Incoming::await() noexcept {
 Outcome Incoming::receiveHead(Clock::time_point deadline) noexcept {
   std::memmove(room_.data(), come_.data(), come_.size());
   std::size_t there = come_.size();
-  while (there < kHeadBytes) {
-    std::size_t count = 0;
-    if (const Outcome outcome = receiveSome(socket_, std::span(room_).subspan(there), count, deadline);
-        outcome != Outcome::done) {
-      return outcome;
-    }
-    there += count;
-  }
+  const Outcome outcome = receive(socket_, room_, there, kHeadBytes, deadline);
   come_ = std::span(room_).first(there);
-  return Outcome::done;
+  return outcome;
 }
 
 Outcome Incoming::next(Bytes &payload, Clock::time_point deadline) {
@@ -133,11 +117,11 @@ Outcome Incoming::next(Bytes &payload, Clock::time_point deadline) {
     return Outcome::malformed;
   }
   come_ = come_.subspan(kHeadBytes);
-  const auto here = come_.first(std::min(come_.size(), *length));
-  come_ = come_.subspan(here.size());
+  std::size_t there = std::min(come_.size(), *length);
   payload.resize(*length);
-  std::ranges::copy(here, payload.begin());
-  return receiveAll(socket_, std::span(payload).subspan(here.size()), deadline);
+  std::ranges::copy(come_.first(there), payload.begin());
+  come_ = come_.subspan(there);
+  return receive(socket_, payload, there, *length, deadline);
 }
 
 } // namespace krHolder
